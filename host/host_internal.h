@@ -1,0 +1,36 @@
+// Internal interfaces between the parts of the reference host.
+#ifndef ZELTO_HOST_INTERNAL_H
+#define ZELTO_HOST_INTERNAL_H
+
+#include <cstdint>
+
+#include "zelto/zelto_manager.h"
+
+#define HOST_EXPORT extern "C" __attribute__((visibility("default")))
+
+namespace host {
+
+// Magic words of the host's own handles, kept in the handle registry.
+constexpr uint32_t kUserMagic = 0x05E4A11Bu;
+constexpr uint32_t kRvoMagic = 0x0B1EC7EDu;
+
+// Slot 0 of every table the host hands out: gives back one reference.
+uint32_t table_release(const void *table);
+
+// Adds or replaces a named service table (for services that register
+// themselves from their own unit).
+void register_service(const char *name, const void *table);
+
+// Tables of the individual services.
+const void *errorinfo_table();
+const void *handles_table();
+const void *users_table();
+
+// Handle registry shared by the handle manager, users and result objects.
+void handles_add(const void *p, uint32_t magic);
+void handles_remove(const void *p);
+bool handles_valid(const void *p, uint32_t magic);
+
+}  // namespace host
+
+#endif

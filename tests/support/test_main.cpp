@@ -1,0 +1,7 @@
+// GoogleTest entry point shared by the test programs.
+#include <gtest/gtest.h>
+
+int main(int argc, char **argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
