@@ -60,6 +60,134 @@ typedef struct zelto_userinfo_interface {
     uint32_t (*userinfo_option_get)(void *user, const char *key, const char **out_value);
 } zelto_userinfo_interface;
 
+/* ---- Result objects ------------------------------------------------------ */
+
+typedef struct zelto_rvo_s *zelto_rvo_handle;
+typedef void *zelto_locale_handle;
+
+/* Provider table behind a result object: eleven slots. Each operation takes
+ * the provider's record first. A null slot means the operation does not
+ * exist for that kind of record. */
+typedef struct zelto_rvo_provider {
+    void *reserved0;
+    uint32_t (*get_context)(void *record, const char **out_context);
+    uint32_t (*get_child_count)(void *record, const char *key, uint32_t *out_count);
+    uint32_t (*get_child)(void *record, const char *key, uint32_t ordinal, uint8_t flag, void **out_child_record,
+                          const struct zelto_rvo_provider **out_child_provider);
+    uint32_t (*get_value_count)(void *record, const char *key, uint32_t *out_count);
+    uint32_t (*get_value)(void *record, const char *key, uint32_t ordinal, const char **out_value);
+    void *reserved6;
+    uint32_t (*render_value)(void *record, uint32_t index, const char **out_name, const char **out_value);
+    uint32_t (*set_locale)(void *record, zelto_locale_handle locale);
+    uint32_t (*get_locale)(void *record, zelto_locale_handle *out_locale);
+    uint32_t (*release)(void *record);
+} zelto_rvo_provider;
+
+/* "_zelto_rvo_interface": result objects, reference counted, dispatching to
+ * their provider. Ordinals count from 1. */
+typedef struct zelto_rvo_interface {
+    zelto_table_release_fn release;
+    uint32_t (*rvo_create)(void *record, const zelto_rvo_provider *provider, void *user, const char *locale_group,
+                           uint32_t data_flags, zelto_rvo_handle *out_object);
+    void *reserved2;
+    uint32_t (*rvo_addref)(zelto_rvo_handle object);
+    uint32_t (*rvo_release)(zelto_rvo_handle object);
+    uint32_t (*rvo_get_context)(zelto_rvo_handle object, const char **out_context);
+    uint32_t (*rvo_value_count)(zelto_rvo_handle object, const char *key, uint32_t *out_count);
+    uint32_t (*rvo_value_get)(zelto_rvo_handle object, const char *key, uint32_t ordinal, const char **out_value);
+    void *reserved8;
+    uint32_t (*rvo_child_count)(zelto_rvo_handle object, const char *key, uint32_t *out_count);
+    uint32_t (*rvo_child_get)(zelto_rvo_handle object, const char *key, uint32_t ordinal, uint8_t flag,
+                              zelto_rvo_handle *out_child);
+    void *reserved11;
+    void *reserved12;
+    uint32_t (*rvo_set_locale)(zelto_rvo_handle object, zelto_locale_handle locale);
+    uint32_t (*rvo_get_locale)(zelto_rvo_handle object, zelto_locale_handle *out_locale);
+} zelto_rvo_interface;
+
+/* ---- Lists, serialisation, signal processing ------------------------------ */
+
+/* "_zelto_listmanager_interface": only slot 30 is used by the module. */
+typedef struct zelto_lists_interface {
+    zelto_table_release_fn release;
+    void *reserved[29];
+    uint32_t (*list_language_get)(const char *language, const char **out_text);
+} zelto_lists_interface;
+
+/* "_zelto_serialization_interface" */
+typedef struct zelto_serialization_interface {
+    zelto_table_release_fn release;
+    void *reserved1;
+    /* The caller owns the block and frees it with serial_free. */
+    uint32_t (*serial_decode)(const char *text, void **out_data, uint32_t *out_size);
+    uint32_t (*serial_free)(void *data);
+} zelto_serialization_interface;
+
+typedef void *zelto_dsp_generator;
+/* Block callback of a generator: (callback data, ignored word, block). */
+typedef uint32_t (*zelto_dsp_block_callback)(void *callback_data, uint32_t ignored, void *block);
+
+/* "_zelto_dsp_interface": fingerprint generators. Optional. */
+typedef struct zelto_dsp_interface {
+    zelto_table_release_fn release;
+    void *reserved1;
+    void *reserved2;
+    uint32_t (*dsp_generator_create)(uint32_t algorithm, uint32_t sample_rate, uint32_t sample_format,
+                                     uint32_t channels, uint32_t reserved, zelto_dsp_block_callback callback,
+                                     void *callback_data, zelto_dsp_generator *out_generator);
+    void *reserved4;
+    uint32_t (*dsp_generator_write)(zelto_dsp_generator generator, const void *samples, uint32_t size,
+                                    uint32_t reserved1, uint32_t reserved2, uint8_t *out_complete);
+    void *reserved6;
+    uint32_t (*dsp_generator_end)(zelto_dsp_generator generator, uint32_t *out_flag);
+    uint32_t (*dsp_generator_info)(zelto_dsp_generator generator, const char *key, const char **out_text);
+    uint32_t (*dsp_generator_release)(zelto_dsp_generator generator);
+    void *reserved10;
+    void *reserved11;
+    void *reserved12;
+    uint32_t (*dsp_fingerprint_free)(void *block);
+    uint32_t (*dsp_fingerprint_query_text)(zelto_dsp_generator generator, void *const *blocks, uint32_t count,
+                                           char **out_text);
+    uint32_t (*dsp_text_free)(char *text);
+} zelto_dsp_interface;
+
+/* ---- Lookup providers ------------------------------------------------------ */
+
+typedef struct zelto_lookup_request_s *zelto_lookup_request;
+
+/* Status record a provider hands to the request callback. With kind 16,
+ * value1 and value2 are counters for the application; with code 13,
+ * value1 is an error code and value2 points to the error text. */
+typedef struct zelto_lookup_status {
+    uint32_t kind;
+    uint32_t code;
+    uint32_t value1;
+    uintptr_t value2;
+} zelto_lookup_status;
+
+typedef void (*zelto_lookup_callback)(void *callback_data, const zelto_lookup_status *status, uint8_t *abort_flag);
+
+/* "_zelto_lookup_interface", fetched with mode 1 (online) or 2 (local). */
+typedef struct zelto_lookup_interface {
+    zelto_table_release_fn lookup_release;
+    void *reserved1;
+    uint32_t (*lookup_request_create)(const struct zelto_lookup_interface *table, zelto_lookup_callback callback,
+                                      void *callback_data, zelto_lookup_request *out_request);
+    uint32_t (*lookup_request_add)(zelto_lookup_request request, const char *lookup_type, const char *request_id,
+                                   const char *group, uint32_t group_flag);
+    uint32_t (*lookup_request_set_data)(zelto_lookup_request request, const char *request_id, const char *key,
+                                        const char *value, uint32_t copy_flag);
+    void *reserved5;
+    void *reserved6;
+    uint32_t (*lookup_request_set_option)(zelto_lookup_request request, const char *request_id, const char *key,
+                                          const char *value);
+    uint32_t (*lookup_request_execute)(zelto_lookup_request request, void *user);
+    uint32_t (*lookup_request_get_result)(zelto_lookup_request request, const char *request_id,
+                                          zelto_rvo_handle *out_result);
+    void *reserved10;
+    uint32_t (*lookup_request_release)(zelto_lookup_request request);
+} zelto_lookup_interface;
+
 #ifdef __cplusplus
 }
 #endif
