@@ -8,12 +8,28 @@ for pkg in cmake make g++ g++-multilib googletest libgtest-dev libgmock-dev libb
            libsqlite3-dev unicode-data python3 binutils; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
-# The 32-bit build links the host against 32-bit SQLite.
-dpkg --print-foreign-architectures | grep -qx i386 || dpkg --add-architecture i386
-dpkg-query -W -f='${Status}' libsqlite3-dev:i386 2>/dev/null | grep -q 'install ok installed' || need+=(libsqlite3-dev:i386)
 if [ ${#need[@]} -gt 0 ]; then
   echo "installing: ${need[*]}"
   SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO=sudo
-  $SUDO apt-get update -qq
+  $SUDO apt-get update -qq || echo "apt-get update reported errors; trying the install anyway"
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}" >/dev/null
+fi
+
+# The 32-bit build links the host against Debian's 32-bit SQLite library.
+# Only the runtime package is unpacked into the build tree (the headers are
+# the same for both widths), which avoids pulling in a whole i386 tool chain.
+sqlite32_dir=build/deps-i386
+if [ ! -e "$sqlite32_dir/usr/lib/i386-linux-gnu/libsqlite3.so.0" ]; then
+  SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO=sudo
+  if ! dpkg --print-foreign-architectures | grep -qx i386; then
+    $SUDO dpkg --add-architecture i386
+    $SUDO apt-get update -qq || echo "apt-get update reported errors; trying the download anyway"
+  fi
+  mkdir -p "$sqlite32_dir"
+  tmp=$(mktemp -d)
+  chmod 777 "$tmp"
+  (cd "$tmp" && apt-get download -qq libsqlite3-0:i386 2>/dev/null) \
+    || { $SUDO apt-get update -qq || true; (cd "$tmp" && apt-get download -qq libsqlite3-0:i386); }
+  dpkg-deb -x "$tmp"/libsqlite3-0_*_i386.deb "$sqlite32_dir"
+  rm -rf "$tmp"
 fi

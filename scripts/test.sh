@@ -20,5 +20,6 @@ run_build() {
 mkdir -p build
 run_build native
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run_build asan -DCANTRIX_SANITIZE=ON
-run_build m32 -DCANTRIX_M32=ON
+run_build m32 -DCANTRIX_M32=ON -DSQLite3_INCLUDE_DIR=/usr/include \
+  -DSQLite3_LIBRARY="$PWD/build/deps-i386/usr/lib/i386-linux-gnu/libsqlite3.so.0"
 echo "all builds passed"
