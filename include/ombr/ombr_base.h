@@ -20,7 +20,8 @@
 #define OMBR_END_DECLS
 #endif
 
-#define OMBR_API OMBR_EXTERN_C __attribute__((visibility("default")))
+#define OMBR_VISIBLE __attribute__((visibility("default")))
+#define OMBR_API OMBR_EXTERN_C OMBR_VISIBLE
 
 OMBR_BEGIN_DECLS
 
