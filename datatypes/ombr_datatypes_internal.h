@@ -4,6 +4,7 @@
 #define OMBR_DATATYPES_INTERNAL_H
 
 #include "ombr/ombr_datatypes.h"
+#include "ombr/ombr_string.h"
 #include "platform/ombr_frame.h"
 
 namespace ombr::dt {
@@ -41,14 +42,6 @@ class SectionGuard {
     ombr_critsec_t section_;
     uint32_t status_;
 };
-
-// Bytes of a text with its terminator; 0 for a null text.
-inline uint32_t text_bytelen(const char *text) {
-    if (!text) return 0;
-    const char *end = text;
-    while (*end) ++end;
-    return static_cast<uint32_t>(end - text) + 1;
-}
 
 // Allocates a zeroed record of type T.
 template <typename T>

@@ -106,7 +106,7 @@ uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, 
                                     uint32_t size, uint8_t copy, item_t **out_item) {
     if ((value == nullptr) != (size == 0)) return kInvalidArg;
     const bool by_reference = table->has(OMBR_HASHTABLE_KEY_BY_REFERENCE);
-    const size_t key_bytes = by_reference ? 0 : text_bytelen(key);
+    const size_t key_bytes = by_reference ? 0 : ombr_string_bytelen(key);
     const bool copy_value = copy && size != 0;
     // The copied value starts at the next multiple of 8 beyond the key text.
     const size_t value_offset = by_reference ? 0 : key_bytes + 8 - (key_bytes % 8);

@@ -61,7 +61,7 @@ OMBR_API uint32_t ombr_stringmap_delete(ombr_stringmap_t map) {
 OMBR_API uint32_t ombr_stringmap_value_add(ombr_stringmap_t map, const char *key, const char *value) {
     if (uint32_t status = check_map(map)) return ombr::fail(status, kUnit);
     const uint8_t copy = (map->flags & OMBR_STRINGMAP_VALUE_BY_REFERENCE) ? 0 : 1;
-    return ombr::fail(ombr_hashtable_value_add(map->table, key, value, text_bytelen(value), copy), kUnit);
+    return ombr::fail(ombr_hashtable_value_add(map->table, key, value, ombr_string_bytelen(value), copy), kUnit);
 }
 
 OMBR_API uint32_t ombr_stringmap_value_find(ombr_stringmap_t map, const char *key, const char **out_value) {
