@@ -76,6 +76,6 @@ HOST_EXPORT uint32_t zelto_manager_handle_count(void) {
     std::lock_guard<std::mutex> guard(g_mutex);
     uint32_t n = 0;
     for (auto &entry : live())
-        if (entry.second != host::kUserMagic && entry.second != host::kRvoMagic) ++n;
+        if (!host::is_host_magic(entry.second)) ++n;
     return n;
 }

@@ -13,6 +13,13 @@ namespace host {
 // Magic words of the host's own handles, kept in the handle registry.
 constexpr uint32_t kUserMagic = 0x05E4A11Bu;
 constexpr uint32_t kRvoMagic = 0x0B1EC7EDu;
+constexpr uint32_t kTreeMagic = 0x07EE7EEDu;
+
+// True for the magic words of the host's own objects, which the handle
+// count leaves out (it counts what the module registers).
+constexpr bool is_host_magic(uint32_t magic) {
+    return magic == kUserMagic || magic == kRvoMagic || magic == kTreeMagic;
+}
 
 // Slot 0 of every table the host hands out: gives back one reference.
 uint32_t table_release(const void *table);
@@ -25,6 +32,16 @@ void register_service(const char *name, const void *table);
 const void *errorinfo_table();
 const void *handles_table();
 const void *users_table();
+const void *rvo_table();
+const void *lists_table();
+const void *serialization_table();
+
+// The provider table and record behind a live result object; false if the
+// handle is not a live object.
+bool rvo_inner(const void *object, void **out_record, const zelto_rvo_provider **out_provider);
+
+// Canonical three-letter code of a language in any accepted form, or null.
+const char *language_canonical(const char *language);
 
 // Handle registry shared by the handle manager, users and result objects.
 void handles_add(const void *p, uint32_t magic);

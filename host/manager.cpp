@@ -3,6 +3,7 @@
 // the module gives every table back.
 #include <cstring>
 #include <map>
+#include <set>
 #include <mutex>
 #include <string>
 #include <strings.h>
@@ -16,12 +17,19 @@ struct Service {
     bool enabled = true;
     uint32_t fail_status = 0;
     int32_t refs = 0;
+    // Services whose table depends on the mode of interface_get (the lookup
+    // provider) keep one table per mode instead of `table`.
+    bool by_mode = false;
+    std::map<uint32_t, const void *> mode_tables;
 };
+
+constexpr const char kLookupService[] = "_zelto_lookup_interface";
 
 struct Registry {
     std::mutex mutex;
     std::map<std::string, Service> services;
     std::map<uint32_t, std::string> packages;
+    std::set<const void *> retired;  // lookup tables no longer installed
     uint32_t register_fail = 0;
 };
 
@@ -32,20 +40,32 @@ Registry &registry() {
         reg->services["_zelto_errorinfo_interface"].table = host::errorinfo_table();
         reg->services["_zelto_handlemanager_interface"].table = host::handles_table();
         reg->services["_zelto_userinfo_interface"].table = host::users_table();
+        reg->services["_zelto_rvo_interface"].table = host::rvo_table();
+        reg->services["_zelto_listmanager_interface"].table = host::lists_table();
+        reg->services["_zelto_serialization_interface"].table = host::serialization_table();
+        // No signal-processing service: "_zelto_dsp_interface" stays absent.
+        reg->services[kLookupService].by_mode = true;
         return reg;
     }();
     return *r;
 }
 
-uint32_t interface_get(const char *name, uint32_t /*mode*/, uint32_t /*reserved*/, const void **out_table) {
+uint32_t interface_get(const char *name, uint32_t mode, uint32_t /*reserved*/, const void **out_table) {
     if (!name || !out_table) return 0x90070001u;
     Registry &r = registry();
     std::lock_guard<std::mutex> guard(r.mutex);
     auto it = r.services.find(name);
-    if (it == r.services.end() || !it->second.enabled || !it->second.table) return ZELTO_MANAGER_NO_SERVICE;
+    if (it == r.services.end() || !it->second.enabled) return ZELTO_MANAGER_NO_SERVICE;
+    const void *table = it->second.table;
+    if (it->second.by_mode) {
+        if (mode != 1 && mode != 2) return 0x90070001u;
+        auto m = it->second.mode_tables.find(mode);
+        table = m == it->second.mode_tables.end() ? nullptr : m->second;
+    }
+    if (!table) return ZELTO_MANAGER_NO_SERVICE;
     if (it->second.fail_status) return it->second.fail_status;
     ++it->second.refs;
-    *out_table = it->second.table;
+    *out_table = table;
     return 0;
 }
 
@@ -69,10 +89,17 @@ uint32_t table_release(const void *table) {
     Registry &r = registry();
     std::lock_guard<std::mutex> guard(r.mutex);
     for (auto &entry : r.services) {
-        if (entry.second.table == table) {
+        bool match = entry.second.table == table;
+        for (auto &m : entry.second.mode_tables) match = match || m.second == table;
+        if (match) {
             --entry.second.refs;
             return 0;
         }
+    }
+    // A provider table that was installed and removed again: still callable.
+    if (r.retired.count(table)) {
+        --r.services[kLookupService].refs;
+        return 0;
     }
     return 0x90070001u;
 }
@@ -132,3 +159,30 @@ HOST_EXPORT const char *zelto_manager_package_name(uint32_t number) {
     auto it = r.packages.find(number);
     return it == r.packages.end() ? nullptr : it->second.c_str();
 }
+
+HOST_EXPORT uint32_t zelto_manager_lookup_set_provider(uint32_t mode, const zelto_lookup_interface *table) {
+    if (mode != 1 && mode != 2) return 0x90070001u;
+    Registry &r = registry();
+    std::lock_guard<std::mutex> guard(r.mutex);
+    auto &tables = r.services[kLookupService].mode_tables;
+    auto it = tables.find(mode);
+    if (it != tables.end()) {
+        r.retired.insert(it->second);
+        tables.erase(it);
+    }
+    if (table) {
+        tables[mode] = table;
+        r.retired.erase(table);
+    }
+    return 0;
+}
+
+HOST_EXPORT const zelto_lookup_interface *zelto_manager_lookup_get_provider(uint32_t mode) {
+    Registry &r = registry();
+    std::lock_guard<std::mutex> guard(r.mutex);
+    auto &tables = r.services[kLookupService].mode_tables;
+    auto it = tables.find(mode);
+    return it == tables.end() ? nullptr : static_cast<const zelto_lookup_interface *>(it->second);
+}
+
+HOST_EXPORT uint32_t zelto_manager_table_release(const void *table) { return host::table_release(table); }

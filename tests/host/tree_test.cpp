@@ -1,0 +1,346 @@
+// Host trees as result objects: values with ordinals, children by key and
+// selector, soft statuses, data flags, locales, rendering and the dump.
+#include <string>
+
+#include "host_fixture.h"
+
+namespace {
+
+class TreeTest : public HostObjectsTest {
+   protected:
+    // An album of three tracks; track 2 matched, track numbers as values,
+    // an official title and a second one.
+    void SetUp() override {
+        HostObjectsTest::SetUp();
+        album_ = node("zelto_ctx_album", {{"zelto_val_full_result", "1"}, {"zelto_val_albumtrackcnt", "3"}});
+        zelto_manager_tree *official = node("zelto_ctx_title", {{"zelto_val_display", "Blue Train"}});
+        zelto_manager_tree *other = node("zelto_ctx_title", {{"zelto_val_display", "Blue Train (Remaster)"}});
+        adopt(album_, "zelto_ctx_title!", other);
+        adopt(album_, "zelto_ctx_title!off", official);
+        for (int n = 1; n <= 3; ++n) {
+            std::string number = std::to_string(n);
+            std::string title = "Track " + number;
+            zelto_manager_tree *track =
+                node("zelto_ctx_track", {{"zelto_val_tracknumber", number.c_str()}, {"zelto_val_title", title.c_str()}});
+            adopt(album_, n == 2 ? "zelto_ctx_track!matching" : "zelto_ctx_track!", track);
+        }
+        ASSERT_EQ(zelto_manager_tree_to_rvo(album_, nullptr, "zelto_locale_music", 0, &object_), 0u);
+    }
+    void TearDown() override {
+        zelto_manager_rvo_release(object_);
+        zelto_manager_tree_release(album_);
+        HostObjectsTest::TearDown();
+    }
+
+    std::string value(zelto_rvo_handle object, const char *key, uint32_t ordinal = 1) {
+        const char *text = nullptr;
+        uint32_t status = zelto_manager_rvo_value_get(object, key, ordinal, &text);
+        return status == 0 ? std::string(text) : "status " + std::to_string(status);
+    }
+    uint32_t child_count(const char *key) {
+        uint32_t count = 12345;
+        EXPECT_EQ(zelto_manager_rvo_child_count(object_, key, &count), 0u) << key;
+        return count;
+    }
+    // The title of a child track, or the status of the read.
+    std::string child_title(const char *key, uint32_t ordinal) {
+        zelto_rvo_handle child = nullptr;
+        uint32_t status = zelto_manager_rvo_child_get(object_, key, ordinal, 1, &child);
+        if (status != 0) return "status " + std::to_string(status);
+        std::string title = value(child, "zelto_val_title");
+        if (title.rfind("status", 0) == 0) title = value(child, "zelto_val_display");
+        zelto_manager_rvo_release(child);
+        return title;
+    }
+
+    zelto_manager_tree *album_ = nullptr;
+    zelto_rvo_handle object_ = nullptr;
+};
+
+const std::string kNotFound = "status " + std::to_string(ZELTO_RVO_NOT_FOUND);
+
+TEST_F(TreeTest, ContextAndValuesWithOrdinals) {
+    const char *context = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_get_context(object_, &context), 0u);
+    EXPECT_STREQ(context, "zelto_ctx_album");
+    EXPECT_EQ(value(object_, "zelto_val_albumtrackcnt"), "3");
+    EXPECT_EQ(value(object_, "zelto_val_albumtrackcnt", 0), kNotFound);
+    EXPECT_EQ(value(object_, "zelto_val_albumtrackcnt", 2), kNotFound);
+    EXPECT_EQ(value(object_, "zelto_val_missing"), kNotFound);
+    EXPECT_EQ(value(object_, "_sdkmgr_val_response_code"), kNotFound);
+    uint32_t count = 7;
+    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_missing", &count), 0u);
+    EXPECT_EQ(count, 0u);
+    // Not a value key at all.
+    const char *text = nullptr;
+    EXPECT_EQ(zelto_manager_rvo_value_get(object_, "zelto_ctx_track!", 1, &text), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "title", &count), ZELTO_RVO_BAD_ARG);
+
+    // Several values under one key, added after exposure, in insertion order.
+    ASSERT_EQ(zelto_manager_tree_add_value(album_, "_sdkmgr_val_genre", "Jazz"), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_value(album_, "_sdkmgr_val_genre", "Hard Bop"), 0u);
+    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "_sdkmgr_val_genre", &count), 0u);
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(value(object_, "_sdkmgr_val_genre", 1), "Jazz");
+    EXPECT_EQ(value(object_, "_sdkmgr_val_genre", 2), "Hard Bop");
+    EXPECT_EQ(value(object_, "_sdkmgr_val_genre", 3), kNotFound);
+}
+
+TEST_F(TreeTest, TextsStayValidWhileValuesAreAdded) {
+    const char *first = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_value_get(object_, "zelto_val_full_result", 1, &first), 0u);
+    for (int i = 0; i < 200; ++i) zelto_manager_tree_add_value(album_, "zelto_val_filler", "some longer text that is not short");
+    EXPECT_STREQ(first, "1");
+}
+
+TEST_F(TreeTest, AllChildrenOfABase) {
+    EXPECT_EQ(child_count("zelto_ctx_track!"), 3u);
+    EXPECT_EQ(child_title("zelto_ctx_track!", 1), "Track 1");
+    EXPECT_EQ(child_title("zelto_ctx_track!", 3), "Track 3");
+    EXPECT_EQ(child_title("zelto_ctx_track!", 0), kNotFound);
+    EXPECT_EQ(child_title("zelto_ctx_track!", 4), kNotFound);
+    EXPECT_EQ(child_count("zelto_ctx_lyric!"), 0u);
+    EXPECT_EQ(child_title("zelto_ctx_lyric!", 1), kNotFound);
+}
+
+TEST_F(TreeTest, MatchingSelectsTaggedChildren) {
+    EXPECT_EQ(child_count("zelto_ctx_track!matching"), 1u);
+    EXPECT_EQ(child_title("zelto_ctx_track!matching", 1), "Track 2");
+    EXPECT_EQ(child_title("zelto_ctx_track!matching", 2), kNotFound);
+    EXPECT_EQ(child_title("zelto_ctx_track!matching", 0), kNotFound);
+}
+
+TEST_F(TreeTest, NumberSelectsByTrackNumber) {
+    EXPECT_EQ(child_count("zelto_ctx_track!number"), 3u);
+    EXPECT_EQ(child_title("zelto_ctx_track!number", 2), "Track 2");
+    EXPECT_EQ(child_title("zelto_ctx_track!number", 4), kNotFound);
+    EXPECT_EQ(child_title("zelto_ctx_track!number", 0), kNotFound);
+
+    // An explicit number wins over the value; children without one are skipped.
+    zelto_manager_tree *bonus = node("zelto_ctx_track", {{"zelto_val_title", "Bonus"}});
+    adopt(album_, "zelto_ctx_track!", bonus);
+    EXPECT_EQ(child_count("zelto_ctx_track!number"), 3u);
+    EXPECT_EQ(zelto_manager_tree_set_number(bonus, 12), 0u);
+    EXPECT_EQ(child_count("zelto_ctx_track!number"), 4u);
+    EXPECT_EQ(child_title("zelto_ctx_track!number", 12), "Bonus");
+    EXPECT_EQ(child_count("zelto_ctx_track!"), 4u);
+}
+
+TEST_F(TreeTest, OfficialTitleIsTheTaggedOneOrTheFirst) {
+    EXPECT_EQ(child_count("zelto_ctx_title!"), 2u);
+    EXPECT_EQ(child_count("zelto_ctx_title!off"), 1u);
+    EXPECT_EQ(child_title("zelto_ctx_title!off", 1), "Blue Train");
+    EXPECT_EQ(child_title("zelto_ctx_title!", 1), "Blue Train (Remaster)");
+
+    zelto_manager_tree *artist = node("zelto_ctx_artist");
+    zelto_manager_tree *name = node("zelto_ctx_name", {{"zelto_val_display", "John Coltrane"}});
+    adopt(artist, "zelto_ctx_name", name);
+    adopt(album_, "zelto_ctx_artist!", artist);
+    zelto_rvo_handle a = nullptr, n = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_artist!", 1, 0, &a), 0u);
+    // No child tagged "off": the first one stands for it.
+    ASSERT_EQ(zelto_manager_rvo_child_get(a, "zelto_ctx_name!off", 1, 0, &n), 0u);
+    EXPECT_EQ(value(n, "zelto_val_display"), "John Coltrane");
+    EXPECT_EQ(zelto_manager_rvo_child_get(a, "zelto_ctx_name!off", 2, 0, &n), ZELTO_RVO_NOT_FOUND);
+    zelto_manager_rvo_release(n);
+    zelto_manager_rvo_release(a);
+}
+
+TEST_F(TreeTest, MalformedChildKeysAreRefused) {
+    uint32_t count = 0;
+    zelto_rvo_handle child = nullptr;
+    for (const char *key : {"zelto_ctx_track", "track!", "zelto_ctx_!", "zelto_val_title"}) {
+        EXPECT_EQ(zelto_manager_rvo_child_count(object_, key, &count), ZELTO_RVO_BAD_ARG) << key;
+        EXPECT_EQ(zelto_manager_rvo_child_get(object_, key, 1, 1, &child), ZELTO_RVO_BAD_ARG) << key;
+    }
+    EXPECT_EQ(child, nullptr);
+    zelto_manager_tree *t = node("zelto_ctx_track");
+    EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_track!number", t), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_track!a,", t), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_track!,a", t), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_val_x", t), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_add_value(t, "title", "x"), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_add_value(t, "zelto_val_title", nullptr), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_create("", &t), ZELTO_RVO_BAD_ARG);
+    zelto_manager_tree_release(t);
+}
+
+TEST_F(TreeTest, CyclesAreRefused) {
+    zelto_manager_tree *disc = node("zelto_ctx_disc");
+    ASSERT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_disc!", disc), 0u);
+    EXPECT_EQ(zelto_manager_tree_add_child(disc, "zelto_ctx_album!", album_), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_add_child(disc, "zelto_ctx_disc!", disc), ZELTO_RVO_BAD_ARG);
+    zelto_manager_tree_release(disc);
+}
+
+TEST_F(TreeTest, ChildOutlivesParentObjectAndTree) {
+    zelto_rvo_handle track = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!matching", 1, 1, &track), 0u);
+    uint32_t trees = zelto_manager_tree_live_count();
+    zelto_manager_rvo_release(object_);
+    object_ = nullptr;
+    zelto_manager_tree_release(album_);
+    album_ = nullptr;
+    // Only the matched track is left, held by its object.
+    EXPECT_EQ(zelto_manager_tree_live_count(), trees - 5);
+    EXPECT_EQ(value(track, "zelto_val_title"), "Track 2");
+    zelto_manager_rvo_release(track);
+}
+
+TEST_F(TreeTest, DataFlagsWithholdValues) {
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_xid", "xid-1", nullptr, ZELTO_DATA_LINK), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz", nullptr, 0), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Bop", nullptr, ZELTO_DATA_CLASSICAL), 0u);
+    // The object was made with no flags.
+    EXPECT_EQ(value(object_, "zelto_val_xid"), "status " + std::to_string(ZELTO_RVO_WITHHELD));
+    uint32_t count = 9;
+    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_xid", &count), 0u);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_genre", &count), 0u);
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(value(object_, "zelto_val_genre", 2), kNotFound);
+
+    zelto_rvo_handle linked = nullptr;
+    ASSERT_EQ(zelto_manager_tree_to_rvo(album_, nullptr, "zelto_locale_music", ZELTO_DATA_LINK | ZELTO_DATA_CLASSICAL,
+                                        &linked),
+              0u);
+    EXPECT_EQ(value(linked, "zelto_val_xid"), "xid-1");
+    EXPECT_EQ(value(linked, "zelto_val_genre", 2), "Bop");
+    // Children read through the object inherit its flags.
+    zelto_manager_tree *track = node("zelto_ctx_track");
+    zelto_manager_tree_add_value_ex(track, "zelto_val_xid", "xid-t", nullptr, ZELTO_DATA_LINK);
+    adopt(album_, "zelto_ctx_track!", track);
+    zelto_rvo_handle child = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_child_get(linked, "zelto_ctx_track!", 4, 1, &child), 0u);
+    EXPECT_EQ(value(child, "zelto_val_xid"), "xid-t");
+    zelto_manager_rvo_release(child);
+    ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!", 4, 1, &child), 0u);
+    EXPECT_EQ(value(child, "zelto_val_xid"), "status " + std::to_string(ZELTO_RVO_WITHHELD));
+    zelto_manager_rvo_release(child);
+    zelto_manager_rvo_release(linked);
+}
+
+TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz", nullptr, 0), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz (de)", "de", 0), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz (ger)", "ger", 0), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_mood", "Calme", "French", 0), 0u);
+    EXPECT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_mood", "?", "Klingonish", 0), ZELTO_LISTS_UNKNOWN);
+
+    EXPECT_EQ(value(object_, "zelto_val_genre"), "Jazz");
+    EXPECT_EQ(value(object_, "zelto_val_genre", 2), kNotFound);
+    // Only values with a language: all of them.
+    EXPECT_EQ(value(object_, "zelto_val_mood"), "Calme");
+
+    zelto_locale_handle german = nullptr, spanish = nullptr, got = nullptr;
+    ASSERT_EQ(zelto_manager_locale_get("DEU", &german), 0u);
+    ASSERT_EQ(zelto_manager_locale_get("es", &spanish), 0u);
+    EXPECT_EQ(zelto_manager_rvo_set_locale(object_, german), 0u);
+    EXPECT_EQ(zelto_manager_rvo_get_locale(object_, &got), 0u);
+    EXPECT_EQ(got, german);
+    EXPECT_EQ(value(object_, "zelto_val_genre", 1), "Jazz (de)");
+    EXPECT_EQ(value(object_, "zelto_val_genre", 2), "Jazz (ger)");
+    // A child read after the locale was set takes it along.
+    zelto_manager_tree *track = node("zelto_ctx_track");
+    zelto_manager_tree_add_value(track, "zelto_val_title", "Night");
+    zelto_manager_tree_add_value_ex(track, "zelto_val_title", "Nacht", "German", 0);
+    adopt(album_, "zelto_ctx_track!", track);
+    EXPECT_EQ(child_title("zelto_ctx_track!", 4), "Nacht");
+    // No value in the locale's language: back to the plain ones.
+    EXPECT_EQ(zelto_manager_rvo_set_locale(object_, spanish), 0u);
+    EXPECT_EQ(value(object_, "zelto_val_genre"), "Jazz");
+    EXPECT_EQ(child_title("zelto_ctx_track!", 4), "Night");
+    // Locale handles the host did not make are refused by tree objects.
+    int bogus = 0;
+    EXPECT_EQ(zelto_manager_rvo_set_locale(object_, &bogus), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_rvo_set_locale(object_, nullptr), 0u);
+    EXPECT_EQ(value(object_, "zelto_val_genre"), "Jazz");
+}
+
+TEST_F(TreeTest, LocalesAreInterned) {
+    zelto_locale_handle a = nullptr, b = nullptr;
+    ASSERT_EQ(zelto_manager_locale_get("en", &a), 0u);
+    ASSERT_EQ(zelto_manager_locale_get(" english ", &b), 0u);
+    EXPECT_EQ(a, b);
+    EXPECT_STREQ(zelto_manager_locale_language(a), "eng");
+    EXPECT_EQ(zelto_manager_locale_language(nullptr), nullptr);
+    EXPECT_EQ(zelto_manager_locale_get("xx", &a), ZELTO_LISTS_UNKNOWN);
+}
+
+TEST_F(TreeTest, RenderEnumeratesVisibleValues) {
+    const char *name = nullptr, *text = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_render_value(object_, 0, &name, &text), 0u);
+    EXPECT_STREQ(name, "zelto_val_full_result");
+    EXPECT_STREQ(text, "1");
+    ASSERT_EQ(zelto_manager_rvo_render_value(object_, 1, &name, &text), 0u);
+    EXPECT_STREQ(name, "zelto_val_albumtrackcnt");
+    EXPECT_STREQ(text, "3");
+    EXPECT_EQ(zelto_manager_rvo_render_value(object_, 2, &name, &text), ZELTO_RVO_NOT_FOUND);
+}
+
+TEST_F(TreeTest, ReleasingTheTreeKeepsExposedObjectsWorking) {
+    zelto_manager_tree_release(album_);
+    album_ = nullptr;
+    EXPECT_EQ(child_title("zelto_ctx_track!number", 3), "Track 3");
+    EXPECT_EQ(zelto_manager_tree_release(nullptr), 0u);
+}
+
+TEST_F(TreeTest, DumpShowsEverythingIndented) {
+    zelto_manager_tree_add_value(album_, "zelto_val_note", "say \"hi\"\n\tand\x01");
+    zelto_manager_tree_add_value_ex(album_, "zelto_val_xid", "hidden unless flags", nullptr, ZELTO_DATA_LINK);
+    EXPECT_EQ(dump(album_),
+              "zelto_ctx_album\n"
+              "  zelto_val_full_result = \"1\"\n"
+              "  zelto_val_albumtrackcnt = \"3\"\n"
+              "  zelto_val_note = \"say \\\"hi\\\"\\n\\tand\\x01\"\n"
+              "  zelto_val_xid = \"hidden unless flags\"\n"
+              "  zelto_ctx_title! 1\n"
+              "    zelto_ctx_title\n"
+              "      zelto_val_display = \"Blue Train (Remaster)\"\n"
+              "  zelto_ctx_title! 2 {off}\n"
+              "    zelto_ctx_title\n"
+              "      zelto_val_display = \"Blue Train\"\n"
+              "  zelto_ctx_track! 1\n"
+              "    zelto_ctx_track\n"
+              "      zelto_val_tracknumber = \"1\"\n"
+              "      zelto_val_title = \"Track 1\"\n"
+              "  zelto_ctx_track! 2 {matching}\n"
+              "    zelto_ctx_track\n"
+              "      zelto_val_tracknumber = \"2\"\n"
+              "      zelto_val_title = \"Track 2\"\n"
+              "  zelto_ctx_track! 3\n"
+              "    zelto_ctx_track\n"
+              "      zelto_val_tracknumber = \"3\"\n"
+              "      zelto_val_title = \"Track 3\"\n");
+    // Through an object without the flag, the withheld value is not shown.
+    char *text = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_dump(object_, nullptr, nullptr, &text), 0u);
+    EXPECT_EQ(std::string(text).find("zelto_val_xid"), std::string::npos);
+    EXPECT_NE(std::string(text).find("zelto_val_note"), std::string::npos);
+    zelto_manager_text_free(text);
+}
+
+TEST_F(TreeTest, TagsListSeveralNames) {
+    zelto_manager_tree *t = node("zelto_ctx_track", {{"zelto_val_title", "Both"}});
+    adopt(album_, "zelto_ctx_track!matching,bonus", t);
+    EXPECT_EQ(child_count("zelto_ctx_track!matching"), 2u);
+    EXPECT_EQ(child_count("zelto_ctx_track!bonus"), 1u);
+    EXPECT_EQ(child_title("zelto_ctx_track!bonus", 1), "Both");
+    EXPECT_NE(dump(album_).find("zelto_ctx_track! 4 {matching,bonus}\n"), std::string::npos);
+}
+
+TEST_F(TreeTest, InvalidTreeHandlesAreRefused) {
+    int junk = 0;
+    auto *fake = reinterpret_cast<zelto_manager_tree *>(&junk);
+    EXPECT_EQ(zelto_manager_tree_add_value(fake, "zelto_val_x", "y"), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_addref(fake), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_release(fake), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_context(fake), nullptr);
+    EXPECT_STREQ(zelto_manager_tree_context(album_), "zelto_ctx_album");
+    zelto_rvo_handle object = nullptr;
+    EXPECT_EQ(zelto_manager_tree_to_rvo(fake, nullptr, "", 0, &object), ZELTO_RVO_BAD_ARG);
+    // Trees are the host's own objects: the module's handle count leaves them out.
+    EXPECT_EQ(zelto_manager_handle_count(), 0u);
+}
+
+}  // namespace
