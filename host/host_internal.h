@@ -3,6 +3,7 @@
 #define ZELTO_HOST_INTERNAL_H
 
 #include <cstdint>
+#include <string>
 
 #include "zelto/zelto_manager.h"
 
@@ -39,6 +40,13 @@ const void *serialization_table();
 // The provider table and record behind a live result object; false if the
 // handle is not a live object.
 bool rvo_inner(const void *object, void **out_record, const zelto_rvo_provider **out_provider);
+
+// Name of a live host user, or null for anything else.
+const char *user_name(const void *user);
+
+// Appends text in double quotes, escaping backslash, quote and control bytes
+// (\\, \", \n, \t, \xHH); the escapes of the readable dumps.
+void append_quoted(std::string &out, const char *text);
 
 // Canonical three-letter code of a language in any accepted form, or null.
 const char *language_canonical(const char *language);

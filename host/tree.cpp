@@ -352,7 +352,9 @@ bool reaches(zelto_manager_tree *root, const zelto_manager_tree *target) {
 
 // ---- Dump ------------------------------------------------------------------------
 
-void quote(std::string &out, const char *text) {
+}  // namespace
+
+void host::append_quoted(std::string &out, const char *text) {
     out += '"';
     for (const unsigned char *p = reinterpret_cast<const unsigned char *>(text); *p; ++p) {
         switch (*p) {
@@ -372,6 +374,8 @@ void quote(std::string &out, const char *text) {
     }
     out += '"';
 }
+
+namespace {
 
 // Foreign providers may serve endless chains of children; the dump stops there.
 constexpr int kMaxDepth = 64;
@@ -395,7 +399,7 @@ struct Dumper {
             if (zelto_manager_rvo_value_get(object, key, i, &text) != 0 || !text) continue;
             std::string l = key;
             l += " = ";
-            quote(l, text);
+            host::append_quoted(l, text);
             line(depth, l);
         }
     }

@@ -64,6 +64,10 @@ const zelto_userinfo_interface g_table = {host::table_release, nullptr, userinfo
 
 const void *host::users_table() { return &g_table; }
 
+const char *host::user_name(const void *user) {
+    return live_user(user) ? static_cast<const zelto_user *>(user)->name.c_str() : nullptr;
+}
+
 HOST_EXPORT uint32_t zelto_manager_user_create(const char *name, zelto_user **out_user) {
     if (!out_user) return kBadArg;
     auto *user = new zelto_user;
