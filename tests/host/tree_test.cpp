@@ -1,6 +1,8 @@
 // Host trees as result objects: values with ordinals, children by key and
 // selector, soft statuses, data flags, locales, rendering and the dump.
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "host_fixture.h"
 
@@ -341,6 +343,47 @@ TEST_F(TreeTest, InvalidTreeHandlesAreRefused) {
     EXPECT_EQ(zelto_manager_tree_to_rvo(fake, nullptr, "", 0, &object), ZELTO_RVO_BAD_ARG);
     // Trees are the host's own objects: the module's handle count leaves them out.
     EXPECT_EQ(zelto_manager_handle_count(), 0u);
+}
+
+}  // namespace
+
+namespace {
+
+// Readers walk an object while a writer keeps adding values and children.
+TEST_F(TreeTest, ConcurrentReadsAndAdditions) {
+    std::atomic<bool> stop{false};
+    std::atomic<uint32_t> reads{0};
+    auto reader = [&] {
+        while (!stop.load()) {
+            uint32_t count = 0;
+            zelto_manager_rvo_child_count(object_, "zelto_ctx_track!number", &count);
+            zelto_rvo_handle child = nullptr;
+            if (zelto_manager_rvo_child_get(object_, "zelto_ctx_track!", count, 1, &child) == 0) {
+                const char *text = nullptr;
+                zelto_manager_rvo_value_get(child, "zelto_val_title", 1, &text);
+                zelto_manager_rvo_release(child);
+            }
+            const char *genre = nullptr;
+            zelto_manager_rvo_value_get(object_, "zelto_val_genre", 1, &genre);
+            ++reads;
+        }
+    };
+    std::thread a(reader), b(reader);
+    for (int i = 0; i < 300; ++i) {
+        zelto_manager_tree_add_value(album_, "zelto_val_genre", "Jazz");
+        std::string number = std::to_string(100 + i);
+        zelto_manager_tree *track = node("zelto_ctx_track", {{"zelto_val_tracknumber", number.c_str()}});
+        adopt(album_, "zelto_ctx_track!", track);
+    }
+    while (reads.load() < 100) std::this_thread::yield();
+    stop = true;
+    a.join();
+    b.join();
+    EXPECT_EQ(child_count("zelto_ctx_track!"), 303u);
+    zelto_rvo_handle last = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!number", 399, 1, &last), 0u);
+    EXPECT_EQ(value(last, "zelto_val_tracknumber"), "399");
+    zelto_manager_rvo_release(last);
 }
 
 }  // namespace
