@@ -68,9 +68,10 @@ struct zelto_lookup_request_s {
     zelto_manager_tree *result = nullptr;  // one reference held
 };
 
-// The two tables come first so that a table pointer leads back to its script.
 struct zelto_script {
-    zelto_lookup_interface tables[2];
+    // One table per mode; a table pointer leads back to its script. The
+    // tables outlive the script (see zelto_script_destroy).
+    zelto_lookup_interface *tables = nullptr;
     std::mutex mutex;
     std::deque<std::unique_ptr<Answer>> answers;  // all answers; `next` is the first not taken
     size_t next = 0;
@@ -90,6 +91,13 @@ std::unordered_set<zelto_script *> &scripts() {
 std::unordered_set<zelto_lookup_request_s *> &requests() {
     static auto *s = new std::unordered_set<zelto_lookup_request_s *>;
     return *s;
+}
+
+// Tables of destroyed scripts: kept so that a holder can still call them
+// (requests are refused, release still counts).
+std::vector<zelto_lookup_interface *> &retired_tables() {
+    static auto *v = new std::vector<zelto_lookup_interface *>;
+    return *v;
 }
 
 bool live_script(zelto_script *script) {
@@ -412,7 +420,7 @@ const Call *find_call(const Record &record, const char *name, const char *key) {
 HOST_EXPORT uint32_t zelto_script_create(zelto_script **out_script) {
     if (!out_script) return ZELTO_SCRIPT_BAD_ARG;
     auto *script = new zelto_script;
-    script->tables[0] = script->tables[1] = make_table();
+    script->tables = new zelto_lookup_interface[2]{make_table(), make_table()};
     {
         std::lock_guard<std::mutex> guard(g_scripts_mutex);
         scripts().insert(script);
@@ -429,6 +437,7 @@ HOST_EXPORT void zelto_script_destroy(zelto_script *script) {
     {
         std::lock_guard<std::mutex> guard(g_scripts_mutex);
         scripts().erase(script);
+        retired_tables().push_back(script->tables);
         // Requests still open lose their script: they are refused from now on.
         for (auto it = requests().begin(); it != requests().end();) {
             if ((*it)->script == script) {

@@ -54,8 +54,9 @@
  * the copy flag says.
  *
  * All calls are thread-safe; the callback runs on the thread of execute with
- * no lock of the script held. Destroy a script only when nobody holds its
- * tables any more (after the module's queries are released).
+ * no lock of the script held. A script's tables stay callable after the
+ * script is destroyed: their request slots then refuse with
+ * ZELTO_SCRIPT_BAD_ARG, and slot 0 still gives the reference back.
  */
 #ifndef ZELTO_SCRIPT_PROVIDER_H
 #define ZELTO_SCRIPT_PROVIDER_H

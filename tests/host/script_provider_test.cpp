@@ -427,17 +427,22 @@ TEST_F(ScriptTest, DestroyUninstallsAndDropsOpenRequests) {
     zelto_manager_tree *answer = album("A");
     zelto_script_answer(other, answer, nullptr);
     zelto_manager_tree_release(answer);
-    const zelto_lookup_interface *table = zelto_script_table(other, 1);
+    int32_t refs = zelto_manager_service_refs("_zelto_lookup_interface");
+    const zelto_lookup_interface *table = fetch(1);
+    EXPECT_EQ(table, zelto_script_table(other, 1));
     zelto_lookup_request request = nullptr;
     ASSERT_EQ(table->lookup_request_create(table, nullptr, nullptr, &request), 0u);
     table->lookup_request_add(request, "zelto_lookup_type_album", "CNX_1", "cnx", 0);
     table->lookup_request_execute(request, user_);
-    auto release = table->lookup_request_release;  // the table goes with the script
     zelto_script_destroy(other);
     EXPECT_EQ(zelto_manager_lookup_get_provider(1), nullptr);
     EXPECT_EQ(zelto_manager_lookup_get_provider(2), zelto_script_table(script_, 2));
-    EXPECT_EQ(release(request), ZELTO_SCRIPT_BAD_ARG);
+    // The table is still callable by whoever holds it.
+    EXPECT_EQ(table->lookup_request_release(request), ZELTO_SCRIPT_BAD_ARG);
+    EXPECT_EQ(table->lookup_request_create(table, nullptr, nullptr, &request), ZELTO_SCRIPT_BAD_ARG);
     EXPECT_EQ(zelto_script_table(other, 1), nullptr);
+    table->lookup_release(table);
+    EXPECT_EQ(zelto_manager_service_refs("_zelto_lookup_interface"), refs);
     zelto_script_destroy(nullptr);
     ASSERT_EQ(zelto_script_install(script_, 1), 0u);
 }
