@@ -1,19 +1,20 @@
 // Wide text kit of the normaliser: zero-terminated 16-bit unit strings, a
 // growing buffer on top of them, and the low-level UCS-2 / UTF-8 conversions.
+#include "string/ombr_string_internal.h"
 #include "textcorr/ombr_textcorr_internal.h"
 
 namespace {
 
-// Lead byte pattern and payload mask per UTF-8 sequence length 1, 2, 3.
-constexpr uint8_t utfmarktab[3] = {0x00, 0xC0, 0xE0};
-constexpr uint8_t utflmasktab[3] = {0x7F, 0x1F, 0x0F};
+// The UTF-8 lead byte tables are the string package's.
+using ombr::str::utflmasktab;
+using ombr::str::utfmarktab;
 
 // Extra room taken at each growth so that single-unit appends stay cheap.
 constexpr uint32_t kGrowSlackBytes = 128;
 // Longest piece straddclen_us builds on the stack.
 constexpr int32_t kMaxAddUnits = 63;
 
-inline uni_char swap_unit(uni_char u) { return static_cast<uni_char>((u >> 8) | (u << 8)); }
+inline uni_char swap_unit(uni_char u) { return ombr::str::swap16(u); }
 
 // Reads a unit stored big-endian, whatever the host order.
 inline uint32_t read_be(const uni_char *p) {
@@ -26,31 +27,6 @@ inline void write_be(uni_char *p, uint8_t high, uint8_t low) {
     auto *b = reinterpret_cast<uint8_t *>(p);
     b[0] = high;
     b[1] = low;
-}
-
-// Size of the UTF-8 sequence that starts with `lead`, 0 if none fits.
-inline uint32_t utf8_sequence_size(uint8_t lead) {
-    for (uint32_t i = 0; i < 3; ++i)
-        if ((lead & static_cast<uint8_t>(~utflmasktab[i])) == utfmarktab[i]) return i + 1;
-    return 0;
-}
-
-// Decoded characters of a UTF-8 text up to its terminator; an invalid
-// character ends the count and is counted itself.
-uint32_t utf8_charlen(const char *text) {
-    uint32_t chars = 0;
-    const auto *p = reinterpret_cast<const uint8_t *>(text);
-    while (*p) {
-        ++chars;
-        uint32_t size = utf8_sequence_size(*p);
-        if (size == 0) break;
-        uint32_t i = 1;
-        for (; i < size; ++i)
-            if ((p[i] & 0xC0) != 0x80) break;
-        if (i < size) break;
-        p += size;
-    }
-    return chars;
 }
 
 }  // namespace
@@ -97,7 +73,7 @@ void swap_uni_str(uni_char *text) {
 }
 
 uint32_t asc_to_uni(const char *ascii, uni_char **out_text, uint32_t n) {
-    if (n == 0) n = utf8_charlen(ascii);
+    if (n == 0) n = ombr_string_charlen(ascii);
     auto *text = static_cast<uni_char *>(ombr_memory_alloc(static_cast<size_t>(n) * 2 + 2));
     if (!text) return kTextcorrNoMemory;
     uint32_t i = 0;
@@ -231,11 +207,11 @@ uint32_t utf8_to_ucs2(const uint8_t *src, uint32_t bytes, uni_char *dest, uint32
     *out_written = 0;
     uint32_t pos = 0;
     while (pos < bytes) {
-        uint32_t size = utf8_sequence_size(src[pos]);
+        uint32_t size = ombr::str::lead_size(src[pos]);
         if (size == 0 || size > bytes - pos) return 1;
         uint32_t value = src[pos] & utflmasktab[size - 1];
         for (uint32_t k = 1; k < size; ++k) {
-            if ((src[pos + k] & 0xC0) != 0x80) return 1;
+            if (!ombr::str::is_continuation(src[pos + k])) return 1;
             value = (value << 6) | (src[pos + k] & 0x3F);
         }
         auto unit = static_cast<uni_char>(value);
