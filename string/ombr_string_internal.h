@@ -73,6 +73,21 @@ uint32_t _utf8_get_next_char_size(const char *text, uint32_t *out_size);
 // larger than the encoding (one spare byte), else 0x90050008.
 uint32_t _utf8_set_next_char(char *buffer, uint32_t size, uint32_t code_point, uint32_t *out_written);
 
+// The comparison core of every ordering function. Compares a with b by code
+// point, at most `limit` characters (0xFFFFFFFF: no limit); without
+// `byte_exact`, 'A' to 'Z' count as 'a' to 'z' on both sides. Outputs, all
+// optional: the difference of the first unequal code points (or +1 / -1 for
+// the longer text), the number of equal characters, and where each cursor
+// stopped. A decoding failure ends the comparison and is the result.
+uint32_t _ombr_string_utf8_compare(const char *a, const char *b, uint32_t limit, uint8_t byte_exact,
+                                   int32_t *out_difference, uint32_t *out_equal_count, const char **out_end_a,
+                                   const char **out_end_b);
+
+// The one bounded copy: whole characters of src, at most `limit` of them,
+// into size bytes at dest, always terminated (even for size 0 or 1, which
+// write the terminator at dest). Returns the bytes copied, terminator excluded.
+uint32_t _ombr_string_utf8_copy(char *dest, uint32_t size, const char *src, uint32_t limit);
+
 }  // extern "C"
 
 #endif

@@ -70,6 +70,72 @@ OMBR_API uint32_t ombr_string_charnext(const char **cursor, uint32_t *out_size);
 /* Encodes one character without a terminator; written is 0 if it does not fit. */
 OMBR_API char *ombr_string_setchar(char *buffer, uint32_t size, uint32_t code_point, uint32_t *out_written);
 
+/* ---- Comparison ------------------------------------------------------------
+ * All take null. Results are -1, 0 or 1. strcmp compares unsigned bytes;
+ * the others compare decoded code points, the i forms folding ASCII case. */
+OMBR_API int32_t ombr_string_strcmp(const char *a, const char *b);
+OMBR_API int32_t ombr_string_stricmp(const char *a, const char *b);
+OMBR_API int32_t ombr_string_strncmp(const char *a, const char *b, uint32_t chars);
+OMBR_API int32_t ombr_string_strnicmp(const char *a, const char *b, uint32_t chars);
+/* Leading equal characters. Note the pair: strcmp_len folds ASCII case,
+ * stricmp_len compares exactly. */
+OMBR_API uint32_t ombr_string_strcmp_len(const char *a, const char *b, const char **out_end_a,
+                                         const char **out_end_b);
+OMBR_API uint32_t ombr_string_stricmp_len(const char *a, const char *b, const char **out_end_a,
+                                          const char **out_end_b);
+
+/* ---- Copy and duplicate ------------------------------------------------------
+ * size: bytes of the destination; chars: limit in characters. Characters are
+ * never split and the destination is always terminated. */
+OMBR_API char *ombr_string_strcpy(char *dest, uint32_t size, const char *src);
+OMBR_API char *ombr_string_strncpy(char *dest, uint32_t size, const char *src, uint32_t chars);
+OMBR_API char *ombr_string_strcat(char *dest, uint32_t size, const char *src);
+OMBR_API char *ombr_string_strncat(char *dest, uint32_t size, const char *src, uint32_t chars);
+OMBR_API char *ombr_string_strdup(const char *s);
+OMBR_API char *ombr_string_strdupn(const char *s, uint32_t size, uint8_t fill);
+OMBR_API char *ombr_string_strndup(const char *s, uint32_t chars);
+OMBR_API char *ombr_string_worddup(const char *s);
+
+/* ---- Search -------------------------------------------------------------------- */
+OMBR_API char *ombr_string_strchr(const char *s, uint32_t code_point);
+OMBR_API char *ombr_string_strrchr(const char *s, uint32_t code_point);
+OMBR_API char *ombr_string_substring(const char *haystack, const char *needle, const char **out_end,
+                                     uint32_t *out_chars);
+OMBR_API char *ombr_string_strstr(const char *haystack, const char *needle);
+/* Searches forward and returns the position just behind the first match. */
+OMBR_API char *ombr_string_strrstr(const char *haystack, const char *needle);
+OMBR_API char *ombr_string_strtok(char *s, const char *delimiters, char **save, char *out_delimiter);
+
+/* ---- In-place edits ---------------------------------------------------------- */
+OMBR_API char *ombr_string_trim(char *s);
+OMBR_API char *ombr_string_tolower(char *s);
+OMBR_API char *ombr_string_toupper(char *s);
+OMBR_API char *ombr_string_reverse(char *s);
+
+/* ---- Numbers ------------------------------------------------------------------- */
+OMBR_API int32_t ombr_string_strtol(const char *s, char **end, int32_t base);
+OMBR_API uint32_t ombr_string_strtoul(const char *s, char **end, int32_t base);
+OMBR_API uint64_t ombr_string_strtoull(const char *s, char **end, int32_t base);
+OMBR_API int32_t ombr_string_atoi32(const char *s);
+OMBR_API uint32_t ombr_string_atou32(const char *s);
+OMBR_API uint64_t ombr_string_atou64(const char *s);
+OMBR_API double ombr_string_atof64(const char *s);
+OMBR_API uint32_t ombr_string_atobool(const char *s);
+OMBR_API char *ombr_string_i32toa(int32_t value, char *buffer, uint32_t size);
+OMBR_API char *ombr_string_u32toa(uint32_t value, char *buffer, uint32_t size);
+
+/* ---- Character classes --------------------------------------------------------- */
+OMBR_API int32_t ombr_string_isalpha(int32_t c);
+OMBR_API int32_t ombr_string_isdigit(int32_t c);
+OMBR_API int32_t ombr_string_isspace(int32_t c);
+OMBR_API int32_t ombr_string_isxdigit(int32_t c);
+OMBR_API int32_t ombr_string_isalnum(int32_t c);
+OMBR_API int32_t ombr_string_isprint(int32_t c);
+OMBR_API int32_t ombr_string_islower(int32_t c);
+OMBR_API int32_t ombr_string_isupper(int32_t c);
+OMBR_API int32_t ombr_string_char_tolower(int32_t c);
+OMBR_API int32_t ombr_string_char_toupper(int32_t c);
+
 OMBR_END_DECLS
 
 #endif
