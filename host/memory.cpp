@@ -73,7 +73,7 @@ EXPORT int64_t zelto_manager_memory_live_blocks(void) { return g_live.load(); }
 EXPORT uint64_t zelto_manager_memory_alloc_count(void) { return g_allocs.load(); }
 
 EXPORT void zelto_manager_memory_fail_nth(uint64_t n) {
-    g_fired.store(0);
+    if (n != 0) g_fired.store(0);  // disarming keeps the record of a failure that fired
     g_fail_at.store(n == 0 ? 0 : g_allocs.load() + n);
 }
 

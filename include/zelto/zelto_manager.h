@@ -36,7 +36,8 @@ ZELTO_MANAGER_API uint64_t zelto_manager_memory_alloc_count(void);
 /* Make the n-th allocation from now fail (1 = the next one); 0 switches
  * injection off. Only that one allocation fails. */
 ZELTO_MANAGER_API void zelto_manager_memory_fail_nth(uint64_t n);
-/* Whether an injected failure has fired since the last fail_nth call. */
+/* Whether an injected failure has fired since injection was last armed
+ * (fail_nth with n > 0); switching injection off keeps the answer. */
 ZELTO_MANAGER_API int zelto_manager_memory_failure_fired(void);
 /* Make ombr_memory_initialize fail (non-zero) or succeed (0). */
 ZELTO_MANAGER_API void zelto_manager_memory_fail_initialize(int fail);

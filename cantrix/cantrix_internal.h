@@ -1,0 +1,140 @@
+// Internal state and shared helpers of the query module.
+#ifndef CANTRIX_INTERNAL_H
+#define CANTRIX_INTERNAL_H
+
+#include <source_location>
+
+#include "ombr/ombr_base.h"
+#include "platform/ombr_frame.h"
+#include "zelto/zelto_cantrix.h"
+
+struct ombr_stringmap;
+struct ombr_vector;
+
+// The record behind a query handle. All fields are zero when it is new.
+struct cantrix_query {
+    uint32_t magic;
+    ombr_critsec_t lock;
+    void *user;
+    zelto_cantrix_status_callback callback;
+    void *callback_data;
+    uint8_t busy;
+    ombr_stringmap *options;
+    uint32_t data_flags;
+    const char *lookup_mode;  // borrowed, never freed
+    const zelto_lookup_interface *lookup;
+    zelto_rvo_handle input_rvo;
+    ombr_stringmap *text_fields;
+    ombr_vector *toc_offsets;
+    char *fp_data;
+    char *fp_kind;
+    char *fp_algorithm_name;
+    char *fp_algorithm_version;
+    zelto_dsp_generator fp_generator;
+    ombr_vector *fp_blocks;
+    uint32_t fp_min_block;
+    uint32_t fp_max_block;
+    uint32_t fp_end_flag;
+};
+
+extern "C" {
+// Service tables held from bring-up to take-down.
+extern const zelto_manager_table *g_cantrix_manager_interface;
+extern const zelto_errorinfo_interface *g_cantrix_errorinfo_interface;
+extern const zelto_handlemanager_interface *g_cantrix_handlemanager_interface;
+extern const zelto_userinfo_interface *g_cantrix_userinfo_interface;
+extern const zelto_rvo_interface *g_cantrix_rvo_interface;
+extern const zelto_lists_interface *g_cantrix_lists_interface;
+extern const zelto_serialization_interface *g_cantrix_serialization_interface;
+extern const zelto_dsp_interface *g_cantrix_dsp_interface;
+
+uint32_t _cantrix_init_func(const zelto_manager_table *manager);
+uint32_t _cantrix_shutdown_func(uint32_t flag);
+uint32_t _cantrix_map_error(uint32_t status);
+uint32_t _cantrix_clear_query(cantrix_query *query);
+uint32_t _cantrix_free_query(cantrix_query *query);
+uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer, uint32_t size);
+}
+
+namespace cantrix {
+
+constexpr uint32_t kPackage = 0x81;
+constexpr uint32_t kQueryMagic = 0x77ADDA77u;
+constexpr const char *kUnit = "zelto_cantrix";
+
+// Status codes of the module.
+constexpr uint32_t kInvalidArg = 0x90810001u;
+constexpr uint32_t kNoMemory = 0x90810002u;
+constexpr uint32_t kNotFound = 0x10810003u;
+constexpr uint32_t kBusy = 0x90810006u;
+constexpr uint32_t kNotInitialized = 0x90810007u;
+constexpr uint32_t kInitFailed = 0x9081000Au;
+constexpr uint32_t kUnsupported = 0x9081000Bu;
+constexpr uint32_t kInvalidData = 0x9081000Cu;
+constexpr uint32_t kNoService = 0x9081003Fu;
+constexpr uint32_t kInvalidToc = 0x908100C4u;
+constexpr uint32_t kNoSuitableInput = 0x908101A4u;
+constexpr uint32_t kBadManager = 0x90810320u;
+constexpr uint32_t kInvalidUtf8 = 0x908103A0u;
+
+// errorinfo_set through the held table.
+inline void errorinfo_set(uint32_t mapped, uint32_t source, const char *function, const char *message) {
+    g_cantrix_errorinfo_interface->errorinfo_set(mapped, source, function, message);
+}
+
+// A failure found before any work (argument tests): mapped already, line 0
+// and the function's name in the place of the source unit. With `info` the
+// error-information service records it as well.
+uint32_t report_argument(const char *function, uint32_t status, bool info, const char *message = nullptr);
+
+// The handle test of the public pattern. `info_name` is the function name
+// given to errorinfo_set (normally the function's own name).
+uint32_t check_query_handle(const char *function, const void *handle, const char *info_name = nullptr,
+                            std::source_location where = std::source_location::current());
+
+// The exit of the public pattern: map, record, and pass a failure through
+// the error hook with line 0 and the function's name.
+uint32_t finish(const char *function, uint32_t working);
+
+// Holds a query's critical section for the life of the guard.
+class QueryLock {
+   public:
+    explicit QueryLock(cantrix_query *query) : lock_(query ? query->lock : nullptr) {
+        if (lock_) ombr_thread_critsec_enter(lock_);
+    }
+    ~QueryLock() {
+        if (lock_) ombr_thread_critsec_leave(lock_);
+    }
+    QueryLock(const QueryLock &) = delete;
+    QueryLock &operator=(const QueryLock &) = delete;
+
+   private:
+    ombr_critsec_t lock_;
+};
+
+inline constexpr auto no_argument_tests = [] { return 0u; };
+
+// The whole public pattern for a function on a query handle: initialised
+// test, argument tests (`check_args` returns 0 or an already reported
+// status), handle test, tests that need a valid handle (`check_after`),
+// work under the query's lock, exit.
+template <typename CheckArgs, typename Work, typename CheckAfter = decltype(no_argument_tests)>
+uint32_t query_call(const char *function, zelto_cantrix_query_handle handle, CheckArgs check_args, Work work,
+                    const char *info_name = nullptr,
+                    std::source_location where = std::source_location::current(),
+                    CheckAfter check_after = no_argument_tests) {
+    if (zelto_cantrix_initchecks() == 0) return ombr::error_exit(kNotInitialized, 0, function);
+    if (uint32_t status = check_args()) return status;
+    if (uint32_t status = check_query_handle(function, handle, info_name, where)) return status;
+    if (uint32_t status = check_after()) return status;
+    uint32_t working;
+    {
+        QueryLock guard(handle);
+        working = work(handle);
+    }
+    return finish(function, working);
+}
+
+}  // namespace cantrix
+
+#endif

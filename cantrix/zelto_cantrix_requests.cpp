@@ -1,0 +1,339 @@
+// Requests to the lookup provider: the TOC text, options, range, the
+// progress callback and the lookups themselves.
+#include "cantrix/cantrix_internal.h"
+#include "ombr/ombr_datatypes.h"
+#include "ombr/ombr_string.h"
+
+extern "C" uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer, uint32_t size) {
+    if (!query || !buffer || size == 0) return ombr::fail(cantrix::kInvalidArg, "zelto_cantrix_requests");
+    buffer[0] = '\0';
+    uint32_t used = 0;
+    // The room is counted exactly, blanks included: a table longer than the
+    // buffer ends at the last number that fits whole, never past the buffer.
+    for (uint32_t index = 0;; ++index) {
+        uintptr_t entry = 0;
+        if (ombr_vector_getindex(query->toc_offsets, index, &entry) != 0) break;
+        char digits[16];
+        ombr_string_u32toa(static_cast<uint32_t>(entry), digits, sizeof digits);
+        uint32_t needed = ombr_string_bytelen_nonull(digits) + (index > 0 ? 1 : 0);
+        if (used + needed + 1 > size) break;
+        if (index > 0) buffer[used++] = ' ';
+        ombr_string_strcpy(buffer + used, size - used, digits);
+        used += ombr_string_bytelen_nonull(digits);
+    }
+    return 0;
+}
+
+namespace {
+
+using namespace cantrix;
+
+constexpr const char *kRequestsUnit = "zelto_cantrix_requests";
+constexpr const char *kRequestId = "CNX_1";
+constexpr const char *kLookupInterface = "_zelto_lookup_interface";
+constexpr const char *kTypeAlbum = "zelto_lookup_type_album";
+constexpr const char *kTypeTrack = "zelto_lookup_type_track";
+constexpr uint32_t kFpKindUnsendable = 0x908101A3u;
+
+uint32_t requests_fail(uint32_t status, std::source_location where = std::source_location::current()) {
+    return ombr::error_exit(status, where.line(), kRequestsUnit);
+}
+
+// A query option's text, or null when the map or the key is absent.
+const char *option_text(const cantrix_query *query, const char *key) {
+    const char *value = nullptr;
+    if (!query->options || ombr_stringmap_value_find(query->options, key, &value) != 0) return nullptr;
+    return value;
+}
+
+bool option_present(const cantrix_query *query, const char *key) {
+    return query->options && ombr_stringmap_value_find(query->options, key, nullptr) == 0;
+}
+
+// Provider mode number of the query's lookup mode: only the exact local
+// text selects the local provider.
+uint32_t lookup_mode_number(const cantrix_query *query) {
+    return ombr_string_equal(query->lookup_mode, "zelto_lookupmode_local", 0) ? 2 : 1;
+}
+
+// The application-facing status number of a provider event, or 0 when the
+// application is not called.
+uint32_t application_status(uint32_t code) {
+    switch (code) {
+        case 1: return 10;
+        case 8: return 20;
+        case 9: return 30;
+        case 10: return 40;
+        case 11: return 50;
+        case 12: return 100;
+        default: return 0;
+    }
+}
+
+}  // namespace
+
+extern "C" void _cantrix_lookup_callback(void *callback_data, const zelto_lookup_status *status, uint8_t *abort_flag) {
+    auto *query = static_cast<cantrix_query *>(callback_data);
+    if (!query || !status) return;
+    uint32_t app_status = application_status(status->code);
+    if (app_status != 0 && query->callback) {
+        bool counters = (status->code == 9 || status->code == 10) && status->kind == 16;
+        query->busy = 1;
+        query->callback(query->callback_data, query, app_status, counters ? status->value1 : 0,
+                        counters ? static_cast<uint32_t>(status->value2) : 0, abort_flag);
+        query->busy = 0;
+    } else if (status->code == 13) {
+        errorinfo_set(status->value1, status->value1, nullptr, reinterpret_cast<const char *>(status->value2));
+    }
+    if (abort_flag && *abort_flag == 1)
+        ombr::log_message(kPackage, OMBR_LOG_DETAIL, __LINE__, kRequestsUnit,
+                          "Provided callback aborted the Cantrix lookup request.");
+}
+
+extern "C" uint32_t _cantrix_request_get_range(cantrix_query *query, uint32_t *out_start, uint32_t *out_end) {
+    if (!query) return requests_fail(kInvalidArg);
+    uint32_t start = ombr_string_atou32(option_text(query, "zelto_cantrix_result_range_start"));
+    uint32_t size = ombr_string_atou32(option_text(query, "zelto_cantrix_result_range_size"));
+    if (start == 0) start = 1;
+    if (size == 0) size = 10;
+    if (out_start) *out_start = start;
+    if (out_end) *out_end = start + size - 1;
+    return 0;
+}
+
+extern "C" uint32_t _cantrix_request_add_options(cantrix_query *query, zelto_lookup_request request,
+                                                 const char *request_id, uint8_t text_search) {
+    if (!query || !request || ombr_string_isempty(request_id)) return requests_fail(kInvalidArg);
+    const zelto_lookup_interface *lookup = query->lookup;
+    auto set = [&](const char *key, const char *value) {
+        return lookup->lookup_request_set_option(request, request_id, key, value);
+    };
+    uint32_t status = 0;
+    if (!text_search) {
+        // Data-flag bits become provider switches, in this order.
+        const uint32_t flags = query->data_flags;
+        if ((flags & 0x400000u) && (status = set("zelto_lookup_option_link", "1"))) return requests_fail(status);
+        if ((flags & 0x800000u) && (status = set("zelto_lookup_option_globalids", "1"))) return requests_fail(status);
+        if ((flags & 0x4000000u) && (status = set("zelto_lookup_option_class", "1"))) return requests_fail(status);
+        if (flags & 0x1000000u) {
+            (void)set("zelto_lookup_option_sonic", "1");
+            if ((status = set("zelto_lookup_option_playlist", "1"))) return requests_fail(status);
+        }
+        if ((flags & 0x8000000u) && (status = set("zelto_lookup_option_aim", "1"))) return requests_fail(status);
+    }
+    if (ombr_string_equal(query->lookup_mode, "zelto_lookupmode_online_nocache", 0) &&
+        (status = set("zelto_lookup_option_cache_usage", "zelto_lookup_option_value_cache_skip_read")))
+        return requests_fail(status);
+    if (!query->options) return 0;
+
+    // Values below pass through unread, "false" included, except the
+    // additional credits, which go out only when true.
+    if (const char *lang = option_text(query, "zelto_cantrix_preferred_lang");
+        option_present(query, "zelto_cantrix_preferred_lang") && (status = set("zelto_lookup_option_language", lang)))
+        return requests_fail(status);
+    if (const char *credits = option_text(query, "zelto_cantrix_option_additional_credits");
+        credits && ombr_string_atobool(credits) && (status = set("zelto_lookup_option_additionalcredits", credits)))
+        return requests_fail(status);
+    if (text_search) return 0;
+    if (option_present(query, "zelto_cantrix_option_output") &&
+        (status = set("zelto_lookup_option_output", option_text(query, "zelto_cantrix_option_output"))))
+        return requests_fail(status);
+    // Preferring cover art suppresses the single-result option.
+    if (option_present(query, "zelto_cantrix_result_prefer_coverart")) {
+        if ((status = set("zelto_lookup_option_result_prefercover",
+                          option_text(query, "zelto_cantrix_result_prefer_coverart"))))
+            return requests_fail(status);
+    } else if (option_present(query, "zelto_cantrix_single_result")) {
+        if ((status = set("zelto_lookup_option_result_single", option_text(query, "zelto_cantrix_single_result"))))
+            return requests_fail(status);
+    }
+    if (option_present(query, "zelto_cantrix_result_prefer_xid") &&
+        (status = set("zelto_lookup_option_result_preferxid", option_text(query, "zelto_cantrix_result_prefer_xid"))))
+        return requests_fail(status);
+    return 0;
+}
+
+namespace {
+
+// The common request sequence. `build` declares the lookup and sends its
+// data (it gets the provider table and the request); then the options go
+// out, the request runs and its result object is handed to the caller. The
+// request is released on every path.
+template <typename Build>
+uint32_t run_request(cantrix_query *query, uint8_t text_search, zelto_rvo_handle *out_object, Build build) {
+    if (query->lookup) query->lookup->lookup_release(query->lookup);
+    const void *table = nullptr;
+    uint32_t status =
+        g_cantrix_manager_interface->interface_get(kLookupInterface, lookup_mode_number(query), 0, &table);
+    if (status != 0) {
+        if (OMBR_STATUS_VALUE(status) == 3) status = kNoService;
+        // The query still points at the table given back above; a manager
+        // keeps a once-given table callable.
+        if (query->lookup) query->lookup->lookup_request_release(nullptr);
+        return requests_fail(status);
+    }
+    query->lookup = static_cast<const zelto_lookup_interface *>(table);
+    const zelto_lookup_interface *lookup = query->lookup;
+
+    zelto_lookup_request request = nullptr;
+    status = lookup->lookup_request_create(lookup, _cantrix_lookup_callback, query, &request);
+    if (status == 0) status = build(lookup, request);
+    if (status == 0) status = _cantrix_request_add_options(query, request, kRequestId, text_search);
+    if (status == 0) status = lookup->lookup_request_execute(request, query->user);
+    zelto_rvo_handle object = nullptr;
+    if (status == 0) status = lookup->lookup_request_get_result(request, kRequestId, &object);
+    if (status == 0) *out_object = object;
+    lookup->lookup_request_release(request);
+    return requests_fail(status);
+}
+
+// Sends the result range as two data items; their statuses are ignored.
+void send_range(cantrix_query *query, const zelto_lookup_interface *lookup, zelto_lookup_request request) {
+    uint32_t start = 0, end = 0;
+    if (_cantrix_request_get_range(query, &start, &end) != 0) return;
+    char digits[32];
+    (void)lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_result_range_start",
+                                          ombr_string_u32toa(start, digits, sizeof digits), 1);
+    (void)lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_result_range_end",
+                                          ombr_string_u32toa(end, digits, sizeof digits), 1);
+}
+
+// One value of an object at ordinal 1.
+uint32_t object_value(zelto_rvo_handle object, const char *key, const char **out_value) {
+    return g_cantrix_rvo_interface->rvo_value_get(object, key, 1, out_value);
+}
+
+}  // namespace
+
+extern "C" uint32_t _cantrix_perform_tui_query(cantrix_query *query, zelto_rvo_handle object, const char *lookup_type,
+                                               zelto_rvo_handle *out_response) {
+    if (!query || !object || !lookup_type || !out_response) return requests_fail(kInvalidArg);
+    const bool revision_check = ombr_string_atobool(option_text(query, "zelto_cantrix_option_revision_check"));
+    const char *context = nullptr;
+    uint32_t status = g_cantrix_rvo_interface->rvo_get_context(object, &context);
+    if (status != 0) return requests_fail(status);
+
+    const char *id = nullptr, *tag = nullptr;
+    bool mui_form = false;
+    status = object_value(object, "zelto_val_tui", &id);
+    if (status == 0) {
+        status = object_value(object, "zelto_val_tui_tag", &tag);
+    } else if (ombr_string_equal(context, "zelto_ctx_album", 0)) {
+        // An album without a tui is looked up by its media identifier.
+        mui_form = true;
+        status = object_value(object, "_sdkmgr_val_mui", &id);
+        if (status == 0) status = object_value(object, "_sdkmgr_val_muitag", &tag);
+    }
+    if (status != 0) return requests_fail(status);
+    const char *revision = nullptr;
+    if (revision_check && object_value(object, "_sdkmgr_val_tui_rev", &revision) != 0)
+        return requests_fail(kNoSuitableInput);
+
+    return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
+        auto data = [&](const char *key, const char *value) {
+            return lookup->lookup_request_set_data(request, kRequestId, key, value, 1);
+        };
+        uint32_t s = lookup->lookup_request_add(request, lookup_type, kRequestId, "cnx", 0);
+        if (s != 0) return s;
+        const char *matched = nullptr;
+        if (mui_form) {
+            if ((s = data("zelto_lookup_data_mui", id)) || (s = data("zelto_lookup_data_media_id", tag))) return s;
+            if (object_value(object, "zelto_val_track_matched", &matched) == 0 &&
+                (s = data("zelto_lookup_data_track_matched", matched)))
+                return s;
+        } else {
+            if ((s = data("zelto_lookup_data_tui", id)) || (s = data("zelto_lookup_data_tui_tag", tag))) return s;
+            // The matched track travels under one key, whatever its source.
+            if (ombr_string_equal(context, "zelto_ctx_album", 1)) {
+                if (object_value(object, "zelto_val_track_matched", &matched) == 0)
+                    (void)data("zelto_lookup_data_track_matched", matched);
+            } else if (ombr_string_equal(context, "zelto_ctx_track", 1)) {
+                if (object_value(object, "zelto_val_tracknumber", &matched) == 0)
+                    (void)data("zelto_lookup_data_track_matched", matched);
+            } else {
+                (void)data("zelto_lookup_data_track_matched", nullptr);
+            }
+        }
+        if (revision_check && (s = data("zelto_lookup_data_rev", revision))) return s;
+        return 0u;
+    });
+}
+
+extern "C" uint32_t _cantrix_perform_rvolookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    if (!query->input_rvo) return requests_fail(kNoSuitableInput);
+    if (kind == 1) return _cantrix_perform_tui_query(query, query->input_rvo, kTypeAlbum, out_response);
+    if (kind == 2) return _cantrix_perform_tui_query(query, query->input_rvo, kTypeTrack, out_response);
+    return requests_fail(kInvalidArg);
+}
+
+extern "C" uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    char toc[1024];
+    ombr_memory_memset(toc, 0, sizeof toc);
+    uint32_t status = _cantrix_build_toc_string(query, toc, sizeof toc);
+    if (status != 0) return requests_fail(status);
+    return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
+        if (kind != 1) return kUnsupported;  // TOC lookups exist for albums only
+        uint32_t s = lookup->lookup_request_add(request, kTypeAlbum, kRequestId, "cnx", 0);
+        if (s == 0) s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_toc", toc, 1);
+        // A fingerprint set beside the TOC travels with it.
+        if (s == 0 && query->fp_data)
+            s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_tvx_querydata",
+                                                query->fp_data, 1);
+        if (s == 0) send_range(query, lookup, request);
+        return s;
+    });
+}
+
+extern "C" uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
+        const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : nullptr;
+        auto is_kind = [&](const char *name) { return ombr_string_equal(query->fp_kind, name, 1); };
+        uint32_t s = 0;
+        const char *data_key = nullptr;
+        if (is_kind("zelto_cantrix_fp_zfpx") || is_kind("zelto_cantrix_fp_3stream") ||
+            is_kind("zelto_cantrix_fp_6stream")) {
+            data_key = "zelto_lookup_data_fpx_querydata";
+            if (type) s = lookup->lookup_request_add(request, type, kRequestId, "audio-block", 1);
+            if (s == 0)
+                s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_fpx_algname",
+                                                    query->fp_algorithm_name, 1);
+            if (s == 0)
+                s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_fpx_algver",
+                                                    query->fp_algorithm_version, 1);
+        } else if (is_kind("zelto_cantrix_fp_tvx") || is_kind("zelto_cantrix_fp_file")) {
+            data_key = "zelto_lookup_data_tvx_querydata";
+            if (type) s = lookup->lookup_request_add(request, type, kRequestId, "cnx", 0);
+        } else {
+            return kFpKindUnsendable;
+        }
+        if (s == 0) s = lookup->lookup_request_set_data(request, kRequestId, data_key, query->fp_data, 1);
+        return s;
+    });
+}
+
+extern "C" uint32_t _cantrix_get_album_full_disc(cantrix_query *query, zelto_rvo_handle album,
+                                                 zelto_rvo_handle *out_album) {
+    if (!query || !out_album) return requests_fail(kInvalidArg);
+    const zelto_rvo_interface *rvo = g_cantrix_rvo_interface;
+    const char *context = nullptr;
+    uint32_t status = rvo->rvo_get_context(album, &context);
+    if (status != 0) return requests_fail(status);
+    if (ombr_string_strcmp(context, "zelto_ctx_album") != 0) return requests_fail(kInvalidArg);
+    const char *full = nullptr;
+    status = object_value(album, "zelto_val_full_result", &full);
+    if (ombr_string_atobool(full)) {
+        rvo->rvo_addref(album);
+        *out_album = album;
+        return requests_fail(status);
+    }
+    zelto_rvo_handle response = nullptr;
+    status = _cantrix_perform_tui_query(query, album, kTypeAlbum, &response);
+    if (status == 0) {
+        status = rvo->rvo_child_get(response, "zelto_ctx_album!", 1, 1, out_album);
+        rvo->rvo_release(response);
+    }
+    return requests_fail(status);
+}

@@ -1,0 +1,113 @@
+/*
+ * libzelto_cantrix: music identification by CD table of contents, text,
+ * audio fingerprint or an earlier result.
+ *
+ * Every function returns a 32-bit status: 0 is success, bit 31 set is a
+ * failure, 0x10xxxxxx is a soft status. The module must be initialised
+ * against a manager table (see zelto/zelto_manager.h for the reference host)
+ * before any query is made.
+ */
+#ifndef ZELTO_CANTRIX_H
+#define ZELTO_CANTRIX_H
+
+#include <stdint.h>
+
+#include "zelto/zelto_services.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define ZELTO_CANTRIX_API __attribute__((visibility("default")))
+
+/* ---- Status codes ------------------------------------------------------------ */
+#define ZELTO_CANTRIX_INVALID_ARG 0x90810001u
+#define ZELTO_CANTRIX_NO_MEMORY 0x90810002u
+#define ZELTO_CANTRIX_RESULT_NO_OBJECT 0x90810003u
+#define ZELTO_CANTRIX_NOT_FOUND 0x10810003u
+#define ZELTO_CANTRIX_BUSY 0x90810006u
+#define ZELTO_CANTRIX_NOT_INITIALIZED 0x90810007u
+#define ZELTO_CANTRIX_INIT_FAILED 0x9081000au
+#define ZELTO_CANTRIX_UNSUPPORTED 0x9081000bu
+#define ZELTO_CANTRIX_INVALID_DATA 0x9081000cu
+#define ZELTO_CANTRIX_NO_SERVICE 0x9081003fu
+#define ZELTO_CANTRIX_INVALID_TOC 0x908100c4u
+#define ZELTO_CANTRIX_FP_KIND_UNSENDABLE 0x908101a3u
+#define ZELTO_CANTRIX_NO_SUITABLE_INPUT 0x908101a4u
+#define ZELTO_CANTRIX_BAD_MANAGER 0x90810320u
+#define ZELTO_CANTRIX_RANGE_INVALID 0x90810361u
+#define ZELTO_CANTRIX_INVALID_UTF8 0x908103a0u
+
+/* Status numbers given to the status callback. */
+#define ZELTO_CANTRIX_STATUS_RELEASE 999u
+
+/* ---- Handles and callback ------------------------------------------------------ */
+
+typedef struct cantrix_query *zelto_cantrix_query_handle;
+typedef void *zelto_user_handle;
+
+/* Called on the caller's thread while a lookup runs (status 10 to 100 with
+ * progress counters) and once at release (status 999). The application may
+ * set *abort to 1 during a lookup to ask for it to stop. */
+typedef void (*zelto_cantrix_status_callback)(void *callback_data, zelto_cantrix_query_handle query, uint32_t status,
+                                              uint32_t value1, uint32_t value2, uint8_t *abort);
+
+/* ---- Module lifecycle ------------------------------------------------------------ */
+
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_initialize(const zelto_manager_table *manager);
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_shutdown(void);
+/* Number of initialise calls not yet matched by a shutdown (0: down). */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_initchecks(void);
+ZELTO_CANTRIX_API const char *zelto_cantrix_get_version(void);
+ZELTO_CANTRIX_API const char *zelto_cantrix_get_build_date(void);
+
+/* ---- Query handle ------------------------------------------------------------------ */
+
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_create(zelto_user_handle user, zelto_cantrix_status_callback callback,
+                                                      void *callback_data, zelto_cantrix_query_handle *out_query);
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_release(zelto_cantrix_query_handle query);
+
+/* ---- Options --------------------------------------------------------------------- */
+
+/* Keys are compared without regard to ASCII case. The value returned by get
+ * stays valid until the option changes or the query is released. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_option_set(zelto_cantrix_query_handle query, const char *key,
+                                                          const char *value);
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_option_get(zelto_cantrix_query_handle query, const char *key,
+                                                          const char **out_value);
+
+/* ---- Inputs ---------------------------------------------------------------------- */
+
+/* Table of contents, offset by offset (at most 100) or as text such as
+ * "150 14672 27367 41225" (rising numbers up to 1000000, at least two). */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_add_toc_offset(zelto_cantrix_query_handle query, uint32_t offset);
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_toc_string(zelto_cantrix_query_handle query,
+                                                              const char *toc_string);
+
+/* Text fields: "zelto_cantrix_field_artist", "zelto_cantrix_field_album",
+ * "zelto_cantrix_field_title", "zelto_cantrix_field_composer",
+ * "zelto_cantrix_field_fragment", "zelto_cantrix_field_album_artist",
+ * "zelto_cantrix_field_track_artist", "zelto_cantrix_field_lyric" (exact
+ * case). The first field drops any other input; later fields add to it. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_text(zelto_cantrix_query_handle query, const char *search_field,
+                                                        const char *search_text);
+/* A result object of an earlier answer; the query takes its own reference. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_rvo(zelto_cantrix_query_handle query, zelto_rvo_handle object);
+
+/* ---- Find operations -------------------------------------------------------------- */
+
+/* Each gives a new result object with one reference for the application,
+ * to be released through the result-object service. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle query,
+                                                           zelto_rvo_handle *out_response);
+
+/* ---- Provider tables of the module's response and result records ------------------- */
+
+ZELTO_CANTRIX_API extern const zelto_rvo_provider g_cantrix_rvo_response_provider;
+ZELTO_CANTRIX_API extern const zelto_rvo_provider g_cantrix_rvo_result_provider;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

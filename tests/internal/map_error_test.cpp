@@ -1,0 +1,36 @@
+// Status mapping into the module's package.
+#include <gtest/gtest.h>
+
+#include "cantrix/cantrix_internal.h"
+
+namespace {
+
+TEST(MapError, EveryRowOfTheTable) {
+    struct Row {
+        uint32_t in, out;
+    } rows[] = {
+        {0, 0},
+        {0x90810361u, 0x90810361u},  // own package: unchanged
+        {0x10810003u, 0x10810003u},
+        {0x900d0002u, 0x90810002u},  // out of memory in any package
+        {0x90030002u, 0x90810002u},
+        {0x100d0003u, 0x10810003u},  // not found becomes soft
+        {0x90020003u, 0x10810003u},
+        {0x10820003u, 0x10810003u},
+        {0x90040005u, 0x90810400u},  // services behind the manager
+        {0x90140005u, 0x90810400u},
+        {0x90070009u, 0x90810404u},
+        {0x900e0009u, 0x90810405u},
+        {0x90100009u, 0x90810403u},
+        {0x90150009u, 0x90810402u},
+        {0x900d0320u, 0x90810320u},  // otherwise: error value kept
+        {0x100d0361u, 0x90810361u},  // a soft foreign status becomes a failure
+        {7u, 0x90810007u},
+        {10u, 0x9081000au},
+        {0x90070002u, 0x90810002u},  // error value 2 wins over the package rule
+        {0x90140003u, 0x10810003u},
+    };
+    for (const Row &row : rows) EXPECT_EQ(_cantrix_map_error(row.in), row.out) << std::hex << row.in;
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+// Fixture that brings the module up against the reference host with one
+// user, and checks on the way out that nothing was leaked: heap blocks,
+// handles, service table references and user references.
+#ifndef MODULE_FIXTURE_H
+#define MODULE_FIXTURE_H
+
+#include "cantrix_test.h"
+#include "zelto/zelto_cantrix.h"
+#include "zelto/zelto_manager.h"
+
+class ModuleTest : public ::testing::Test {
+   protected:
+    void SetUp() override {
+        zelto_manager_services_reset();
+        blocks_before_ = zelto_manager_memory_live_blocks();
+        handles_before_ = zelto_manager_handle_count();
+        ASSERT_EQ(zelto_cantrix_initialize(zelto_manager_get_table()), 0u);
+        ASSERT_EQ(zelto_manager_user_create("test-user", &user_), 0u);
+    }
+    void TearDown() override {
+        zelto_manager_memory_fail_nth(0);
+        EXPECT_EQ(zelto_manager_user_refcount(user_), 1u) << "user references left behind";
+        zelto_manager_user_release(user_);
+        EXPECT_EQ(zelto_cantrix_shutdown(), 0u);
+        EXPECT_EQ(zelto_cantrix_initchecks(), 0u);
+        EXPECT_EQ(zelto_manager_service_refs(nullptr), 0) << "service tables not given back";
+        EXPECT_EQ(zelto_manager_handle_count(), handles_before_) << "query handles left registered";
+        EXPECT_EQ(zelto_manager_memory_live_blocks(), blocks_before_) << "heap blocks leaked";
+        zelto_manager_services_reset();
+    }
+
+    zelto_user *user_ = nullptr;
+    int64_t blocks_before_ = 0;
+    uint32_t handles_before_ = 0;
+};
+
+#endif

@@ -1,0 +1,79 @@
+// Module fixture with a scripted lookup provider installed for both modes,
+// plus builders for the result trees a provider answers with.
+#ifndef SCRIPT_FIXTURE_H
+#define SCRIPT_FIXTURE_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "module_fixture.h"
+#include "zelto/zelto_script_provider.h"
+
+using KeyValues = std::vector<std::pair<std::string, std::string>>;
+
+// A tree node with values; the caller owns one reference.
+inline zelto_manager_tree *make_node(const char *context, const KeyValues &values = {}) {
+    zelto_manager_tree *node = nullptr;
+    EXPECT_EQ(zelto_manager_tree_create(context, &node), 0u);
+    for (auto &kv : values) EXPECT_EQ(zelto_manager_tree_add_value(node, kv.first.c_str(), kv.second.c_str()), 0u);
+    return node;
+}
+
+// Adds a child and drops the caller's reference on it.
+inline void adopt(zelto_manager_tree *parent, const char *key, zelto_manager_tree *child) {
+    EXPECT_EQ(zelto_manager_tree_add_child(parent, key, child), 0u);
+    zelto_manager_tree_release(child);
+}
+
+// An album with numbered tracks "<title> 1".."<title> n".
+inline zelto_manager_tree *make_album(const std::string &title, const std::string &artist, int tracks,
+                                      const KeyValues &extra = {}) {
+    KeyValues values = {{"zelto_val_title", title}, {"zelto_val_artist", artist}};
+    values.insert(values.end(), extra.begin(), extra.end());
+    zelto_manager_tree *album = make_node("zelto_ctx_album", values);
+    for (int n = 1; n <= tracks; ++n)
+        adopt(album, "zelto_ctx_track!",
+              make_node("zelto_ctx_track", {{"zelto_val_tracknumber", std::to_string(n)},
+                                            {"zelto_val_title", title + " " + std::to_string(n)}}));
+    return album;
+}
+
+// A provider's answer: a response code and albums under "zelto_ctx_album!".
+inline zelto_manager_tree *make_answer(const char *response_code, std::vector<zelto_manager_tree *> albums) {
+    zelto_manager_tree *root = make_node("zelto_ctx_response", {{"_sdkmgr_val_response_code", response_code}});
+    for (auto *album : albums) adopt(root, "zelto_ctx_album!", album);
+    return root;
+}
+
+class ScriptedTest : public ModuleTest {
+   protected:
+    void SetUp() override {
+        ModuleTest::SetUp();
+        ASSERT_EQ(zelto_script_create(&script_), 0u);
+        ASSERT_EQ(zelto_script_install(script_, 0), 0u);
+    }
+    void TearDown() override {
+        EXPECT_EQ(zelto_script_live_requests(script_), 0u) << "requests not released";
+        // The module gives its lookup tables back at query release.
+        EXPECT_EQ(zelto_manager_service_refs("_zelto_lookup_interface"), 0);
+        zelto_script_destroy(script_);
+        EXPECT_EQ(zelto_manager_tree_live_count(), 0u) << "tree nodes leaked";
+        EXPECT_EQ(zelto_manager_rvo_live_count(), 0u) << "result objects leaked";
+        ModuleTest::TearDown();
+    }
+    // Queues an answer and drops the caller's reference on its tree.
+    uint32_t answer(zelto_manager_tree *tree) {
+        uint32_t index = 0;
+        EXPECT_EQ(zelto_script_answer(script_, tree, &index), 0u);
+        zelto_manager_tree_release(tree);
+        return index;
+    }
+    std::string transcript(uint32_t request) {
+        const char *text = zelto_script_request_text(script_, request);
+        return text ? text : "<none>";
+    }
+    zelto_script *script_ = nullptr;
+};
+
+#endif
