@@ -34,6 +34,14 @@ std::string sys(const char *format, ...) {
     return buffer;
 }
 
+uint32_t append_vformat(ombr_string_accum_t accum, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    uint32_t status = ombr_string_accum_append_vformat(accum, format, args);
+    va_end(args);
+    return status;
+}
+
 int32_t mvprintf(char **out, const char *format, ...) {
     va_list args;
     va_start(args, format);
@@ -350,7 +358,12 @@ TEST_F(FormatEngine, AccumulatorAppends) {
     ASSERT_EQ(ombr_string_accum_get_string(accum, &data, &size), 0u);
     EXPECT_STREQ(data, "a-007");
     EXPECT_EQ(size, 6u);
+    EXPECT_EQ(append_vformat(accum, "[%5.1f]", 2.26), 0u);
+    EXPECT_EQ(append_vformat(accum, nullptr), 0u);  // not tested, but ends at once
+    ASSERT_EQ(ombr_string_accum_get_string(accum, &data, &size), 0u);
+    EXPECT_STREQ(data, "a-007[  2.3]");
     EXPECT_EQ(ombr_string_accum_append_format(nullptr, "%d", 1), 0x90050001u);
+    EXPECT_EQ(append_vformat(nullptr, "%d", 1), 0x90050001u);
     EXPECT_EQ(ombr_string_accum_delete(accum), 0u);
 }
 
