@@ -173,6 +173,10 @@ TEST_F(FormatEngine, FloatDigits) {
     EXPECT_EQ(max.size(), 1u + 309 + 1 + 165);
     EXPECT_EQ(max.substr(0, 18), "-17976931348623150");
     EXPECT_EQ(fmt("%.3f", 1e-300), "0.000");
+    // Extremes of the double range in exponent form agree with the system library.
+    const double extremes[] = {5e-324, 2.2250738585072014e-308, 1e-310, std::numeric_limits<double>::max(), 1e308};
+    for (double v : extremes)
+        for (const char *f : {"%e", "%.3E", "%g", "%.10g", "%+.15e"}) EXPECT_EQ(fmt(f, v), sys(f, v)) << f << " " << v;
 }
 
 TEST_F(FormatEngine, FloatSpecialValues) {
