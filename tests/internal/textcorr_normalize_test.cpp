@@ -307,3 +307,21 @@ TEST_F(NormalizeTest, AllocationFailuresLeaveNothingBehind) {
         });
     }
 }
+
+TEST_F(NormalizeTest, OutOfMemoryStatusesByPass) {
+    // Buffer failures in the character passes report no memory; a failed
+    // append where numbers are spelled reports the no-match value instead.
+    std::u16string text;
+    for (int i = 0; i < 12; ++i) text += u"Lonely Hearts 1999 ";
+    bool saw_no_memory = false, saw_no_match = false;
+    for_each_allocation_failure([&](uint64_t) {
+        const PrimResult r = prim(text, 0xFFFFFFFFu);
+        saw_no_memory |= r.status == OMBR_TEXTCORR_ERR_NO_MEMORY;
+        saw_no_match |= r.status == OMBR_TEXTCORR_ERR_NO_MATCH;
+        if (r.status == 0) {
+            EXPECT_EQ(r.text.substr(0, 20), u"lonely heart one tho");
+        }
+    });
+    EXPECT_TRUE(saw_no_memory);
+    EXPECT_TRUE(saw_no_match);
+}
