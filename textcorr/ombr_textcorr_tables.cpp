@@ -45,10 +45,10 @@ constexpr Repl wide() {
 
 // ---- Row lists of the descriptor blocks -------------------------------------
 
-// One row spec: a range inside one block, its class and action, and either a
+// One row range: a range inside one block, its class and action, and either a
 // replacement text or a shift (the replacement of each code point is that
 // code point plus `shift`, one unit).
-struct RowSpec {
+struct RowRange {
     uint16_t first;
     uint16_t last;
     uint8_t cls;
@@ -58,14 +58,14 @@ struct RowSpec {
     bool shifted;
 };
 
-constexpr RowSpec row(uint16_t first, uint16_t last, uint8_t cls, uint8_t action, Repl repl = {nullptr, 0}) {
+constexpr RowRange row(uint16_t first, uint16_t last, uint8_t cls, uint8_t action, Repl repl = {nullptr, 0}) {
     return {first, last, cls, action, repl, 0, false};
 }
-constexpr RowSpec shift(uint16_t first, uint16_t last, uint8_t cls, uint8_t action, int32_t by) {
+constexpr RowRange shift(uint16_t first, uint16_t last, uint8_t cls, uint8_t action, int32_t by) {
     return {first, last, cls, action, {nullptr, 0}, by, true};
 }
 
-constexpr RowSpec kRows[] = {
+constexpr RowRange kRows[] = {
     // Block 00
     row(0x0000, 0x0000, 0, 0),
     row(0x0001, 0x0008, 4, 1),
@@ -584,7 +584,7 @@ constexpr bool block_exists(unsigned block) {
 constexpr bool is_cjk_block(unsigned block) { return block >= 0x4E && block <= 0x9F; }
 
 constexpr bool rows_stay_in_blocks() {
-    for (const RowSpec &r : kRows)
+    for (const RowRange &r : kRows)
         if ((r.first >> 8) != (r.last >> 8) || r.first > r.last || !block_exists(r.first >> 8)) return false;
     return true;
 }
@@ -596,7 +596,7 @@ using UnitPool = std::array<std::array<uint16_t, 2>, 256>;
 
 constexpr UnitPool make_pool(unsigned block) {
     UnitPool pool{};
-    for (const RowSpec &r : kRows) {
+    for (const RowRange &r : kRows) {
         if ((r.first >> 8) != block || !r.shifted) continue;
         for (uint32_t cp = r.first; cp <= r.last; ++cp)
             pool[cp & 0xFF][0] = be16(static_cast<uint16_t>(static_cast<int32_t>(cp) + r.shift));
@@ -618,7 +618,7 @@ using DescBlock = std::array<UniDesc, 256>;
 constexpr DescBlock make_block(unsigned block, const UnitPool &pool) {
     DescBlock rows{};
     for (UniDesc &d : rows) d = {kClassUnclassified, kActKeep, nullptr, 0};
-    for (const RowSpec &r : kRows) {
+    for (const RowRange &r : kRows) {
         if ((r.first >> 8) != block) continue;
         for (uint32_t cp = r.first; cp <= r.last; ++cp) {
             const unsigned low = cp & 0xFF;
