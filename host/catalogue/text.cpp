@@ -1,0 +1,321 @@
+// Search keys, word similarity and TOC texts of the catalogue.
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+#include "host/catalogue/catalogue.h"
+
+namespace catalogue {
+
+namespace {
+
+struct FoldRow {
+    uint16_t cp;
+    const char *key;
+};
+
+constexpr FoldRow kFoldTable[] = {
+#include "host/catalogue/fold_table.inc"
+};
+static_assert(sizeof(kFoldTable) / sizeof(kFoldTable[0]) == CATALOGUE_FOLD_ROWS);
+
+// Decodes one UTF-8 sequence at text[i]; returns the code point and moves i,
+// or returns -1 for an invalid byte (moving past it).
+int32_t next_code_point(std::string_view text, size_t &i) {
+    auto b0 = static_cast<unsigned char>(text[i]);
+    if (b0 < 0x80) {
+        ++i;
+        return b0;
+    }
+    int len = 0;
+    int32_t cp = 0;
+    if ((b0 & 0xE0) == 0xC0) {
+        len = 2;
+        cp = b0 & 0x1F;
+    } else if ((b0 & 0xF0) == 0xE0) {
+        len = 3;
+        cp = b0 & 0x0F;
+    } else if ((b0 & 0xF8) == 0xF0) {
+        len = 4;
+        cp = b0 & 0x07;
+    } else {
+        ++i;
+        return -1;
+    }
+    if (i + static_cast<size_t>(len) > text.size()) {
+        ++i;
+        return -1;
+    }
+    for (int k = 1; k < len; ++k) {
+        auto b = static_cast<unsigned char>(text[i + static_cast<size_t>(k)]);
+        if ((b & 0xC0) != 0x80) {
+            ++i;
+            return -1;
+        }
+        cp = (cp << 6) | (b & 0x3F);
+    }
+    static constexpr int32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (cp < kMin[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+        ++i;
+        return -1;
+    }
+    i += static_cast<size_t>(len);
+    return cp;
+}
+
+void append_utf8(std::string &out, uint32_t cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
+const char *fold_lookup(int32_t cp) {
+    if (cp > 0xFFFF) return nullptr;
+    auto it = std::lower_bound(std::begin(kFoldTable), std::end(kFoldTable), cp,
+                               [](const FoldRow &row, int32_t c) { return row.cp < c; });
+    if (it != std::end(kFoldTable) && it->cp == cp) return it->key;
+    return nullptr;
+}
+
+std::u32string code_points(std::string_view text) {
+    std::u32string out;
+    size_t i = 0;
+    while (i < text.size()) {
+        int32_t cp = next_code_point(text, i);
+        out += static_cast<char32_t>(cp < 0 ? 0xFFFD : cp);
+    }
+    return out;
+}
+
+}  // namespace
+
+uint32_t fold_table_rows() { return CATALOGUE_FOLD_ROWS; }
+
+std::string fold(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    bool blank = true;  // suppresses leading and repeated blanks
+    auto put_blank = [&] {
+        if (!blank) out += ' ';
+        blank = true;
+    };
+    size_t i = 0;
+    while (i < text.size()) {
+        int32_t cp = next_code_point(text, i);
+        if (cp < 0) {
+            put_blank();
+            continue;
+        }
+        if (cp < 0x80) {
+            auto c = static_cast<char>(cp);
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+            if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) {
+                out += c;
+                blank = false;
+            } else {
+                put_blank();
+            }
+            continue;
+        }
+        const char *key = fold_lookup(cp);
+        if (key == nullptr) {
+            append_utf8(out, static_cast<uint32_t>(cp));
+            blank = false;
+            continue;
+        }
+        for (const char *k = key; *k; ++k) {
+            if (*k == ' ') {
+                put_blank();
+            } else {
+                out += *k;
+                blank = false;
+            }
+        }
+    }
+    if (!out.empty() && out.back() == ' ') out.pop_back();
+    return out;
+}
+
+std::vector<std::string> fold_words(std::string_view text) {
+    std::string key = fold(text);
+    std::vector<std::string> words;
+    size_t pos = 0;
+    while (pos < key.size()) {
+        size_t end = key.find(' ', pos);
+        if (end == std::string::npos) end = key.size();
+        if (end > pos) words.emplace_back(key.substr(pos, end - pos));
+        pos = end + 1;
+    }
+    return words;
+}
+
+uint32_t edit_distance(std::string_view a, std::string_view b) {
+    // Optimal string alignment: insertions, deletions, substitutions and
+    // transpositions of neighbours each cost one.
+    std::u32string x = code_points(a), y = code_points(b);
+    size_t w = y.size() + 1;
+    std::vector<uint32_t> d((x.size() + 1) * w);
+    for (size_t j = 0; j < w; ++j) d[j] = static_cast<uint32_t>(j);
+    for (size_t i = 1; i <= x.size(); ++i) {
+        d[i * w] = static_cast<uint32_t>(i);
+        for (size_t j = 1; j <= y.size(); ++j) {
+            uint32_t cost = x[i - 1] == y[j - 1] ? 0 : 1;
+            uint32_t v = std::min({d[(i - 1) * w + j] + 1, d[i * w + j - 1] + 1, d[(i - 1) * w + j - 1] + cost});
+            if (i > 1 && j > 1 && x[i - 1] == y[j - 2] && x[i - 2] == y[j - 1])
+                v = std::min(v, d[(i - 2) * w + j - 2] + 1);
+            d[i * w + j] = v;
+        }
+    }
+    return d[x.size() * w + y.size()];
+}
+
+namespace {
+
+// Closeness of one query word to one candidate word, in hundredths.
+uint32_t word_closeness(const std::string &q, const std::string &c) {
+    if (q == c) return 100;
+    if (q.size() >= 3 && c.size() > q.size() && c.compare(0, q.size(), q) == 0) return 90;
+    if (q.size() < 4) return 0;
+    uint32_t d = edit_distance(q, c);
+    if (d == 1) return 75;
+    if (d == 2 && q.size() >= 6) return 50;
+    return 0;
+}
+
+}  // namespace
+
+namespace {
+
+// Sum of the closeness of each query word to its best candidate word.
+uint32_t paired_closeness(const std::vector<std::string> &q, const std::vector<std::string> &c) {
+    // Each candidate word pairs with at most one query word, greedily by
+    // query order, so repeated query words do not count one match twice.
+    std::vector<bool> used(c.size(), false);
+    uint32_t sum = 0;
+    for (const auto &word : q) {
+        uint32_t best = 0;
+        size_t best_index = c.size();
+        for (size_t j = 0; j < c.size(); ++j) {
+            if (used[j]) continue;
+            uint32_t v = word_closeness(word, c[j]);
+            if (v > best) {
+                best = v;
+                best_index = j;
+            }
+        }
+        if (best_index < c.size()) used[best_index] = true;
+        sum += best;
+    }
+    return sum;
+}
+
+}  // namespace
+
+uint32_t text_similarity(std::string_view query, std::string_view candidate) {
+    std::vector<std::string> q = fold_words(query), c = fold_words(candidate);
+    if (q.empty() || c.empty()) return 0;
+    uint32_t sum = paired_closeness(q, c);
+    uint32_t score = static_cast<uint32_t>((2u * sum) / static_cast<uint32_t>(q.size() + c.size()));
+    return std::min<uint32_t>(score, 100);
+}
+
+uint32_t text_coverage(std::string_view query, std::string_view candidate) {
+    std::vector<std::string> q = fold_words(query), c = fold_words(candidate);
+    if (q.empty() || c.empty()) return 0;
+    return std::min<uint32_t>(paired_closeness(q, c) / static_cast<uint32_t>(q.size()), 100);
+}
+
+Status parse_toc(std::string_view text, std::vector<uint32_t> &out) {
+    std::vector<uint32_t> offsets;
+    size_t i = 0;
+    while (i < text.size()) {
+        if (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r') {
+            ++i;
+            continue;
+        }
+        size_t end = i;
+        while (end < text.size() && text[end] >= '0' && text[end] <= '9') ++end;
+        if (end == i || end - i > 7)
+            return Status::error(Code::invalid_argument,
+                                 "TOC: '" + std::string(text.substr(i, std::min<size_t>(end - i + 1, 12))) +
+                                     "' is not an offset");
+        uint32_t value = 0;
+        std::from_chars(text.data() + i, text.data() + end, value);
+        if (value > 1000000) return Status::error(Code::invalid_argument, "TOC: offset above 1000000");
+        if (!offsets.empty() && value <= offsets.back())
+            return Status::error(Code::invalid_argument, "TOC: offsets must rise");
+        offsets.push_back(value);
+        i = end;
+    }
+    if (offsets.size() < 2)
+        return Status::error(Code::invalid_argument, "TOC: at least one track offset and the lead-out are needed");
+    out = std::move(offsets);
+    return {};
+}
+
+std::string toc_text(const std::vector<uint32_t> &offsets) {
+    std::string out;
+    for (size_t i = 0; i < offsets.size(); ++i) {
+        if (i) out += ' ';
+        out += std::to_string(offsets[i]);
+    }
+    return out;
+}
+
+std::string xmcd_disc_id(const std::vector<uint32_t> &offsets) {
+    if (offsets.size() < 2) return {};
+    size_t tracks = offsets.size() - 1;
+    uint32_t digit_sum = 0;
+    for (size_t i = 0; i < tracks; ++i)
+        for (uint32_t s = offsets[i] / 75; s > 0; s /= 10) digit_sum += s % 10;
+    uint32_t seconds = offsets.back() / 75 - offsets.front() / 75;
+    uint32_t id = ((digit_sum % 0xFF) << 24) | (seconds << 8) | static_cast<uint32_t>(tracks & 0xFF);
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "%08x", id);
+    return buffer;
+}
+
+const char *code_name(Code code) {
+    switch (code) {
+        case Code::ok: return "ok";
+        case Code::not_found: return "not found";
+        case Code::invalid_argument: return "invalid argument";
+        case Code::bad_record: return "bad record";
+        case Code::io_error: return "i/o error";
+        case Code::database: return "database error";
+        case Code::no_memory: return "out of memory";
+    }
+    return "unknown";
+}
+
+const char *response_code(MatchKind kind) {
+    switch (kind) {
+        case MatchKind::single: return "zelto_result_single_match";
+        case MatchKind::multi_exact: return "zelto_result_multiexact_matches";
+        case MatchKind::fuzzy: return "zelto_result_fuzzy_matches";
+        case MatchKind::none: break;
+    }
+    return "zelto_result_no_matches";
+}
+
+const char *const kResponseNoNewRevision = "zelto_result_no_new_rev";
+
+uint32_t Album::track_count() const {
+    uint32_t n = 0;
+    for (const auto &disc : discs) n += static_cast<uint32_t>(disc.tracks.size());
+    return n;
+}
+
+}  // namespace catalogue
