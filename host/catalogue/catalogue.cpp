@@ -1,0 +1,972 @@
+// Catalogue store: schema, albums and lyrics in and out, identification by
+// table of contents and by identifier.
+#include "host/catalogue/catalogue.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <unordered_set>
+
+#include "host/catalogue/catalogue_internal.h"
+
+namespace catalogue {
+
+namespace {
+
+constexpr const char *kSchema = R"sql(
+CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS artists(
+  id INTEGER PRIMARY KEY, ident TEXT NOT NULL UNIQUE, name TEXT NOT NULL,
+  sort_name TEXT NOT NULL DEFAULT '', source_id TEXT NOT NULL DEFAULT '',
+  collaboration INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE IF NOT EXISTS albums(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, tui TEXT NOT NULL UNIQUE, tag TEXT NOT NULL,
+  revision INTEGER NOT NULL, title TEXT NOT NULL, artist TEXT NOT NULL,
+  year INTEGER NOT NULL, genre TEXT NOT NULL, label TEXT NOT NULL,
+  language TEXT NOT NULL, source TEXT NOT NULL, source_id TEXT NOT NULL,
+  track_count INTEGER NOT NULL, disc_count INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS discs(
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
+  number INTEGER NOT NULL, title TEXT NOT NULL);
+CREATE INDEX IF NOT EXISTS discs_album ON discs(album_id, number);
+CREATE TABLE IF NOT EXISTS tocs(
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  disc_id INTEGER NOT NULL REFERENCES discs(id) ON DELETE CASCADE,
+  album_id INTEGER NOT NULL,
+  toc TEXT NOT NULL,             -- offsets then lead-out, blank separated
+  track_count INTEGER NOT NULL,  -- offsets less one
+  length INTEGER NOT NULL,       -- lead-out minus first offset
+  media_id TEXT NOT NULL, mui TEXT NOT NULL);
+CREATE INDEX IF NOT EXISTS tocs_disc ON tocs(disc_id);
+CREATE INDEX IF NOT EXISTS tocs_toc ON tocs(toc);
+CREATE INDEX IF NOT EXISTS tocs_shape ON tocs(track_count, length);
+CREATE INDEX IF NOT EXISTS tocs_mui ON tocs(mui);
+CREATE INDEX IF NOT EXISTS tocs_media ON tocs(media_id);
+CREATE TABLE IF NOT EXISTS tracks(
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
+  disc_id INTEGER NOT NULL REFERENCES discs(id) ON DELETE CASCADE,
+  disc_number INTEGER NOT NULL, number INTEGER NOT NULL, position INTEGER NOT NULL,
+  title TEXT NOT NULL, artist TEXT NOT NULL, duration_ms INTEGER NOT NULL,
+  tui TEXT NOT NULL UNIQUE, tag TEXT NOT NULL, source_id TEXT NOT NULL);
+CREATE INDEX IF NOT EXISTS tracks_album ON tracks(album_id, position);
+CREATE INDEX IF NOT EXISTS tracks_disc ON tracks(disc_id);
+CREATE TABLE IF NOT EXISTS album_contributors(
+  album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
+  artist_id INTEGER NOT NULL REFERENCES artists(id),
+  role TEXT NOT NULL, position INTEGER NOT NULL);
+CREATE INDEX IF NOT EXISTS album_contributors_album ON album_contributors(album_id);
+CREATE INDEX IF NOT EXISTS album_contributors_artist ON album_contributors(artist_id);
+CREATE TABLE IF NOT EXISTS track_contributors(
+  track_id INTEGER NOT NULL REFERENCES tracks(id) ON DELETE CASCADE,
+  artist_id INTEGER NOT NULL REFERENCES artists(id),
+  role TEXT NOT NULL, position INTEGER NOT NULL);
+CREATE INDEX IF NOT EXISTS track_contributors_track ON track_contributors(track_id);
+CREATE INDEX IF NOT EXISTS track_contributors_artist ON track_contributors(artist_id);
+CREATE TABLE IF NOT EXISTS lyrics(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, title TEXT NOT NULL, artist TEXT NOT NULL,
+  text TEXT NOT NULL, language TEXT NOT NULL, album_tui TEXT NOT NULL,
+  disc_number INTEGER NOT NULL, track_number INTEGER NOT NULL);
+CREATE INDEX IF NOT EXISTS lyrics_album ON lyrics(album_tui);
+-- Ids are never reused, so an id held elsewhere cannot come to mean another row.
+-- Text indexes hold search keys (see fold()), rowid = the row they index.
+CREATE VIRTUAL TABLE IF NOT EXISTS album_fts USING fts5(title, artist,
+  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+CREATE VIRTUAL TABLE IF NOT EXISTS track_fts USING fts5(title, artist, composer,
+  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+CREATE VIRTUAL TABLE IF NOT EXISTS artist_fts USING fts5(name,
+  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+CREATE VIRTUAL TABLE IF NOT EXISTS lyric_fts USING fts5(title, artist, text,
+  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+CREATE VIRTUAL TABLE IF NOT EXISTS album_vocab USING fts5vocab(album_fts, row);
+CREATE VIRTUAL TABLE IF NOT EXISTS track_vocab USING fts5vocab(track_fts, row);
+CREATE VIRTUAL TABLE IF NOT EXISTS artist_vocab USING fts5vocab(artist_fts, row);
+CREATE VIRTUAL TABLE IF NOT EXISTS lyric_vocab USING fts5vocab(lyric_fts, row);
+-- Every indexed word, with a trigram index to find spellings close to a
+-- misspelt query word.
+CREATE TABLE IF NOT EXISTS spell_words(id INTEGER PRIMARY KEY, term TEXT NOT NULL UNIQUE);
+CREATE VIRTUAL TABLE IF NOT EXISTS spell_tri USING fts5(term, content='spell_words',
+  content_rowid='id', tokenize='trigram');
+INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '1');
+)sql";
+
+bool is_composer_role(const std::string &role) {
+    return role == "composer" || role == "lyricist" || role == "writer" || role == "librettist";
+}
+
+std::string generated_tui(const Album &album) {
+    std::string basis = album.source + "|" + album.source_id + "|" + album.artist + "|" + album.title;
+    for (const auto &disc : album.discs)
+        for (const auto &toc : disc.tocs) basis += "|" + toc_text(toc.offsets);
+    // Two independent hashes give 16 hex digits.
+    return "A" + hash_tag(basis) + hash_tag(basis + "#");
+}
+
+}  // namespace
+
+std::string hash_tag(std::string_view text) {
+    uint32_t h = 2166136261u;
+    for (char c : text) {
+        h ^= static_cast<unsigned char>(c);
+        h *= 16777619u;
+    }
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "%08x", h);
+    return buffer;
+}
+
+// ---- Impl -------------------------------------------------------------------------
+
+Catalogue::Impl::~Impl() {
+    for (auto &entry : cache) sqlite3_finalize(entry.second);
+    if (db) sqlite3_close(db);
+}
+
+Status Catalogue::Impl::db_error(const char *what) const {
+    return Status::error(Code::database, std::string(what) + ": " + (db ? sqlite3_errmsg(db) : "no database"));
+}
+
+sqlite3_stmt *Catalogue::Impl::prepare(std::string_view sql, Status &err) {
+    auto it = cache.find(sql);
+    if (it != cache.end()) return it->second;
+    sqlite3_stmt *stmt = nullptr;
+    if (sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt,
+                           nullptr) != SQLITE_OK) {
+        err = db_error("prepare");
+        sqlite3_finalize(stmt);
+        return nullptr;
+    }
+    cache.emplace(std::string(sql), stmt);
+    return stmt;
+}
+
+Status Catalogue::Impl::exec(const char *sql) {
+    char *message = nullptr;
+    if (sqlite3_exec(db, sql, nullptr, nullptr, &message) != SQLITE_OK) {
+        Status st = Status::error(Code::database, message ? message : "exec failed");
+        sqlite3_free(message);
+        return st;
+    }
+    return {};
+}
+
+Status Catalogue::Impl::begin() {
+    if (tx_depth == 0) {
+        Status st = exec("BEGIN IMMEDIATE");
+        if (!st.ok()) return st;
+    }
+    ++tx_depth;
+    return {};
+}
+
+Status Catalogue::Impl::commit() {
+    if (tx_depth == 0) return Status::error(Code::invalid_argument, "commit without begin");
+    if (--tx_depth == 0) return exec("COMMIT");
+    return {};
+}
+
+Status Catalogue::Impl::rollback() {
+    if (tx_depth == 0) return Status::error(Code::invalid_argument, "rollback without begin");
+    tx_depth = 0;
+    return exec("ROLLBACK");
+}
+
+namespace {
+
+// Checks an album before it is stored.
+Status validate(const Album &album) {
+    if (fold(album.title).empty()) return Status::error(Code::bad_record, "album without a title");
+    if (album.discs.empty()) return Status::error(Code::bad_record, "album '" + album.title + "' has no disc");
+    for (const auto &disc : album.discs) {
+        if (disc.tracks.empty())
+            return Status::error(Code::bad_record,
+                                 "album '" + album.title + "' disc " + std::to_string(disc.number) + " has no track");
+        for (const auto &toc : disc.tocs) {
+            const auto &o = toc.offsets;
+            std::string where = "album '" + album.title + "' disc " + std::to_string(disc.number) + ": ";
+            if (o.size() < 2 || o.size() > disc.tracks.size() + 1)
+                return Status::error(Code::bad_record, where + std::to_string(o.size()) + " offsets for " +
+                                                           std::to_string(disc.tracks.size()) + " tracks");
+            for (size_t i = 1; i < o.size(); ++i)
+                if (o[i] <= o[i - 1]) return Status::error(Code::bad_record, where + "offsets do not rise");
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+Status Catalogue::Impl::add_album(Album &album, bool *replaced) {
+    if (replaced) *replaced = false;
+    Status st = validate(album);
+    if (!st.ok()) return st;
+    if (album.tui.empty()) album.tui = generated_tui(album);
+    if (album.tag.empty()) album.tag = hash_tag(album.tui + "|" + album.title);
+
+    int64_t existing = 0;
+    {
+        Stmt q(prepare("SELECT id, revision FROM albums WHERE tui = ?", st));
+        if (!q) return st;
+        q.bind(1, album.tui);
+        if (q.step() == SQLITE_ROW) {
+            if (album.revision < q.u32(1))
+                return Status::error(Code::bad_record, "album " + album.tui + ": revision " +
+                                                           std::to_string(album.revision) + " is older than stored " +
+                                                           std::to_string(q.u32(1)));
+            existing = q.i64(0);
+        }
+    }
+
+    st = exec("SAVEPOINT add_album");
+    if (!st.ok()) return st;
+    auto fail = [&](Status failure) {
+        exec("ROLLBACK TO add_album");
+        exec("RELEASE add_album");
+        album.id = 0;
+        return failure;
+    };
+    if (existing) {
+        st = remove_album(existing);
+        if (!st.ok()) return fail(st);
+    }
+
+    // Artists: found by source identifier, else by search key of the name.
+    auto artist_id = [&](const Contributor &c, int64_t &id) -> Status {
+        std::string ident = c.source_id.empty() ? "name:" + fold(c.name) : "id:" + c.source_id;
+        Status s;
+        {
+            Stmt q(prepare("SELECT id FROM artists WHERE ident = ?", s));
+            if (!q) return s;
+            q.bind(1, ident);
+            if (q.step() == SQLITE_ROW) {
+                id = q.i64(0);
+                return {};
+            }
+        }
+        Stmt ins(prepare("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)", s));
+        if (!ins) return s;
+        ins.bind(1, ident);
+        ins.bind(2, c.name);
+        ins.bind(3, c.sort_name);
+        ins.bind(4, c.source_id);
+        ins.bind(5, c.collaboration ? 1 : 0);
+        if (ins.step() != SQLITE_DONE) return db_error("insert artist");
+        id = sqlite3_last_insert_rowid(db);
+        Stmt fts(prepare("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", s));
+        if (!fts) return s;
+        fts.bind(1, id);
+        fts.bind(2, fold(c.name + " " + c.sort_name));
+        if (fts.step() != SQLITE_DONE) return db_error("index artist");
+        return {};
+    };
+    auto credit = [&](const char *sql, int64_t owner, const std::vector<Contributor> &list) -> Status {
+        Status s;
+        for (size_t i = 0; i < list.size(); ++i) {
+            if (fold(list[i].name).empty()) continue;
+            int64_t aid = 0;
+            s = artist_id(list[i], aid);
+            if (!s.ok()) return s;
+            Stmt ins(prepare(sql, s));
+            if (!ins) return s;
+            ins.bind(1, owner);
+            ins.bind(2, aid);
+            ins.bind(3, list[i].role.empty() ? "performer" : list[i].role);
+            ins.bind(4, static_cast<int64_t>(i));
+            if (ins.step() != SQLITE_DONE) return db_error("insert contributor");
+        }
+        return {};
+    };
+
+    {
+        Stmt ins(prepare("INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
+                         " source_id, track_count, disc_count) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
+                         st));
+        if (!ins) return fail(st);
+        ins.bind(1, album.tui);
+        ins.bind(2, album.tag);
+        ins.bind(3, static_cast<int64_t>(album.revision));
+        ins.bind(4, album.title);
+        ins.bind(5, album.artist);
+        ins.bind(6, static_cast<int64_t>(album.year));
+        ins.bind(7, album.genre);
+        ins.bind(8, album.label);
+        ins.bind(9, album.language);
+        ins.bind(10, album.source);
+        ins.bind(11, album.source_id);
+        ins.bind(12, static_cast<int64_t>(album.track_count()));
+        ins.bind(13, static_cast<int64_t>(album.discs.size()));
+        if (ins.step() != SQLITE_DONE) return fail(db_error("insert album"));
+        album.id = sqlite3_last_insert_rowid(db);
+    }
+    st = credit("INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)", album.id,
+                album.contributors);
+    if (!st.ok()) return fail(st);
+
+    std::string performers = album.artist, album_composers;
+    for (const auto &c : album.contributors) {
+        if (is_composer_role(c.role))
+            album_composers += " " + c.name;
+        else if (c.role.empty() || c.role == "performer")
+            performers += " " + c.name;
+    }
+    {
+        Stmt fts(prepare("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", st));
+        if (!fts) return fail(st);
+        fts.bind(1, album.id);
+        fts.bind(2, fold(album.title));
+        fts.bind(3, fold(performers));
+        if (fts.step() != SQLITE_DONE) return fail(db_error("index album"));
+    }
+
+    uint32_t position = 0;
+    for (auto &disc : album.discs) {
+        {
+            Stmt ins(prepare("INSERT INTO discs(album_id, number, title) VALUES(?,?,?)", st));
+            if (!ins) return fail(st);
+            ins.bind(1, album.id);
+            ins.bind(2, static_cast<int64_t>(disc.number));
+            ins.bind(3, disc.title);
+            if (ins.step() != SQLITE_DONE) return fail(db_error("insert disc"));
+            disc.id = sqlite3_last_insert_rowid(db);
+        }
+        for (auto &toc : disc.tocs) {
+            if (toc.mui.empty()) toc.mui = xmcd_disc_id(toc.offsets);
+            Stmt ins(prepare("INSERT INTO tocs(disc_id, album_id, toc, track_count, length, media_id, mui)"
+                             " VALUES(?,?,?,?,?,?,?)",
+                             st));
+            if (!ins) return fail(st);
+            ins.bind(1, disc.id);
+            ins.bind(2, album.id);
+            ins.bind(3, toc_text(toc.offsets));
+            ins.bind(4, static_cast<int64_t>(toc.offsets.size() - 1));
+            ins.bind(5, static_cast<int64_t>(toc.offsets.back() - toc.offsets.front()));
+            ins.bind(6, toc.media_id);
+            ins.bind(7, toc.mui);
+            if (ins.step() != SQLITE_DONE) return fail(db_error("insert TOC"));
+        }
+        for (auto &track : disc.tracks) {
+            ++position;
+            if (track.tui.empty())
+                track.tui = album.tui + "-" + std::to_string(disc.number) + "-" + std::to_string(track.number);
+            if (track.tag.empty()) track.tag = hash_tag(track.tui + "|" + track.title);
+            {
+                Stmt ins(prepare("INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
+                                 " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
+                                 st));
+                if (!ins) return fail(st);
+                ins.bind(1, album.id);
+                ins.bind(2, disc.id);
+                ins.bind(3, static_cast<int64_t>(disc.number));
+                ins.bind(4, static_cast<int64_t>(track.number));
+                ins.bind(5, static_cast<int64_t>(position));
+                ins.bind(6, track.title);
+                ins.bind(7, track.artist);
+                ins.bind(8, static_cast<int64_t>(track.duration_ms));
+                ins.bind(9, track.tui);
+                ins.bind(10, track.tag);
+                ins.bind(11, track.source_id);
+                if (ins.step() != SQLITE_DONE) return fail(db_error("insert track"));
+                track.id = sqlite3_last_insert_rowid(db);
+            }
+            st = credit("INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
+                        track.id, track.contributors);
+            if (!st.ok()) return fail(st);
+            std::string artist = track.artist.empty() ? album.artist : track.artist;
+            std::string composers = album_composers;
+            for (const auto &c : track.contributors) {
+                if (is_composer_role(c.role))
+                    composers += " " + c.name;
+                else if (c.role.empty() || c.role == "performer")
+                    artist += " " + c.name;
+            }
+            Stmt fts(prepare("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", st));
+            if (!fts) return fail(st);
+            fts.bind(1, track.id);
+            fts.bind(2, fold(track.title));
+            fts.bind(3, fold(artist));
+            fts.bind(4, fold(composers));
+            if (fts.step() != SQLITE_DONE) return fail(db_error("index track"));
+        }
+    }
+    st = mark_changed();
+    if (!st.ok()) return fail(st);
+    st = exec("RELEASE add_album");
+    if (!st.ok()) return fail(st);
+    if (replaced) *replaced = existing != 0;
+    return {};
+}
+
+Status Catalogue::Impl::remove_album(int64_t album_id) {
+    Status st;
+    std::vector<int64_t> artists;
+    {
+        Stmt q(prepare("SELECT artist_id FROM album_contributors WHERE album_id = ?1 UNION "
+                       "SELECT c.artist_id FROM track_contributors c JOIN tracks t ON t.id = c.track_id "
+                       "WHERE t.album_id = ?1",
+                       st));
+        if (!q) return st;
+        q.bind(1, album_id);
+        while (q.step() == SQLITE_ROW) artists.push_back(q.i64(0));
+    }
+    const char *steps[] = {
+        "DELETE FROM track_fts WHERE rowid IN (SELECT id FROM tracks WHERE album_id = ?)",
+        "DELETE FROM album_fts WHERE rowid = ?",
+        "DELETE FROM track_contributors WHERE track_id IN (SELECT id FROM tracks WHERE album_id = ?)",
+        "DELETE FROM album_contributors WHERE album_id = ?",
+        "DELETE FROM tracks WHERE album_id = ?",
+        "DELETE FROM tocs WHERE album_id = ?",
+        "DELETE FROM discs WHERE album_id = ?",
+        "DELETE FROM albums WHERE id = ?",
+    };
+    for (const char *sql : steps) {
+        Stmt s(prepare(sql, st));
+        if (!s) return st;
+        s.bind(1, album_id);
+        if (s.step() != SQLITE_DONE) return db_error("remove album");
+    }
+    if (sqlite3_changes(db) == 0) return Status::error(Code::not_found, "no album " + std::to_string(album_id));
+    // Artists credited nowhere else go too.
+    for (int64_t aid : artists) {
+        Stmt s(prepare("DELETE FROM artists WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM album_contributors"
+                       " WHERE artist_id = ?1) AND NOT EXISTS (SELECT 1 FROM track_contributors WHERE artist_id = ?1)",
+                       st));
+        if (!s) return st;
+        s.bind(1, aid);
+        if (s.step() != SQLITE_DONE) return db_error("remove artist");
+        if (sqlite3_changes(db) > 0) {
+            Stmt f(prepare("DELETE FROM artist_fts WHERE rowid = ?", st));
+            if (!f) return st;
+            f.bind(1, aid);
+            if (f.step() != SQLITE_DONE) return db_error("remove artist");
+        }
+    }
+    return mark_changed();
+}
+
+Status Catalogue::Impl::add_lyric(Lyric &lyric) {
+    if (fold(lyric.text).empty() && fold(lyric.title).empty())
+        return Status::error(Code::bad_record, "lyric without title and text");
+    Status st;
+    {
+        Stmt ins(prepare("INSERT INTO lyrics(title, artist, text, language, album_tui, disc_number, track_number)"
+                         " VALUES(?,?,?,?,?,?,?)",
+                         st));
+        if (!ins) return st;
+        ins.bind(1, lyric.title);
+        ins.bind(2, lyric.artist);
+        ins.bind(3, lyric.text);
+        ins.bind(4, lyric.language);
+        ins.bind(5, lyric.album_tui);
+        ins.bind(6, static_cast<int64_t>(lyric.disc_number));
+        ins.bind(7, static_cast<int64_t>(lyric.track_number));
+        if (ins.step() != SQLITE_DONE) return db_error("insert lyric");
+        lyric.id = sqlite3_last_insert_rowid(db);
+    }
+    Stmt fts(prepare("INSERT INTO lyric_fts(rowid, title, artist, text) VALUES(?,?,?,?)", st));
+    if (!fts) return st;
+    fts.bind(1, lyric.id);
+    fts.bind(2, fold(lyric.title));
+    fts.bind(3, fold(lyric.artist));
+    fts.bind(4, fold(lyric.text));
+    if (fts.step() != SQLITE_DONE) return db_error("index lyric");
+    return mark_changed();
+}
+
+Status Catalogue::Impl::refresh_spelling() {
+    Status st = exec(
+        "SAVEPOINT spelling;"
+        "DELETE FROM spell_words;"
+        "INSERT INTO spell_words(term) SELECT term FROM album_vocab UNION SELECT term FROM track_vocab"
+        " UNION SELECT term FROM artist_vocab UNION SELECT term FROM lyric_vocab;"
+        "INSERT INTO spell_tri(spell_tri) VALUES('rebuild');"
+        "INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '1');"
+        "RELEASE spelling;");
+    if (!st.ok()) {
+        exec("ROLLBACK TO spelling");
+        exec("RELEASE spelling");
+        return st;
+    }
+    spelling_stale = false;
+    return {};
+}
+
+Status Catalogue::Impl::mark_changed() {
+    if (spelling_stale) return {};
+    spelling_stale = true;
+    return exec("INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0')");
+}
+
+// ---- Catalogue -------------------------------------------------------------------
+
+Catalogue::Catalogue() : impl_(std::make_unique<Impl>()) {}
+Catalogue::~Catalogue() = default;
+
+Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out) noexcept {
+    return guarded([&]() -> Status {
+        if (path.empty()) return Status::error(Code::invalid_argument, "empty catalogue path");
+        std::unique_ptr<Catalogue> cat(new Catalogue());
+        Impl &impl = *cat->impl_;
+        int rc = sqlite3_open_v2(path.c_str(), &impl.db,
+                                 SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+        if (rc != SQLITE_OK) return impl.db_error(("open " + path).c_str());
+        sqlite3_extended_result_codes(impl.db, 1);
+        sqlite3_busy_timeout(impl.db, 5000);
+        Status st = impl.exec("PRAGMA foreign_keys = ON; PRAGMA synchronous = NORMAL;");
+        if (st.ok() && path != ":memory:") st = impl.exec("PRAGMA journal_mode = WAL;");
+        if (st.ok()) st = impl.exec(kSchema);
+        if (!st.ok()) return Status::error(st.code, "catalogue " + path + ": " + st.message);
+        // A new or changed catalogue gets its word list at the first search.
+        {
+            Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'spelling'", st));
+            if (!q) return st;
+            impl.spelling_stale = !(q.step() == SQLITE_ROW && q.text(0) == "1");
+        }
+        out = std::move(cat);
+        return {};
+    });
+}
+
+Status Catalogue::begin() noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        return impl_->begin();
+    });
+}
+
+Status Catalogue::commit() noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        return impl_->commit();
+    });
+}
+
+Status Catalogue::rollback() noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        return impl_->rollback();
+    });
+}
+
+Status Catalogue::add_album(Album &album, bool *replaced) noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        return impl_->add_album(album, replaced);
+    });
+}
+
+Status Catalogue::remove_album(int64_t album_id) noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        Status st = impl_->exec("SAVEPOINT remove_album");
+        if (!st.ok()) return st;
+        st = impl_->remove_album(album_id);
+        if (!st.ok()) impl_->exec("ROLLBACK TO remove_album");
+        impl_->exec("RELEASE remove_album");
+        return st;
+    });
+}
+
+Status Catalogue::add_lyric(Lyric &lyric) noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        return impl_->add_lyric(lyric);
+    });
+}
+
+Status Catalogue::refresh_spelling() noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        return impl_->refresh_spelling();
+    });
+}
+
+Status Catalogue::album_count(uint64_t &out) noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        Status st;
+        Stmt q(impl_->prepare("SELECT count(*) FROM albums", st));
+        if (!q) return st;
+        if (q.step() != SQLITE_ROW) return impl_->db_error("count albums");
+        out = static_cast<uint64_t>(q.i64(0));
+        return Status{};
+    });
+}
+
+namespace {
+
+Status read_contributors(Catalogue::Impl &impl, const char *sql, int64_t owner, std::vector<Contributor> &out) {
+    Status st;
+    Stmt q(impl.prepare(sql, st));
+    if (!q) return st;
+    q.bind(1, owner);
+    while (q.step() == SQLITE_ROW) {
+        Contributor c;
+        c.artist_id = q.i64(0);
+        c.name = q.text(1);
+        c.sort_name = q.text(2);
+        c.source_id = q.text(3);
+        c.collaboration = q.i64(4) != 0;
+        c.role = q.text(5);
+        out.push_back(std::move(c));
+    }
+    return {};
+}
+
+}  // namespace
+
+Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        Impl &impl = *impl_;
+        Status st;
+        Album album;
+        {
+            Stmt q(impl.prepare("SELECT id, tui, tag, revision, title, artist, year, genre, label, language, source,"
+                                " source_id FROM albums WHERE id = ?",
+                                st));
+            if (!q) return st;
+            q.bind(1, album_id);
+            if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "no album " + std::to_string(album_id));
+            album.id = q.i64(0);
+            album.tui = q.text(1);
+            album.tag = q.text(2);
+            album.revision = q.u32(3);
+            album.title = q.text(4);
+            album.artist = q.text(5);
+            album.year = q.u32(6);
+            album.genre = q.text(7);
+            album.label = q.text(8);
+            album.language = q.text(9);
+            album.source = q.text(10);
+            album.source_id = q.text(11);
+        }
+        st = read_contributors(impl,
+                               "SELECT a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
+                               "album_contributors c JOIN artists a ON a.id = c.artist_id WHERE c.album_id = ? "
+                               "ORDER BY c.position",
+                               album.id, album.contributors);
+        if (!st.ok()) return st;
+        {
+            Stmt q(impl.prepare("SELECT id, number, title FROM discs WHERE album_id = ? ORDER BY number", st));
+            if (!q) return st;
+            q.bind(1, album.id);
+            while (q.step() == SQLITE_ROW) {
+                Disc d;
+                d.id = q.i64(0);
+                d.number = q.u32(1);
+                d.title = q.text(2);
+                album.discs.push_back(std::move(d));
+            }
+        }
+        for (auto &disc : album.discs) {
+            {
+                Stmt q(impl.prepare("SELECT toc, media_id, mui FROM tocs WHERE disc_id = ? ORDER BY id", st));
+                if (!q) return st;
+                q.bind(1, disc.id);
+                while (q.step() == SQLITE_ROW) {
+                    Toc t;
+                    parse_toc(q.text(0), t.offsets);
+                    t.media_id = q.text(1);
+                    t.mui = q.text(2);
+                    disc.tocs.push_back(std::move(t));
+                }
+            }
+            {
+                Stmt q(impl.prepare("SELECT id, number, title, artist, duration_ms, tui, tag, source_id FROM tracks"
+                                    " WHERE disc_id = ? ORDER BY number",
+                                    st));
+                if (!q) return st;
+                q.bind(1, disc.id);
+                while (q.step() == SQLITE_ROW) {
+                    Track t;
+                    t.id = q.i64(0);
+                    t.number = q.u32(1);
+                    t.title = q.text(2);
+                    t.artist = q.text(3);
+                    t.duration_ms = q.u32(4);
+                    t.tui = q.text(5);
+                    t.tag = q.text(6);
+                    t.source_id = q.text(7);
+                    disc.tracks.push_back(std::move(t));
+                }
+            }
+            for (auto &track : disc.tracks) {
+                st = read_contributors(impl,
+                                       "SELECT a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
+                                       "track_contributors c JOIN artists a ON a.id = c.artist_id WHERE c.track_id = ? "
+                                       "ORDER BY c.position",
+                                       track.id, track.contributors);
+                if (!st.ok()) return st;
+            }
+        }
+        out = std::move(album);
+        return {};
+    });
+}
+
+Status Catalogue::get_lyric(int64_t lyric_id, Lyric &out) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        Status st;
+        Stmt q(impl_->prepare(
+            "SELECT l.id, l.title, l.artist, l.text, l.language, l.album_tui, l.disc_number, l.track_number,"
+            " (SELECT t.id FROM tracks t JOIN albums a ON a.id = t.album_id WHERE a.tui = l.album_tui"
+            "  AND t.disc_number = l.disc_number AND t.number = l.track_number)"
+            " FROM lyrics l WHERE l.id = ?",
+            st));
+        if (!q) return st;
+        q.bind(1, lyric_id);
+        if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "no lyric " + std::to_string(lyric_id));
+        Lyric l;
+        l.id = q.i64(0);
+        l.title = q.text(1);
+        l.artist = q.text(2);
+        l.text = q.text(3);
+        l.language = q.text(4);
+        l.album_tui = q.text(5);
+        l.disc_number = q.u32(6);
+        l.track_number = q.u32(7);
+        l.track_id = q.i64(8);
+        out = std::move(l);
+        return {};
+    });
+}
+
+// ---- Identification by TOC ------------------------------------------------------
+
+namespace {
+
+Status check_range(Range range) {
+    if (range.start == 0 || range.end < range.start)
+        return Status::error(Code::invalid_argument, "result range " + std::to_string(range.start) + ".." +
+                                                         std::to_string(range.end) + " is not valid");
+    return {};
+}
+
+// Picks the asked range out of `all` (already ordered).
+template <typename Hit>
+void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> &out) {
+    page.total = static_cast<uint32_t>(all.size());
+    out.clear();
+    if (range.start > all.size()) {
+        page.range_start = page.range_end = 0;
+        return;
+    }
+    size_t last = std::min<size_t>(range.end, all.size());
+    for (size_t i = range.start - 1; i < last; ++i) out.push_back(std::move(all[i]));
+    page.range_start = range.start;
+    page.range_end = static_cast<uint32_t>(last);
+}
+
+// Closeness of a stored TOC to a query under the fuzzy tolerance, or false.
+bool fuzzy_toc_match(const std::vector<uint32_t> &query, const std::vector<uint32_t> &stored, TocHit &hit) {
+    if (query.size() != stored.size() || query.size() < 2) return false;
+    std::vector<int64_t> diffs(query.size());
+    for (size_t i = 0; i < query.size(); ++i)
+        diffs[i] = static_cast<int64_t>(query[i]) - static_cast<int64_t>(stored[i]);
+    std::vector<int64_t> sorted = diffs;
+    std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>((sorted.size() - 1) / 2),
+                     sorted.end());
+    int64_t shift = sorted[(sorted.size() - 1) / 2];
+    if (std::llabs(shift) > kTocMaxShift) return false;
+    uint64_t total = 0;
+    uint64_t worst = 0;
+    for (size_t i = 0; i < diffs.size(); ++i) {
+        auto dev = static_cast<uint64_t>(std::llabs(diffs[i] - shift));
+        if (i + 1 < diffs.size() && dev > kTocMaxTrackDeviation) return false;
+        total += dev;
+        worst = std::max(worst, dev);
+    }
+    int64_t qlen = static_cast<int64_t>(query.back()) - query.front();
+    int64_t slen = static_cast<int64_t>(stored.back()) - stored.front();
+    if (std::llabs(qlen - slen) > kTocMaxLengthDeviation) return false;
+    hit.shift = static_cast<int32_t>(shift);
+    hit.max_deviation = static_cast<uint32_t>(worst);
+    hit.total_deviation = static_cast<uint32_t>(total);
+    uint64_t closeness = total + static_cast<uint64_t>(std::llabs(shift)) / 10;
+    hit.score = closeness / 30 >= 98 ? 1 : static_cast<uint32_t>(99 - closeness / 30);
+    return true;
+}
+
+uint64_t toc_closeness(const TocHit &h) { return h.total_deviation + static_cast<uint64_t>(std::abs(h.shift)) / 10; }
+
+}  // namespace
+
+Status Catalogue::lookup_toc(std::string_view text, Range range, TocResult &out) noexcept {
+    std::vector<uint32_t> offsets;
+    Status st = guarded([&] { return parse_toc(text, offsets); });
+    if (!st.ok()) return st;
+    return lookup_toc(offsets, range, out);
+}
+
+Status Catalogue::lookup_toc(const std::vector<uint32_t> &toc, Range range, TocResult &out) noexcept {
+    return guarded([&]() -> Status {
+        Status st = check_range(range);
+        if (!st.ok()) return st;
+        if (toc.size() < 2) return Status::error(Code::invalid_argument, "TOC needs a track and the lead-out");
+        for (size_t i = 1; i < toc.size(); ++i)
+            if (toc[i] <= toc[i - 1]) return Status::error(Code::invalid_argument, "TOC offsets must rise");
+        std::lock_guard lock(impl_->mutex);
+        Impl &impl = *impl_;
+        std::vector<TocHit> hits;
+        MatchKind kind = MatchKind::none;
+        {
+            Stmt q(impl.prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
+                                " WHERE t.toc = ? GROUP BY d.id ORDER BY d.album_id, d.number",
+                                st));
+            if (!q) return st;
+            q.bind(1, toc_text(toc));
+            while (q.step() == SQLITE_ROW) {
+                TocHit h;
+                h.disc_id = q.i64(0);
+                h.album_id = q.i64(1);
+                h.disc_number = q.u32(2);
+                h.toc = q.text(3);
+                h.score = 100;
+                hits.push_back(std::move(h));
+            }
+        }
+        if (!hits.empty()) {
+            kind = hits.size() == 1 ? MatchKind::single : MatchKind::multi_exact;
+        } else {
+            int64_t length = static_cast<int64_t>(toc.back()) - toc.front();
+            Stmt q(impl.prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
+                                " WHERE t.track_count = ? AND t.length BETWEEN ? AND ?",
+                                st));
+            if (!q) return st;
+            q.bind(1, static_cast<int64_t>(toc.size() - 1));
+            q.bind(2, length - kTocMaxLengthDeviation);
+            q.bind(3, length + kTocMaxLengthDeviation);
+            std::vector<uint32_t> stored;
+            while (q.step() == SQLITE_ROW) {
+                TocHit h;
+                std::string text = q.text(3);
+                if (!parse_toc(text, stored).ok() || !fuzzy_toc_match(toc, stored, h)) continue;
+                h.disc_id = q.i64(0);
+                h.album_id = q.i64(1);
+                h.disc_number = q.u32(2);
+                h.toc = std::move(text);
+                hits.push_back(std::move(h));
+            }
+            // Best first; a disc with several close TOCs is listed once.
+            std::sort(hits.begin(), hits.end(), [](const TocHit &a, const TocHit &b) {
+                uint64_t ca = toc_closeness(a), cb = toc_closeness(b);
+                if (ca != cb) return ca < cb;
+                if (a.album_id != b.album_id) return a.album_id < b.album_id;
+                return a.disc_number < b.disc_number;
+            });
+            std::unordered_set<int64_t> seen;
+            hits.erase(std::remove_if(hits.begin(), hits.end(),
+                                      [&](const TocHit &h) { return !seen.insert(h.disc_id).second; }),
+                       hits.end());
+            if (!hits.empty()) kind = MatchKind::fuzzy;
+        }
+        TocResult result;
+        result.kind = kind;
+        take_page(hits, range, result, result.hits);
+        for (auto &h : result.hits) {
+            Stmt q(impl.prepare("SELECT tui, tag, title, artist, track_count, disc_count FROM albums WHERE id = ?", st));
+            if (!q) return st;
+            q.bind(1, h.album_id);
+            if (q.step() != SQLITE_ROW) return impl.db_error("read album of a disc");
+            h.tui = q.text(0);
+            h.tag = q.text(1);
+            h.title = q.text(2);
+            h.artist = q.text(3);
+            h.album_track_count = q.u32(4);
+            h.disc_count = q.u32(5);
+        }
+        out = std::move(result);
+        return {};
+    });
+}
+
+// ---- Identifier lookups ----------------------------------------------------------
+
+Status Catalogue::lookup_tui(std::string_view tui, std::string_view tag, IdentifierHit &out) noexcept {
+    return guarded([&]() -> Status {
+        if (tui.empty()) return Status::error(Code::invalid_argument, "empty identifier");
+        std::lock_guard lock(impl_->mutex);
+        Impl &impl = *impl_;
+        Status st;
+        {
+            Stmt q(impl.prepare("SELECT id, tag, revision FROM albums WHERE tui = ?", st));
+            if (!q) return st;
+            q.bind(1, tui);
+            if (q.step() == SQLITE_ROW) {
+                if (!tag.empty() && q.text(1) != tag)
+                    return Status::error(Code::not_found, "album " + std::string(tui) + ": tag does not match");
+                IdentifierHit hit;
+                hit.kind = IdentifierHit::Kind::album;
+                hit.album_id = q.i64(0);
+                hit.revision = q.u32(2);
+                out = hit;
+                return {};
+            }
+        }
+        Stmt q(impl.prepare("SELECT t.id, t.tag, t.album_id, t.disc_id, t.disc_number, t.number, a.revision FROM"
+                            " tracks t JOIN albums a ON a.id = t.album_id WHERE t.tui = ?",
+                            st));
+        if (!q) return st;
+        q.bind(1, tui);
+        if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "no album or track " + std::string(tui));
+        if (!tag.empty() && q.text(1) != tag)
+            return Status::error(Code::not_found, "track " + std::string(tui) + ": tag does not match");
+        IdentifierHit hit;
+        hit.kind = IdentifierHit::Kind::track;
+        hit.track_id = q.i64(0);
+        hit.album_id = q.i64(2);
+        hit.disc_id = q.i64(3);
+        hit.disc_number = q.u32(4);
+        hit.track_number = q.u32(5);
+        hit.revision = q.u32(6);
+        out = hit;
+        return {};
+    });
+}
+
+Status Catalogue::lookup_media(std::string_view mui, std::string_view media_id, IdentifierHit &out) noexcept {
+    return guarded([&]() -> Status {
+        if (mui.empty() && media_id.empty()) return Status::error(Code::invalid_argument, "empty media identifiers");
+        std::lock_guard lock(impl_->mutex);
+        Impl &impl = *impl_;
+        Status st;
+        // Several discs may share an identifier derived from a TOC; the first
+        // stored one answers.
+        Stmt q(impl.prepare("SELECT d.id, d.album_id, d.number, a.revision,"
+                            " (SELECT id FROM tracks WHERE disc_id = d.id ORDER BY number LIMIT 1)"
+                            " FROM tocs t JOIN discs d ON d.id = t.disc_id JOIN albums a ON a.id = d.album_id"
+                            " WHERE (?1 = '' OR t.mui = ?1) AND (?2 = '' OR t.media_id = ?2) ORDER BY t.id LIMIT 1",
+                            st));
+        if (!q) return st;
+        q.bind(1, mui);
+        q.bind(2, media_id);
+        if (q.step() != SQLITE_ROW)
+            return Status::error(Code::not_found,
+                                 "no disc with media id '" + std::string(mui) + "' / '" + std::string(media_id) + "'");
+        IdentifierHit hit;
+        hit.kind = IdentifierHit::Kind::album;
+        hit.disc_id = q.i64(0);
+        hit.album_id = q.i64(1);
+        hit.disc_number = q.u32(2);
+        hit.revision = q.u32(3);
+        hit.track_id = q.i64(4);
+        out = hit;
+        return {};
+    });
+}
+
+Status Catalogue::check_revision(std::string_view tui, std::string_view tag, uint32_t revision,
+                                 RevisionCheck &out) noexcept {
+    IdentifierHit hit;
+    Status st = lookup_tui(tui, tag, hit);
+    if (!st.ok()) {
+        if (st.code == Code::not_found) out = RevisionCheck::unknown;
+        return st;
+    }
+    out = hit.revision > revision ? RevisionCheck::newer : RevisionCheck::not_newer;
+    return {};
+}
+
+}  // namespace catalogue

@@ -1,0 +1,457 @@
+// Local music catalogue of the reference host: albums, discs with their
+// tables of contents, tracks, artists and contributors, lyrics, kept in one
+// SQLite database with FTS5 indexes for text search.
+//
+// The catalogue answers the lookups a lookup provider receives: a disc by its
+// table of contents (exact or fuzzy), an album or track by its identifier and
+// tag, a disc by its media identifiers, a revision check, and ranked, paged
+// text searches over albums, tracks, artists and lyrics.
+//
+// Conventions
+// - Nothing throws out of this API: every operation is noexcept and reports
+//   through `Status` (an out-of-memory or SQLite failure becomes a status with
+//   a message).
+// - A `Catalogue` may be shared between threads: each operation holds the
+//   catalogue's mutex.
+// - Text is UTF-8. Searches compare search keys (see `fold`): case, accents
+//   and punctuation do not matter.
+// - Result ranges are 1-based and inclusive, like the lookups' range start and
+//   end: {1, 10} asks for the first ten hits.
+#ifndef ZELTO_HOST_CATALOGUE_H
+#define ZELTO_HOST_CATALOGUE_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace catalogue {
+
+// ---- Status -------------------------------------------------------------------
+
+enum class Code {
+    ok = 0,
+    not_found,         // no such album, track, disc or lyric
+    invalid_argument,  // malformed TOC, empty identifier, bad range, ...
+    bad_record,        // an import record that cannot be used
+    io_error,          // a file could not be read
+    database,          // SQLite reported a failure
+    no_memory,
+};
+
+struct Status {
+    Code code = Code::ok;
+    std::string message;  // empty on success
+
+    bool ok() const { return code == Code::ok; }
+    static Status success() { return {}; }
+    static Status error(Code c, std::string text) { return {c, std::move(text)}; }
+};
+
+// Human-readable name of a code ("ok", "not found", ...).
+const char *code_name(Code code);
+
+// ---- Records ------------------------------------------------------------------
+
+// A person or group, with the role they had on an album or a track
+// ("performer", "composer", "lyricist", "producer", ...).
+struct Contributor {
+    std::string name;
+    std::string sort_name;
+    std::string role;
+    std::string source_id;  // identifier in the imported data, may be empty
+    bool collaboration = false;  // a joint credit of several artists
+    int64_t artist_id = 0;  // filled when read back from the catalogue
+};
+
+struct Track {
+    uint32_t number = 0;        // position on its disc, from 1
+    uint32_t duration_ms = 0;   // 0 if unknown
+    std::string title;
+    std::string artist;         // display credit; empty means the album artist
+    std::string tui, tag;       // identifier and tag; generated if empty
+    std::string source_id;
+    std::vector<Contributor> contributors;
+    int64_t id = 0;             // filled when read back
+};
+
+// One table of contents of a disc. A disc may have several (pressings that
+// differ slightly).
+struct Toc {
+    // Track start offsets followed by the lead-out, in frames (75 a second),
+    // as in the TOC text "150 14672 27367 41225". At least two, rising, and
+    // no more tracks than the disc has (an enhanced CD may list audio tracks
+    // only).
+    std::vector<uint32_t> offsets;
+    std::string media_id;       // source's identifier of this TOC; may be empty
+    std::string mui;            // media unique id; derived from the offsets if empty
+};
+
+struct Disc {
+    uint32_t number = 1;        // position in the release, from 1
+    std::string title;
+    std::vector<Toc> tocs;      // may be empty for a disc of unknown layout
+    std::vector<Track> tracks;
+    int64_t id = 0;             // filled when read back
+};
+
+struct Album {
+    std::string tui, tag;        // identifier and tag; generated if empty
+    uint32_t revision = 1;
+    std::string title;
+    std::string artist;          // display credit
+    uint32_t year = 0;
+    std::string genre;
+    std::string label;
+    std::string language;
+    std::string source;          // "musicbrainz", "xmcd", ... (informational)
+    std::string source_id;
+    std::vector<Contributor> contributors;
+    std::vector<Disc> discs;
+    int64_t id = 0;              // filled when read back
+
+    uint32_t track_count() const;
+};
+
+struct Lyric {
+    std::string title;
+    std::string artist;
+    std::string text;
+    std::string language;
+    std::string album_tui;       // optional link to an album ...
+    uint32_t disc_number = 0;    // ... and a track on it (0: none)
+    uint32_t track_number = 0;
+    int64_t id = 0;
+    int64_t track_id = 0;        // filled when read back and linked
+};
+
+// ---- Results -----------------------------------------------------------------
+
+// 1-based inclusive range of wanted hits.
+struct Range {
+    uint32_t start = 1;
+    uint32_t end = 10;
+};
+
+// Kind of answer, in the provider's vocabulary (see `response_code`).
+enum class MatchKind { none, single, multi_exact, fuzzy };
+
+// "zelto_result_no_matches", "zelto_result_single_match",
+// "zelto_result_multiexact_matches" or "zelto_result_fuzzy_matches".
+const char *response_code(MatchKind kind);
+// "zelto_result_no_new_rev": the answer to a revision check with nothing newer.
+extern const char *const kResponseNoNewRevision;
+
+struct TocHit {
+    int64_t album_id = 0;
+    int64_t disc_id = 0;
+    uint32_t disc_number = 0;
+    uint32_t disc_count = 0;          // discs of the album
+    uint32_t album_track_count = 0;   // tracks of the whole album
+    std::string tui, tag, title, artist;
+    std::string toc;                  // the stored TOC text of the disc
+    uint32_t score = 0;               // 100 exact, 1..99 fuzzy, by closeness
+    int32_t shift = 0;                // query offset minus stored offset
+    uint32_t max_deviation = 0;       // largest per-offset difference after the shift
+    uint32_t total_deviation = 0;     // sum of those differences
+};
+
+// Common head of paged answers: `total` hits exist, `hits` holds those of the
+// asked range (range_start..range_end, clipped to what exists; both 0 if none).
+struct Page {
+    uint32_t total = 0;
+    uint32_t range_start = 0;
+    uint32_t range_end = 0;
+};
+
+struct TocResult : Page {
+    MatchKind kind = MatchKind::none;
+    std::vector<TocHit> hits;
+};
+
+// Lookup by identifier: what was found and where.
+struct IdentifierHit {
+    enum class Kind { album, track } kind = Kind::album;
+    int64_t album_id = 0;
+    int64_t track_id = 0;        // for a track, or a disc's first track
+    int64_t disc_id = 0;         // for a media lookup
+    uint32_t disc_number = 0;
+    uint32_t track_number = 0;
+    uint32_t revision = 0;
+};
+
+enum class RevisionCheck {
+    unknown,      // no such identifier
+    newer,        // the catalogue holds a newer revision
+    not_newer,    // the caller's revision is current ("zelto_result_no_new_rev")
+};
+
+// Text search input. Empty fields are not searched. `artist` searches album
+// and track artists alike.
+struct TextQuery {
+    std::string album_title;
+    std::string album_artist;
+    std::string track_title;
+    std::string track_artist;
+    std::string artist;
+    std::string composer;
+};
+
+struct MatchedTrack {
+    int64_t track_id = 0;
+    uint32_t disc_number = 0;
+    uint32_t number = 0;         // on its disc
+    uint32_t position = 0;       // in the album, counting all discs, from 1
+    std::string title;
+};
+
+struct AlbumHit {
+    int64_t album_id = 0;
+    std::string tui, tag, title, artist;
+    uint32_t revision = 0;
+    uint32_t album_track_count = 0;
+    std::vector<MatchedTrack> matched_tracks;  // tracks that matched track fields
+    // Scores 0..100 of the album title, the artist (album or track) and the
+    // best matching track title against the query; `score` is their average
+    // over the fields the query has.
+    uint32_t album_score = 0, contributor_score = 0, track_score = 0;
+    uint32_t score = 0;
+    double rank = 0;             // FTS rank (lower is better)
+
+    // A hit carrying only its matched tracks rather than the whole album.
+    bool partial() const { return !matched_tracks.empty() && matched_tracks.size() < album_track_count; }
+};
+
+struct AlbumSearchResult : Page {
+    // none, single for exactly one hit, fuzzy for more (the same for the
+    // other searches).
+    MatchKind kind = MatchKind::none;
+    std::vector<AlbumHit> hits;
+};
+
+struct TrackHit {
+    int64_t track_id = 0, album_id = 0;
+    uint32_t disc_number = 0, number = 0, position = 0;
+    std::string tui, tag, title, artist, album_title, album_tui;
+    uint32_t duration_ms = 0;
+    uint32_t score = 0;
+    double rank = 0;
+};
+
+struct TrackSearchResult : Page {
+    MatchKind kind = MatchKind::none;
+    std::vector<TrackHit> hits;
+};
+
+struct ArtistHit {
+    int64_t artist_id = 0;
+    std::string name, sort_name;
+    std::vector<std::string> roles;  // distinct roles on albums and tracks
+    uint32_t album_count = 0;
+    bool collaboration = false;      // a credit that joins several artists
+    uint32_t score = 0;
+    double rank = 0;
+};
+
+struct ArtistSearchResult : Page {
+    MatchKind kind = MatchKind::none;
+    std::vector<ArtistHit> hits;
+};
+
+// Lyric search input: all non-empty fields must match.
+struct LyricQuery {
+    std::string title;
+    std::string artist;
+    std::string fragment;  // words of the text
+};
+
+struct LyricHit {
+    int64_t lyric_id = 0;
+    std::string title, artist, snippet, album_tui;
+    uint32_t disc_number = 0, track_number = 0;
+    uint32_t score = 0;
+    double rank = 0;
+};
+
+struct LyricSearchResult : Page {
+    MatchKind kind = MatchKind::none;
+    std::vector<LyricHit> hits;
+};
+
+// Mixed answer of albums and contributors to the same text query, with the
+// per-field scores a match response carries.
+struct MatchHit {
+    enum class Kind { album, contributor } kind = Kind::album;
+    int64_t id = 0;               // album id or artist id
+    std::string title;            // album title or artist name
+    uint32_t album_score = 0, contributor_score = 0, track_score = 0;
+    bool collaboration = false;
+    uint32_t score = 0;           // album: a + t*a/100 + c; contributor: c
+};
+
+struct MatchSearchResult : Page {
+    MatchKind kind = MatchKind::none;
+    std::vector<MatchHit> hits;
+};
+
+// ---- TOC ---------------------------------------------------------------------
+
+// Reads a TOC text: blank-separated rising decimal offsets, at least two
+// (tracks then lead-out), each at most 1000000.
+Status parse_toc(std::string_view text, std::vector<uint32_t> &out);
+// Writes offsets as decimal numbers joined by one blank.
+std::string toc_text(const std::vector<uint32_t> &offsets);
+// The 8-hex-digit disc identifier of the xmcd tradition, from a TOC in
+// frames (tracks then lead-out). Empty for fewer than two offsets.
+std::string xmcd_disc_id(const std::vector<uint32_t> &offsets);
+
+// Fuzzy TOC tolerance. A stored disc is a fuzzy match of a query when:
+//  - it has the same number of tracks;
+//  - after removing the constant shift that best aligns the two (the median
+//    of the differences of all offsets, lead-out included), the shift is at
+//    most kTocMaxShift frames;
+//  - every track start then differs by at most kTocMaxTrackDeviation frames;
+//  - the program length (lead-out minus first track) differs by at most
+//    kTocMaxLengthDeviation frames. This covers discs whose length was stored
+//    in whole seconds (xmcd), which loses up to 74 frames of the lead-out.
+// Fuzzy hits rank by total deviation plus a tenth of the shift; score =
+// 99 - that closeness / 30, at least 1. Candidates come from an index on
+// (track count, program length), so a lookup reads only discs of the same
+// track count within the length window.
+constexpr uint32_t kTocMaxShift = 4500;            // 60 s
+constexpr uint32_t kTocMaxTrackDeviation = 150;    // 2 s
+constexpr uint32_t kTocMaxLengthDeviation = 225;   // 3 s
+
+// ---- Search keys -------------------------------------------------------------
+
+// Search key of a text: lower case, accents and other marks removed,
+// compatibility forms unfolded ("ﬁ" -> "fi", "ß" -> "ss"), punctuation and
+// symbols turned into blanks, runs of blanks collapsed, no leading or
+// trailing blank. Invalid UTF-8 bytes count as blanks.
+std::string fold(std::string_view text);
+// Words of a search key (split at blanks).
+std::vector<std::string> fold_words(std::string_view text);
+// Edit distance of two texts, in code points; a transposition of two
+// neighbours counts as one edit.
+uint32_t edit_distance(std::string_view a, std::string_view b);
+// Similarity 0..100 of a query text and a candidate text by their words:
+// each query word is paired with its best candidate word (equal 1, prefix
+// of it 0.9, one edit 0.75, two edits 0.5), and the sum is weighed against
+// both word counts (2 * sum / (query words + candidate words)).
+uint32_t text_similarity(std::string_view query, std::string_view candidate);
+// Share 0..100 of the query words found in the candidate, paired as above.
+uint32_t text_coverage(std::string_view query, std::string_view candidate);
+// Number of rows of the generated folding table.
+uint32_t fold_table_rows();
+
+// ---- Import ------------------------------------------------------------------
+
+struct ImportProgress {
+    uint64_t bytes_done = 0, bytes_total = 0;
+    uint64_t records_done = 0;      // records read, good or bad
+    uint64_t albums_imported = 0;
+    uint64_t records_skipped = 0;
+};
+// Called now and then during an import; return false to stop it.
+using ProgressCallback = std::function<bool(const ImportProgress &)>;
+
+struct ImportReport {
+    uint64_t records = 0;        // records read
+    uint64_t imported = 0;       // albums or lyrics stored
+    uint64_t replaced = 0;       // of those, replacing an older revision
+    uint64_t skipped = 0;        // bad records or older revisions
+    bool stopped = false;        // the progress callback asked to stop
+    std::vector<std::string> messages;  // one line per skipped record (first 1000)
+};
+
+// ---- The catalogue -----------------------------------------------------------
+
+class Catalogue {
+   public:
+    // Opens or creates a catalogue file (":memory:" for a private one).
+    static Status open(const std::string &path, std::unique_ptr<Catalogue> &out) noexcept;
+    ~Catalogue();
+    Catalogue(const Catalogue &) = delete;
+    Catalogue &operator=(const Catalogue &) = delete;
+
+    // Transactions: many adds inside one are much faster. Nested begin calls
+    // are counted; only the outermost commit writes.
+    Status begin() noexcept;
+    Status commit() noexcept;
+    Status rollback() noexcept;
+
+    // Stores an album. An album with the same tui is replaced when the new
+    // revision is not lower (`replaced` tells), otherwise the call fails with
+    // bad_record. Empty tui/tag of the album and its tracks are generated.
+    Status add_album(Album &album, bool *replaced = nullptr) noexcept;
+    Status remove_album(int64_t album_id) noexcept;
+    Status get_album(int64_t album_id, Album &out) noexcept;
+    Status album_count(uint64_t &out) noexcept;
+    Status add_lyric(Lyric &lyric) noexcept;
+    Status get_lyric(int64_t lyric_id, Lyric &out) noexcept;
+
+    // Identification by table of contents (offsets then lead-out).
+    Status lookup_toc(const std::vector<uint32_t> &toc, Range range, TocResult &out) noexcept;
+    Status lookup_toc(std::string_view toc_text, Range range, TocResult &out) noexcept;
+
+    // By identifier and tag of an album or a track. An empty tag matches any;
+    // a wrong tag is not_found.
+    Status lookup_tui(std::string_view tui, std::string_view tag, IdentifierHit &out) noexcept;
+    // By media unique id and media identifier of a disc (either may be empty,
+    // not both).
+    Status lookup_media(std::string_view mui, std::string_view media_id, IdentifierHit &out) noexcept;
+    // Whether the catalogue holds a newer revision than `revision` of the
+    // album or track `tui`.
+    Status check_revision(std::string_view tui, std::string_view tag, uint32_t revision,
+                          RevisionCheck &out) noexcept;
+
+    // Text searches, ranked, paged.
+    Status search_albums(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept;
+    Status search_tracks(const TextQuery &query, Range range, TrackSearchResult &out) noexcept;
+    Status search_artists(std::string_view name, Range range, ArtistSearchResult &out) noexcept;
+    Status search_lyrics(const LyricQuery &query, Range range, LyricSearchResult &out) noexcept;
+    Status search_matches(const TextQuery &query, Range range, MatchSearchResult &out) noexcept;
+
+    // Rebuilds the word list used to correct misspelt query words. Runs by
+    // itself before the first search after changes; imports run it at the end.
+    Status refresh_spelling() noexcept;
+
+    // Imports. A file of MusicBrainz release JSON holds one release, an array
+    // of them, {"releases": [...]}, or one release per line. A file or text of
+    // xmcd holds one disc. A lyrics file holds one JSON object per line with
+    // "title", "artist", "text" and optionally "language", "release" (album
+    // tui), "disc", "track". Bad records are skipped and reported.
+    Status import_musicbrainz_file(const std::string &path, ImportReport &report,
+                                   const ProgressCallback &progress = {}) noexcept;
+    Status import_musicbrainz_text(std::string_view text, ImportReport &report) noexcept;
+    Status import_xmcd_file(const std::string &path, ImportReport &report) noexcept;
+    Status import_xmcd_text(std::string_view text, ImportReport &report) noexcept;
+    // Every regular file below `dir`: *.json / *.jsonl as MusicBrainz releases,
+    // lyrics*.jsonl as lyrics, anything else as xmcd.
+    Status import_directory(const std::string &dir, ImportReport &report,
+                            const ProgressCallback &progress = {}) noexcept;
+    Status import_lyrics_file(const std::string &path, ImportReport &report) noexcept;
+
+    // Internal: used by the implementation units.
+    struct Impl;
+
+   private:
+    Catalogue();
+    std::unique_ptr<Impl> impl_;
+};
+
+// Record parsers of the importers, exposed for testing: each fills `out`
+// from one record or reports why it cannot.
+Status parse_musicbrainz_release(std::string_view json, Album &out) noexcept;
+Status parse_xmcd(std::string_view text, Album &out) noexcept;
+Status parse_lyric_json(std::string_view json, Lyric &out) noexcept;
+
+}  // namespace catalogue
+
+#endif

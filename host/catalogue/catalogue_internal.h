@@ -1,0 +1,97 @@
+// Shared between the units of the catalogue: the database wrapper and the
+// operations that run with the catalogue's mutex already held.
+#ifndef ZELTO_HOST_CATALOGUE_INTERNAL_H
+#define ZELTO_HOST_CATALOGUE_INTERNAL_H
+
+#include <sqlite3.h>
+
+#include <map>
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "host/catalogue/catalogue.h"
+
+namespace catalogue {
+
+// A cached prepared statement, reset and unbound when the guard ends.
+class Stmt {
+   public:
+    Stmt(sqlite3_stmt *s) : s_(s) {}
+    ~Stmt() {
+        if (s_) {
+            sqlite3_reset(s_);
+            sqlite3_clear_bindings(s_);
+        }
+    }
+    Stmt(const Stmt &) = delete;
+    Stmt &operator=(const Stmt &) = delete;
+    explicit operator bool() const { return s_ != nullptr; }
+    sqlite3_stmt *get() const { return s_; }
+
+    void bind(int i, int64_t v) { sqlite3_bind_int64(s_, i, v); }
+    void bind(int i, std::string_view v) {
+        sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+    }
+    void bind(int i, const std::string &v) { bind(i, std::string_view(v)); }
+    void bind(int i, const char *v) { bind(i, std::string_view(v)); }
+    int step() { return sqlite3_step(s_); }
+    int64_t i64(int col) const { return sqlite3_column_int64(s_, col); }
+    uint32_t u32(int col) const { return static_cast<uint32_t>(sqlite3_column_int64(s_, col)); }
+    double real(int col) const { return sqlite3_column_double(s_, col); }
+    std::string text(int col) const {
+        auto p = sqlite3_column_text(s_, col);
+        return p ? std::string(reinterpret_cast<const char *>(p), static_cast<size_t>(sqlite3_column_bytes(s_, col)))
+                 : std::string();
+    }
+
+   private:
+    sqlite3_stmt *s_;
+};
+
+struct Catalogue::Impl {
+    sqlite3 *db = nullptr;
+    std::mutex mutex;
+    std::map<std::string, sqlite3_stmt *, std::less<>> cache;
+    int tx_depth = 0;
+    bool spelling_stale = true;
+
+    ~Impl();
+
+    // Prepares (once) and returns a statement; null with `err` set on failure.
+    sqlite3_stmt *prepare(std::string_view sql, Status &err);
+    Status exec(const char *sql);
+    Status db_error(const char *what) const;
+
+    Status begin();
+    Status commit();
+    Status rollback();
+
+    Status add_album(Album &album, bool *replaced);
+    Status remove_album(int64_t album_id);
+    Status add_lyric(Lyric &lyric);
+    Status refresh_spelling();
+    // Notes that the word list no longer matches the text indexes.
+    Status mark_changed();
+};
+
+// Runs `body` and turns anything thrown into a status.
+template <typename Body>
+Status guarded(Body &&body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return Status::error(Code::no_memory, "out of memory");
+    } catch (const std::exception &e) {
+        return Status::error(Code::database, std::string("unexpected failure: ") + e.what());
+    } catch (...) {
+        return Status::error(Code::database, "unexpected failure");
+    }
+}
+
+// 32-bit FNV-1a as 8 hex digits: the tags of generated identifiers.
+std::string hash_tag(std::string_view text);
+
+}  // namespace catalogue
+
+#endif

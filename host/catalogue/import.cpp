@@ -1,0 +1,729 @@
+// Importers of the catalogue: MusicBrainz release JSON, xmcd disc files and
+// lyrics as JSON lines. Bad records are skipped with a message; nothing in
+// the input can stop an import but an unreadable file.
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "host/catalogue/catalogue_internal.h"
+
+namespace catalogue {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr size_t kMaxMessages = 1000;
+constexpr uint64_t kBatch = 1000;        // records per transaction
+constexpr uint64_t kProgressEvery = 200;  // records between progress calls
+
+// ---- JSON helpers: never throw on missing or mistyped members ----------------
+
+const json *member(const json &o, const char *key) {
+    if (!o.is_object()) return nullptr;
+    auto it = o.find(key);
+    if (it == o.end() || it->is_null()) return nullptr;
+    return &*it;
+}
+
+std::string text_of(const json &o, const char *key) {
+    const json *m = member(o, key);
+    return m && m->is_string() ? m->get<std::string>() : std::string();
+}
+
+// A non-negative number, also given as decimal text.
+bool number_of(const json &o, const char *key, uint64_t &out) {
+    const json *m = member(o, key);
+    if (!m) return false;
+    if (m->is_number_unsigned()) {
+        out = m->get<uint64_t>();
+        return true;
+    }
+    if (m->is_number_integer()) {
+        int64_t v = m->get<int64_t>();
+        if (v < 0) return false;
+        out = static_cast<uint64_t>(v);
+        return true;
+    }
+    if (m->is_number_float()) {
+        double v = m->get<double>();
+        if (!(v >= 0 && v < 4e9)) return false;
+        out = static_cast<uint64_t>(v);
+        return true;
+    }
+    if (m->is_string()) {
+        const std::string &s = m->get_ref<const std::string &>();
+        if (s.empty() || s.size() > 12 || !std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; }))
+            return false;
+        out = std::stoull(s);
+        return true;
+    }
+    return false;
+}
+
+const json &array_or_empty(const json &o, const char *key) {
+    static const json empty = json::array();
+    const json *m = member(o, key);
+    return m && m->is_array() ? *m : empty;
+}
+
+// Display text and contributors of an "artist-credit" array.
+std::string read_credit(const json &credit_owner, std::vector<Contributor> *out) {
+    const json &credit = array_or_empty(credit_owner, "artist-credit");
+    std::string display;
+    size_t people = 0;
+    for (const auto &entry : credit) {
+        if (!entry.is_object()) continue;
+        const json *artist = member(entry, "artist");
+        std::string name = text_of(entry, "name");
+        if (name.empty() && artist) name = text_of(*artist, "name");
+        display += name + text_of(entry, "joinphrase");
+        if (out && !name.empty()) {
+            Contributor c;
+            c.name = artist && !text_of(*artist, "name").empty() ? text_of(*artist, "name") : name;
+            if (artist) {
+                c.sort_name = text_of(*artist, "sort-name");
+                c.source_id = text_of(*artist, "id");
+            }
+            c.role = "performer";
+            out->push_back(std::move(c));
+            ++people;
+        }
+    }
+    if (out && people > 1) {
+        Contributor joint;
+        joint.name = display;
+        joint.role = "performer";
+        joint.collaboration = true;
+        out->push_back(std::move(joint));
+    }
+    return display;
+}
+
+// Artist relations ("composer", "producer", ...), also those of works
+// nested in recording relations.
+void read_relations(const json &owner, std::vector<Contributor> &out, int depth = 0) {
+    for (const auto &rel : array_or_empty(owner, "relations")) {
+        if (!rel.is_object()) continue;
+        const json *artist = member(rel, "artist");
+        if (artist && artist->is_object()) {
+            Contributor c;
+            c.name = text_of(*artist, "name");
+            c.sort_name = text_of(*artist, "sort-name");
+            c.source_id = text_of(*artist, "id");
+            c.role = text_of(rel, "type");
+            if (!c.name.empty() && !c.role.empty()) out.push_back(std::move(c));
+        }
+        const json *work = member(rel, "work");
+        if (work && depth < 2) read_relations(*work, out, depth + 1);
+    }
+}
+
+std::string first_name(const json &o, const char *key) {
+    for (const auto &g : array_or_empty(o, key))
+        if (!text_of(g, "name").empty()) return text_of(g, "name");
+    return {};
+}
+
+Status release_from_json(const json &r, Album &out) {
+    if (!r.is_object()) return Status::error(Code::bad_record, "release is not a JSON object");
+    Album album;
+    album.source = "musicbrainz";
+    album.source_id = text_of(r, "id");
+    album.title = text_of(r, "title");
+    std::string label = album.source_id.empty() ? "release" : "release " + album.source_id;
+    if (fold(album.title).empty()) return Status::error(Code::bad_record, label + ": no title");
+    album.tui = album.source_id;
+    uint64_t revision = 1;
+    if (number_of(r, "revision", revision)) album.revision = static_cast<uint32_t>(std::min<uint64_t>(revision, UINT32_MAX));
+    std::string date = text_of(r, "date");
+    if (date.size() >= 4 && std::all_of(date.begin(), date.begin() + 4, [](char c) { return c >= '0' && c <= '9'; }))
+        album.year = static_cast<uint32_t>(std::stoul(date.substr(0, 4)));
+    album.artist = read_credit(r, &album.contributors);
+    read_relations(r, album.contributors);
+    album.genre = first_name(r, "genres");
+    if (const json *group = member(r, "release-group"); album.genre.empty() && group) album.genre = first_name(*group, "genres");
+    if (album.genre.empty()) album.genre = first_name(r, "tags");
+    for (const auto &li : array_or_empty(r, "label-info")) {
+        if (const json *l = member(li, "label")) album.label = text_of(*l, "name");
+        if (!album.label.empty()) break;
+    }
+    if (const json *rep = member(r, "text-representation")) album.language = text_of(*rep, "language");
+
+    const json &media = array_or_empty(r, "media");
+    if (media.empty()) return Status::error(Code::bad_record, label + ": no media");
+    uint32_t index = 0;
+    for (const auto &medium : media) {
+        ++index;
+        if (!medium.is_object()) return Status::error(Code::bad_record, label + ": medium is not an object");
+        Disc disc;
+        uint64_t position = index;
+        number_of(medium, "position", position);
+        disc.number = static_cast<uint32_t>(position);
+        disc.title = text_of(medium, "title");
+        uint32_t track_index = 0;
+        for (const auto &t : array_or_empty(medium, "tracks")) {
+            ++track_index;
+            if (!t.is_object()) return Status::error(Code::bad_record, label + ": track is not an object");
+            Track track;
+            uint64_t n = track_index;
+            number_of(t, "position", n);
+            track.number = static_cast<uint32_t>(n);
+            const json *recording = member(t, "recording");
+            track.title = text_of(t, "title");
+            if (track.title.empty() && recording) track.title = text_of(*recording, "title");
+            uint64_t length = 0;
+            if (number_of(t, "length", length) || (recording && number_of(*recording, "length", length)))
+                track.duration_ms = static_cast<uint32_t>(std::min<uint64_t>(length, UINT32_MAX));
+            track.source_id = text_of(t, "id");
+            const json *credit_owner = member(t, "artist-credit") ? &t : recording;
+            if (credit_owner) {
+                std::string credit = read_credit(*credit_owner, &track.contributors);
+                if (credit != album.artist) track.artist = credit;
+                else track.contributors.clear();
+            }
+            if (recording) read_relations(*recording, track.contributors);
+            disc.tracks.push_back(std::move(track));
+        }
+        if (disc.tracks.empty())
+            return Status::error(Code::bad_record, label + ": medium " + std::to_string(disc.number) + " has no tracks");
+        for (const auto &d : array_or_empty(medium, "discs")) {
+            Toc toc;
+            toc.media_id = text_of(d, "id");
+            for (const auto &o : array_or_empty(d, "offsets")) {
+                if (!o.is_number_integer() || o.get<int64_t>() < 0 || o.get<int64_t>() > 1000000)
+                    return Status::error(Code::bad_record, label + ": disc " + toc.media_id + " has a bad offset");
+                toc.offsets.push_back(static_cast<uint32_t>(o.get<int64_t>()));
+            }
+            uint64_t sectors = 0;
+            if (toc.offsets.empty() || !number_of(d, "sectors", sectors) || sectors > 1000000)
+                return Status::error(Code::bad_record, label + ": disc " + toc.media_id + " lacks offsets or sectors");
+            toc.offsets.push_back(static_cast<uint32_t>(sectors));
+            disc.tocs.push_back(std::move(toc));
+        }
+        album.discs.push_back(std::move(disc));
+    }
+    out = std::move(album);
+    return {};
+}
+
+// ---- xmcd -------------------------------------------------------------------------
+
+bool valid_utf8(std::string_view s) {
+    size_t i = 0;
+    while (i < s.size()) {
+        auto b = static_cast<unsigned char>(s[i]);
+        size_t len = b < 0x80 ? 1 : (b & 0xE0) == 0xC0 ? 2 : (b & 0xF0) == 0xE0 ? 3 : (b & 0xF8) == 0xF0 ? 4 : 0;
+        if (len == 0 || i + len > s.size()) return false;
+        for (size_t k = 1; k < len; ++k)
+            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
+        i += len;
+    }
+    return true;
+}
+
+// Old disc files are often ISO-8859-1.
+std::string latin1_to_utf8(std::string_view s) {
+    std::string out;
+    for (char ch : s) {
+        auto c = static_cast<unsigned char>(ch);
+        if (c < 0x80) {
+            out += ch;
+        } else {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+std::string trim(std::string_view s) {
+    size_t b = 0, e = s.size();
+    while (b < e && (s[b] == ' ' || s[b] == '\t' || s[b] == '\r')) ++b;
+    while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t' || s[e - 1] == '\r')) --e;
+    return std::string(s.substr(b, e - b));
+}
+
+// xmcd values may hold escapes: \n, \t, \\.
+std::string unescape(const std::string &v) {
+    std::string out;
+    for (size_t i = 0; i < v.size(); ++i) {
+        if (v[i] == '\\' && i + 1 < v.size()) {
+            char n = v[++i];
+            out += n == 'n' ? '\n' : n == 't' ? '\t' : n;
+        } else {
+            out += v[i];
+        }
+    }
+    return out;
+}
+
+bool all_digits(std::string_view s) {
+    return !s.empty() && s.size() <= 9 && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// Splits "Artist / Title" at the first " / ".
+void split_artist_title(const std::string &v, std::string &artist, std::string &title) {
+    size_t cut = v.find(" / ");
+    if (cut == std::string::npos) {
+        artist.clear();
+        title = trim(v);
+    } else {
+        artist = trim(v.substr(0, cut));
+        title = trim(v.substr(cut + 3));
+    }
+}
+
+}  // namespace
+
+Status parse_musicbrainz_release(std::string_view text, Album &out) noexcept {
+    return guarded([&]() -> Status {
+        json doc = json::parse(text.begin(), text.end(), nullptr, false);
+        if (doc.is_discarded()) return Status::error(Code::bad_record, "not valid JSON");
+        return release_from_json(doc, out);
+    });
+}
+
+Status parse_xmcd(std::string_view input, Album &out) noexcept {
+    return guarded([&]() -> Status {
+        std::string text = valid_utf8(input) ? std::string(input) : latin1_to_utf8(input);
+        std::vector<uint32_t> offsets;
+        uint64_t disc_seconds = 0;
+        bool have_length = false, in_offsets = false;
+        uint32_t revision = 0;
+        std::map<std::string, std::string> values;
+        std::map<uint32_t, std::string> titles;
+        size_t pos = 0;
+        uint32_t line_no = 0;
+        while (pos < text.size()) {
+            size_t end = text.find('\n', pos);
+            if (end == std::string::npos) end = text.size();
+            std::string line = text.substr(pos, end - pos);
+            pos = end + 1;
+            ++line_no;
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            if (!line.empty() && line[0] == '#') {
+                std::string body = trim(std::string_view(line).substr(1));
+                if (body.rfind("Track frame offsets:", 0) == 0) {
+                    in_offsets = true;
+                    continue;
+                }
+                if (in_offsets) {
+                    if (all_digits(body)) {
+                        offsets.push_back(static_cast<uint32_t>(std::stoul(body)));
+                        continue;
+                    }
+                    in_offsets = false;
+                }
+                if (body.rfind("Disc length:", 0) == 0) {
+                    std::string n = trim(std::string_view(body).substr(12));
+                    size_t digits = 0;
+                    while (digits < n.size() && n[digits] >= '0' && n[digits] <= '9') ++digits;
+                    if (digits == 0 || digits > 6)
+                        return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": bad disc length");
+                    disc_seconds = std::stoull(n.substr(0, digits));
+                    have_length = true;
+                } else if (body.rfind("Revision:", 0) == 0) {
+                    std::string n = trim(std::string_view(body).substr(9));
+                    if (all_digits(n)) revision = static_cast<uint32_t>(std::stoul(n));
+                }
+                continue;
+            }
+            in_offsets = false;
+            size_t eq = line.find('=');
+            if (eq == std::string::npos) {
+                if (!trim(line).empty())
+                    return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": not KEY=value");
+                continue;
+            }
+            std::string key = trim(std::string_view(line).substr(0, eq));
+            std::string value = line.substr(eq + 1);
+            if (key.rfind("TTITLE", 0) == 0) {
+                std::string n = key.substr(6);
+                if (!all_digits(n) || std::stoul(n) >= 100)
+                    return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": bad key " + key);
+                titles[static_cast<uint32_t>(std::stoul(n))] += value;  // long values continue on repeated keys
+            } else {
+                values[key] += value;
+            }
+        }
+        if (!values.count("DTITLE")) return Status::error(Code::bad_record, "not an xmcd disc: no DTITLE");
+        if (offsets.empty()) return Status::error(Code::bad_record, "no track frame offsets");
+        if (!have_length) return Status::error(Code::bad_record, "no disc length");
+        uint64_t leadout = disc_seconds * 75;
+        if (leadout > 1000000 || leadout <= offsets.back())
+            return Status::error(Code::bad_record, "disc length " + std::to_string(disc_seconds) +
+                                                       " s does not follow the last track offset");
+        for (size_t i = 1; i < offsets.size(); ++i)
+            if (offsets[i] <= offsets[i - 1]) return Status::error(Code::bad_record, "track offsets do not rise");
+        if (titles.size() != offsets.size() || titles.rbegin()->first + 1 != offsets.size())
+            return Status::error(Code::bad_record, std::to_string(offsets.size()) + " track offsets but " +
+                                                       std::to_string(titles.size()) + " track titles");
+
+        Album album;
+        album.source = "xmcd";
+        album.revision = revision;
+        split_artist_title(unescape(values["DTITLE"]), album.artist, album.title);
+        if (fold(album.title).empty()) {
+            album.title = album.artist;  // "Title" alone: artist unknown
+            album.artist.clear();
+        }
+        if (fold(album.title).empty()) return Status::error(Code::bad_record, "empty DTITLE");
+        std::string year = trim(values["DYEAR"]);
+        if (all_digits(year)) album.year = static_cast<uint32_t>(std::stoul(year));
+        album.genre = trim(values["DGENRE"]);
+        std::string discid = trim(values["DISCID"]);
+        discid = discid.substr(0, discid.find(','));
+        Disc disc;
+        Toc toc;
+        toc.offsets = offsets;
+        toc.offsets.push_back(static_cast<uint32_t>(leadout));
+        toc.media_id = discid;
+        disc.tocs.push_back(std::move(toc));
+        for (const auto &[n, raw] : titles) {
+            Track track;
+            track.number = n + 1;
+            std::string artist;
+            split_artist_title(unescape(raw), artist, track.title);
+            if (!artist.empty() && artist != album.artist) track.artist = artist;
+            if (fold(track.title).empty()) track.title = "Track " + std::to_string(n + 1);
+            track.duration_ms = static_cast<uint32_t>(
+                ((n + 1 < offsets.size() ? offsets[n + 1] : leadout) - offsets[n]) * 1000 / 75);
+            disc.tracks.push_back(std::move(track));
+        }
+        if (!album.artist.empty()) {
+            Contributor c;
+            c.name = album.artist;
+            c.role = "performer";
+            album.contributors.push_back(std::move(c));
+        }
+        album.source_id = discid;
+        album.tui = "xmcd-" + (discid.empty() ? xmcd_disc_id(disc.tocs[0].offsets) : discid) + "-" +
+                    hash_tag(fold(album.artist + " " + album.title));
+        album.discs.push_back(std::move(disc));
+        out = std::move(album);
+        return {};
+    });
+}
+
+Status parse_lyric_json(std::string_view text, Lyric &out) noexcept {
+    return guarded([&]() -> Status {
+        json doc = json::parse(text.begin(), text.end(), nullptr, false);
+        if (doc.is_discarded() || !doc.is_object()) return Status::error(Code::bad_record, "not a JSON object");
+        Lyric l;
+        l.title = text_of(doc, "title");
+        l.artist = text_of(doc, "artist");
+        l.text = text_of(doc, "text");
+        l.language = text_of(doc, "language");
+        l.album_tui = text_of(doc, "release");
+        uint64_t n = 0;
+        if (number_of(doc, "disc", n)) l.disc_number = static_cast<uint32_t>(n);
+        if (number_of(doc, "track", n)) l.track_number = static_cast<uint32_t>(n);
+        if (fold(l.text).empty()) return Status::error(Code::bad_record, "lyric without text");
+        out = std::move(l);
+        return {};
+    });
+}
+
+// ---- Import runs ---------------------------------------------------------------
+
+namespace {
+
+// One import: batches records into transactions, counts, reports progress.
+class ImportRun {
+   public:
+    ImportRun(Catalogue::Impl &impl, ImportReport &report, const ProgressCallback &progress, uint64_t bytes_total)
+        : impl_(impl), report_(report), progress_(progress) {
+        state_.bytes_total = bytes_total;
+    }
+
+    Status start() { return impl_.begin(); }
+
+    // Stores one parsed album, or records why the record was skipped.
+    Status album(Status parsed, Album &album, const std::string &where) {
+        ++report_.records;
+        if (!parsed.ok()) return skip(where, parsed);
+        bool replaced = false;
+        Status st = impl_.add_album(album, &replaced);
+        if (st.code == Code::no_memory) return st;
+        if (!st.ok()) return skip(where, st);
+        ++report_.imported;
+        if (replaced) ++report_.replaced;
+        return tick();
+    }
+
+    Status lyric(Status parsed, Lyric &lyric, const std::string &where) {
+        ++report_.records;
+        if (!parsed.ok()) return skip(where, parsed);
+        Status st = impl_.add_lyric(lyric);
+        if (st.code == Code::no_memory) return st;
+        if (!st.ok()) return skip(where, st);
+        ++report_.imported;
+        return tick();
+    }
+
+    void add_bytes(uint64_t n) { state_.bytes_done += n; }
+    bool stopped() const { return report_.stopped; }
+
+    // Commits what is pending and refreshes the word list.
+    Status finish() {
+        Status st = impl_.commit();
+        if (!st.ok()) return st;
+        report_progress();
+        return impl_.refresh_spelling();
+    }
+    void abandon() { impl_.rollback(); }
+
+   private:
+    Status skip(const std::string &where, const Status &why) {
+        ++report_.skipped;
+        if (report_.messages.size() < kMaxMessages) report_.messages.push_back(where + ": " + why.message);
+        return tick();
+    }
+
+    Status tick() {
+        if (report_.records % kBatch == 0 && impl_.tx_depth == 1) {
+            Status st = impl_.commit();
+            if (st.ok()) st = impl_.begin();
+            if (!st.ok()) return st;
+        }
+        if (report_.records % kProgressEvery == 0) report_progress();
+        return {};
+    }
+
+    void report_progress() {
+        if (!progress_ || report_.stopped) return;
+        state_.records_done = report_.records;
+        state_.albums_imported = report_.imported;
+        state_.records_skipped = report_.skipped;
+        if (!progress_(state_)) report_.stopped = true;
+    }
+
+    Catalogue::Impl &impl_;
+    ImportReport &report_;
+    const ProgressCallback &progress_;
+    ImportProgress state_;
+};
+
+bool read_file(const std::string &path, std::string &out) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+// Releases of one parsed document: a release, an array, or {"releases": [...]}.
+Status releases_of_document(ImportRun &run, const json &doc, const std::string &where) {
+    const json *list = nullptr;
+    if (doc.is_array())
+        list = &doc;
+    else if (const json *r = member(doc, "releases"); r && r->is_array() && !member(doc, "media"))
+        list = r;
+    if (!list) {
+        Album album;
+        Status parsed = guarded([&] { return release_from_json(doc, album); });
+        return run.album(parsed, album, where);
+    }
+    size_t i = 0;
+    for (const auto &r : *list) {
+        ++i;
+        Album album;
+        Status parsed = guarded([&] { return release_from_json(r, album); });
+        Status st = run.album(parsed, album, where + " release " + std::to_string(i));
+        if (!st.ok()) return st;
+        if (run.stopped()) break;
+    }
+    return {};
+}
+
+Status import_musicbrainz_stream(ImportRun &run, std::istream &in, const std::string &name) {
+    // One release per line when the first non-blank line is a whole object;
+    // otherwise the whole input is one document.
+    std::string first;
+    uint64_t line_no = 0;
+    while (std::getline(in, first)) {
+        ++line_no;
+        if (!trim(first).empty()) break;
+    }
+    json head = json::parse(first, nullptr, false);
+    if (!head.is_discarded() && head.is_object()) {
+        run.add_bytes(first.size() + 1);
+        Status st = releases_of_document(run, head, name + ":" + std::to_string(line_no));
+        std::string line;
+        while (st.ok() && !run.stopped() && std::getline(in, line)) {
+            ++line_no;
+            run.add_bytes(line.size() + 1);
+            if (trim(line).empty()) continue;
+            json doc = json::parse(line, nullptr, false);
+            std::string where = name + ":" + std::to_string(line_no);
+            if (doc.is_discarded()) {
+                Album unused;
+                st = run.album(Status::error(Code::bad_record, "not valid JSON"), unused, where);
+            } else {
+                st = releases_of_document(run, doc, where);
+            }
+        }
+        return st;
+    }
+    std::string rest(std::istreambuf_iterator<char>(in), {});
+    std::string all = first + "\n" + rest;
+    run.add_bytes(all.size());
+    json doc = json::parse(all, nullptr, false);
+    if (doc.is_discarded()) {
+        Album unused;
+        return run.album(Status::error(Code::bad_record, "not valid JSON"), unused, name);
+    }
+    return releases_of_document(run, doc, name);
+}
+
+Status import_lyrics_stream(ImportRun &run, std::istream &in, const std::string &name) {
+    std::string line;
+    uint64_t line_no = 0;
+    Status st;
+    while (st.ok() && !run.stopped() && std::getline(in, line)) {
+        ++line_no;
+        run.add_bytes(line.size() + 1);
+        if (trim(line).empty()) continue;
+        Lyric lyric;
+        Status parsed = parse_lyric_json(line, lyric);
+        st = run.lyric(parsed, lyric, name + ":" + std::to_string(line_no));
+    }
+    return st;
+}
+
+Status import_xmcd_data(ImportRun &run, std::string_view text, const std::string &name) {
+    Album album;
+    Status parsed = parse_xmcd(text, album);
+    run.add_bytes(text.size());
+    return run.album(parsed, album, name);
+}
+
+// Runs `body` inside an import run; rolls back if it fails.
+template <typename Body>
+Status run_import(Catalogue::Impl &impl, ImportReport &report, const ProgressCallback &progress, uint64_t bytes,
+                  Body &&body) {
+    report = ImportReport{};
+    ImportRun run(impl, report, progress, bytes);
+    Status st = run.start();
+    if (!st.ok()) return st;
+    st = guarded([&] { return body(run); });
+    if (!st.ok()) {
+        run.abandon();
+        return st;
+    }
+    return run.finish();
+}
+
+uint64_t file_size(const std::string &path) {
+    std::error_code ec;
+    auto n = std::filesystem::file_size(path, ec);
+    return ec ? 0 : static_cast<uint64_t>(n);
+}
+
+bool has_suffix(const std::string &s, const char *suffix) {
+    std::string_view v(suffix);
+    return s.size() >= v.size() && s.compare(s.size() - v.size(), v.size(), v) == 0;
+}
+
+}  // namespace
+
+Status Catalogue::import_musicbrainz_file(const std::string &path, ImportReport &report,
+                                          const ProgressCallback &progress) noexcept {
+    return guarded([&]() -> Status {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) return Status::error(Code::io_error, "cannot read " + path);
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, progress, file_size(path),
+                          [&](ImportRun &run) { return import_musicbrainz_stream(run, in, path); });
+    });
+}
+
+Status Catalogue::import_musicbrainz_text(std::string_view text, ImportReport &report) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        std::istringstream in{std::string(text)};
+        return run_import(*impl_, report, {}, text.size(),
+                          [&](ImportRun &run) { return import_musicbrainz_stream(run, in, "input"); });
+    });
+}
+
+Status Catalogue::import_xmcd_file(const std::string &path, ImportReport &report) noexcept {
+    return guarded([&]() -> Status {
+        std::string text;
+        if (!read_file(path, text)) return Status::error(Code::io_error, "cannot read " + path);
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, {}, text.size(),
+                          [&](ImportRun &run) { return import_xmcd_data(run, text, path); });
+    });
+}
+
+Status Catalogue::import_xmcd_text(std::string_view text, ImportReport &report) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, {}, text.size(),
+                          [&](ImportRun &run) { return import_xmcd_data(run, text, "input"); });
+    });
+}
+
+Status Catalogue::import_lyrics_file(const std::string &path, ImportReport &report) noexcept {
+    return guarded([&]() -> Status {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) return Status::error(Code::io_error, "cannot read " + path);
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, {}, file_size(path),
+                          [&](ImportRun &run) { return import_lyrics_stream(run, in, path); });
+    });
+}
+
+Status Catalogue::import_directory(const std::string &dir, ImportReport &report,
+                                   const ProgressCallback &progress) noexcept {
+    return guarded([&]() -> Status {
+        namespace fs = std::filesystem;
+        std::error_code ec;
+        std::vector<std::string> files;
+        uint64_t bytes = 0;
+        for (fs::recursive_directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+            if (!it->is_regular_file(ec)) continue;
+            std::string name = it->path().filename().string();
+            if (name.empty() || name[0] == '.') continue;
+            files.push_back(it->path().string());
+            bytes += file_size(files.back());
+        }
+        if (ec) return Status::error(Code::io_error, "cannot list " + dir + ": " + ec.message());
+        // Albums before lyrics, which may refer to them; otherwise by name.
+        auto is_lyrics = [](const std::string &p) {
+            return fs::path(p).filename().string().rfind("lyrics", 0) == 0 && has_suffix(p, ".jsonl");
+        };
+        std::sort(files.begin(), files.end(), [&](const std::string &a, const std::string &b) {
+            if (is_lyrics(a) != is_lyrics(b)) return !is_lyrics(a);
+            return a < b;
+        });
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, progress, bytes, [&](ImportRun &run) -> Status {
+            for (const auto &path : files) {
+                if (run.stopped()) break;
+                std::ifstream in(path, std::ios::binary);
+                Status st;
+                if (!in) {
+                    Album unused;
+                    st = run.album(Status::error(Code::io_error, "cannot read"), unused, path);
+                } else if (is_lyrics(path)) {
+                    st = import_lyrics_stream(run, in, path);
+                } else if (has_suffix(path, ".json") || has_suffix(path, ".jsonl")) {
+                    st = import_musicbrainz_stream(run, in, path);
+                } else {
+                    std::string text(std::istreambuf_iterator<char>(in), {});
+                    st = import_xmcd_data(run, text, path);
+                }
+                if (!st.ok()) return st;
+            }
+            return Status{};
+        });
+    });
+}
+
+}  // namespace catalogue

@@ -1,0 +1,715 @@
+// Text searches of the catalogue.
+//
+// Every field of a query becomes an FTS5 expression over search keys: its
+// words joined by AND, each word of three or more characters as a prefix,
+// and a word that no indexed word starts with also as the indexed words
+// within a small edit distance (found through a trigram index of the word
+// list). The candidates that FTS5 yields (the best kCandidateCap of each
+// expression by bm25) are scored against the query by word similarity and
+// ordered by score, then by FTS rank.
+#include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "host/catalogue/catalogue_internal.h"
+
+namespace catalogue {
+
+namespace {
+
+constexpr int64_t kCandidateCap = 5000;
+constexpr size_t kMaxCorrections = 3;
+constexpr size_t kMaxMatchedTracks = 64;
+
+// The code points of a UTF-8 word, each as its own string.
+std::vector<std::string> characters(const std::string &word) {
+    std::vector<std::string> out;
+    for (size_t i = 0; i < word.size();) {
+        size_t len = 1;
+        auto b = static_cast<unsigned char>(word[i]);
+        if (b >= 0xF0)
+            len = 4;
+        else if (b >= 0xE0)
+            len = 3;
+        else if (b >= 0xC0)
+            len = 2;
+        out.push_back(word.substr(i, len));
+        i += len;
+    }
+    return out;
+}
+
+MatchKind kind_of(size_t total) {
+    if (total == 0) return MatchKind::none;
+    return total == 1 ? MatchKind::single : MatchKind::fuzzy;
+}
+
+template <typename Hit>
+void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> &out) {
+    page.total = static_cast<uint32_t>(all.size());
+    out.clear();
+    if (range.start > all.size()) {
+        page.range_start = page.range_end = 0;
+        return;
+    }
+    size_t last = std::min<size_t>(range.end, all.size());
+    for (size_t i = range.start - 1; i < last; ++i) out.push_back(std::move(all[i]));
+    page.range_start = range.start;
+    page.range_end = static_cast<uint32_t>(last);
+}
+
+class Searcher {
+   public:
+    explicit Searcher(Catalogue::Impl &impl) : impl_(impl) {}
+
+    Status prepare_spelling() { return impl_.spelling_stale ? impl_.refresh_spelling() : Status{}; }
+
+    // FTS expression of a field (words ANDed), empty if it has no words.
+    Status field_expr(std::string_view text, std::string &expr) {
+        expr.clear();
+        for (const auto &word : fold_words(text)) {
+            std::string alternatives;
+            Status st = word_alternatives(word, alternatives);
+            if (!st.ok()) return st;
+            if (!expr.empty()) expr += " AND ";
+            expr += alternatives;
+        }
+        return {};
+    }
+
+    // "col : (expr)" for each non-empty field, ANDed.
+    Status columns_expr(std::initializer_list<std::pair<const char *, std::string_view>> fields, std::string &out) {
+        out.clear();
+        for (const auto &[column, text] : fields) {
+            std::string e;
+            Status st = field_expr(text, e);
+            if (!st.ok()) return st;
+            if (e.empty()) continue;
+            if (!out.empty()) out += " AND ";
+            out += std::string(column) + " : (" + e + ")";
+        }
+        return {};
+    }
+
+    struct Candidate {
+        double rank = 0;
+        std::vector<int64_t> tracks;
+    };
+    using Candidates = std::unordered_map<int64_t, Candidate>;
+
+    Status album_matches(const std::string &match, Candidates &out) {
+        Status st;
+        Stmt q(impl_.prepare("SELECT rowid, rank FROM album_fts WHERE album_fts MATCH ? ORDER BY rank LIMIT ?", st));
+        if (!q) return st;
+        q.bind(1, match);
+        q.bind(2, kCandidateCap);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) out[q.i64(0)].rank = q.real(1);
+        return rc == SQLITE_DONE ? Status{} : impl_.db_error("album search");
+    }
+
+    // Tracks matching, grouped by album: rank of the album is its best track's.
+    Status track_matches(const std::string &match, Candidates &out, std::vector<std::pair<int64_t, double>> *tracks) {
+        Status st;
+        Stmt q(impl_.prepare("SELECT t.id, t.album_id, f.rank FROM track_fts f JOIN tracks t ON t.id = f.rowid"
+                             " WHERE track_fts MATCH ? ORDER BY f.rank LIMIT ?",
+                             st));
+        if (!q) return st;
+        q.bind(1, match);
+        q.bind(2, kCandidateCap);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            int64_t track = q.i64(0), album = q.i64(1);
+            double rank = q.real(2);
+            auto [it, inserted] = out.try_emplace(album);
+            if (inserted || rank < it->second.rank) it->second.rank = rank;
+            if (it->second.tracks.size() < kMaxMatchedTracks) it->second.tracks.push_back(track);
+            if (tracks) tracks->emplace_back(track, rank);
+        }
+        return rc == SQLITE_DONE ? Status{} : impl_.db_error("track search");
+    }
+
+    // Albums of `query`, scored, in order. `ok_empty` false if the query had
+    // no searchable field.
+    Status albums(const TextQuery &query, std::vector<AlbumHit> &out) {
+        Status st = prepare_spelling();
+        if (!st.ok()) return st;
+        std::vector<Candidates> sets;
+        std::vector<bool> from_tracks;
+
+        std::string album_expr, artist_expr, track_expr;
+        st = columns_expr({{"title", query.album_title}, {"artist", query.album_artist}}, album_expr);
+        if (st.ok()) st = field_expr(query.artist, artist_expr);
+        if (st.ok())
+            st = columns_expr(
+                {{"title", query.track_title}, {"artist", query.track_artist}, {"composer", query.composer}},
+                track_expr);
+        if (!st.ok()) return st;
+        if (album_expr.empty() && artist_expr.empty() && track_expr.empty())
+            return Status::error(Code::invalid_argument, "no text to search for");
+
+        if (!album_expr.empty()) {
+            sets.emplace_back();
+            from_tracks.push_back(false);
+            st = album_matches(album_expr, sets.back());
+            if (!st.ok()) return st;
+        }
+        if (!artist_expr.empty()) {
+            // The artist of the album, or else of some of its tracks.
+            Candidates by_album, by_track;
+            st = album_matches("artist : (" + artist_expr + ")", by_album);
+            if (st.ok()) st = track_matches("artist : (" + artist_expr + ")", by_track, nullptr);
+            if (!st.ok()) return st;
+            for (auto &[id, c] : by_track)
+                if (!by_album.count(id)) by_album.emplace(id, std::move(c));
+            sets.push_back(std::move(by_album));
+            from_tracks.push_back(false);
+        }
+        if (!track_expr.empty()) {
+            sets.emplace_back();
+            from_tracks.push_back(true);
+            st = track_matches(track_expr, sets.back(), nullptr);
+            if (!st.ok()) return st;
+        }
+
+        // Albums present in every set; matched tracks from the track fields,
+        // else from an artist found on tracks.
+        Candidates result = std::move(sets[0]);
+        bool tracks_fixed = from_tracks[0];
+        for (size_t i = 1; i < sets.size(); ++i) {
+            for (auto it = result.begin(); it != result.end();) {
+                auto other = sets[i].find(it->first);
+                if (other == sets[i].end()) {
+                    it = result.erase(it);
+                    continue;
+                }
+                it->second.rank += other->second.rank;
+                if (from_tracks[i] && !tracks_fixed) it->second.tracks = std::move(other->second.tracks);
+                ++it;
+            }
+            tracks_fixed = tracks_fixed || from_tracks[i];
+        }
+
+        out.clear();
+        out.reserve(result.size());
+        for (auto &[id, cand] : result) {
+            AlbumHit hit;
+            st = score_album(query, id, cand, hit);
+            if (!st.ok()) return st;
+            out.push_back(std::move(hit));
+        }
+        std::sort(out.begin(), out.end(), [](const AlbumHit &a, const AlbumHit &b) {
+            if (a.score != b.score) return a.score > b.score;
+            if (a.rank != b.rank) return a.rank < b.rank;
+            return a.album_id < b.album_id;
+        });
+        return {};
+    }
+
+    Status score_album(const TextQuery &query, int64_t id, Candidate &cand, AlbumHit &hit) {
+        Status st;
+        {
+            Stmt q(impl_.prepare("SELECT tui, tag, title, artist, revision, track_count FROM albums WHERE id = ?", st));
+            if (!q) return st;
+            q.bind(1, id);
+            if (q.step() != SQLITE_ROW) return impl_.db_error("read album");
+            hit.album_id = id;
+            hit.tui = q.text(0);
+            hit.tag = q.text(1);
+            hit.title = q.text(2);
+            hit.artist = q.text(3);
+            hit.revision = q.u32(4);
+            hit.album_track_count = q.u32(5);
+            hit.rank = cand.rank;
+        }
+        // Credited performers count like the album's display credit.
+        std::vector<std::string> album_artists{hit.artist};
+        {
+            Stmt q(impl_.prepare("SELECT a.name FROM album_contributors c JOIN artists a ON a.id = c.artist_id"
+                                 " WHERE c.album_id = ? AND c.role = 'performer'",
+                                 st));
+            if (!q) return st;
+            q.bind(1, id);
+            while (q.step() == SQLITE_ROW) album_artists.push_back(q.text(0));
+        }
+        std::vector<std::string> track_artists, composers;
+        for (int64_t track : cand.tracks) {
+            MatchedTrack m;
+            std::string artist;
+            st = read_track(track, m, artist);
+            if (!st.ok()) return st;
+            track_artists.push_back(artist.empty() ? hit.artist : artist);
+            if (!query.composer.empty()) {
+                composers.emplace_back();
+                st = track_composers(track, composers.back());
+                if (!st.ok()) return st;
+            }
+            if (!query.track_title.empty()) hit.track_score = std::max(hit.track_score, text_similarity(query.track_title, m.title));
+            hit.matched_tracks.push_back(std::move(m));
+        }
+        std::sort(hit.matched_tracks.begin(), hit.matched_tracks.end(),
+                  [](const MatchedTrack &a, const MatchedTrack &b) { return a.position < b.position; });
+        uint32_t fields = 0, sum = 0;
+        if (!query.album_title.empty()) {
+            hit.album_score = text_similarity(query.album_title, hit.title);
+            sum += hit.album_score;
+            ++fields;
+        }
+        bool any_artist = false;
+        auto contributor = [&](const std::string &text, bool album_level, bool track_level) {
+            if (text.empty()) return;
+            any_artist = true;
+            if (album_level)
+                for (const auto &a : album_artists)
+                    hit.contributor_score = std::max(hit.contributor_score, text_similarity(text, a));
+            if (track_level)
+                for (const auto &a : track_artists)
+                    hit.contributor_score = std::max(hit.contributor_score, text_similarity(text, a));
+        };
+        contributor(query.album_artist, true, false);
+        contributor(query.artist, true, true);
+        contributor(query.track_artist, track_artists.empty(), true);
+        if (!query.composer.empty()) {
+            any_artist = true;
+            for (const auto &c : composers)
+                hit.contributor_score = std::max(hit.contributor_score, text_coverage(query.composer, c));
+        }
+        if (any_artist) {
+            sum += hit.contributor_score;
+            ++fields;
+        }
+        if (!query.track_title.empty()) {
+            sum += hit.track_score;
+            ++fields;
+        }
+        hit.score = fields ? sum / fields : 0;
+        return {};
+    }
+
+    Status read_track(int64_t track, MatchedTrack &m, std::string &artist) {
+        Status st;
+        Stmt q(impl_.prepare("SELECT disc_number, number, position, title, artist FROM tracks WHERE id = ?", st));
+        if (!q) return st;
+        q.bind(1, track);
+        if (q.step() != SQLITE_ROW) return impl_.db_error("read track");
+        m.track_id = track;
+        m.disc_number = q.u32(0);
+        m.number = q.u32(1);
+        m.position = q.u32(2);
+        m.title = q.text(3);
+        artist = q.text(4);
+        return {};
+    }
+
+    Status track_composers(int64_t track, std::string &out) {
+        Status st;
+        Stmt q(impl_.prepare("SELECT composer FROM track_fts WHERE rowid = ?", st));
+        if (!q) return st;
+        q.bind(1, track);
+        if (q.step() == SQLITE_ROW) out = q.text(0);
+        return {};
+    }
+
+    Status tracks(const TextQuery &query, std::vector<TrackHit> &out) {
+        Status st = prepare_spelling();
+        if (!st.ok()) return st;
+        std::string track_expr, album_expr;
+        st = columns_expr({{"title", query.track_title},
+                           {"artist", query.track_artist},
+                           {"artist", query.artist},
+                           {"composer", query.composer}},
+                          track_expr);
+        if (st.ok()) st = columns_expr({{"title", query.album_title}, {"artist", query.album_artist}}, album_expr);
+        if (!st.ok()) return st;
+        if (track_expr.empty() && album_expr.empty())
+            return Status::error(Code::invalid_argument, "no text to search for");
+
+        std::vector<std::pair<int64_t, double>> found;
+        Candidates albums;
+        if (!album_expr.empty()) {
+            st = album_matches(album_expr, albums);
+            if (!st.ok()) return st;
+        }
+        if (!track_expr.empty()) {
+            Candidates by_album;
+            st = track_matches(track_expr, by_album, &found);
+            if (!st.ok()) return st;
+            if (!album_expr.empty())
+                found.erase(std::remove_if(found.begin(), found.end(),
+                                           [&](const auto &t) { return !albums.count(album_of(t.first)); }),
+                            found.end());
+        } else {
+            // Album fields only: every track of the albums found.
+            for (const auto &[album, cand] : albums) {
+                Stmt q(impl_.prepare("SELECT id FROM tracks WHERE album_id = ? ORDER BY position", st));
+                if (!q) return st;
+                q.bind(1, album);
+                while (q.step() == SQLITE_ROW) found.emplace_back(q.i64(0), cand.rank);
+            }
+        }
+        out.clear();
+        for (const auto &[id, rank] : found) {
+            TrackHit hit;
+            Stmt q(impl_.prepare("SELECT t.album_id, t.disc_number, t.number, t.position, t.tui, t.tag, t.title,"
+                                 " t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t JOIN albums a ON"
+                                 " a.id = t.album_id WHERE t.id = ?",
+                                 st));
+            if (!q) return st;
+            q.bind(1, id);
+            if (q.step() != SQLITE_ROW) return impl_.db_error("read track");
+            hit.track_id = id;
+            hit.album_id = q.i64(0);
+            hit.disc_number = q.u32(1);
+            hit.number = q.u32(2);
+            hit.position = q.u32(3);
+            hit.tui = q.text(4);
+            hit.tag = q.text(5);
+            hit.title = q.text(6);
+            hit.artist = q.text(7).empty() ? q.text(11) : q.text(7);
+            hit.duration_ms = q.u32(8);
+            hit.album_title = q.text(9);
+            hit.album_tui = q.text(10);
+            hit.rank = rank;
+            uint32_t fields = 0, sum = 0;
+            auto add = [&](const std::string &text, const std::string &against) {
+                if (text.empty()) return;
+                sum += text_similarity(text, against);
+                ++fields;
+            };
+            add(query.track_title, hit.title);
+            add(query.track_artist, hit.artist);
+            add(query.artist, hit.artist);
+            add(query.album_title, hit.album_title);
+            add(query.album_artist, q.text(11));
+            if (!query.composer.empty()) {
+                std::string composers;
+                st = track_composers(id, composers);
+                if (!st.ok()) return st;
+                sum += text_coverage(query.composer, composers);
+                ++fields;
+            }
+            hit.score = fields ? sum / fields : 0;
+            out.push_back(std::move(hit));
+        }
+        std::sort(out.begin(), out.end(), [](const TrackHit &a, const TrackHit &b) {
+            if (a.score != b.score) return a.score > b.score;
+            if (a.rank != b.rank) return a.rank < b.rank;
+            return a.track_id < b.track_id;
+        });
+        return {};
+    }
+
+    int64_t album_of(int64_t track) {
+        Status st;
+        Stmt q(impl_.prepare("SELECT album_id FROM tracks WHERE id = ?", st));
+        if (!q) return 0;
+        q.bind(1, track);
+        return q.step() == SQLITE_ROW ? q.i64(0) : 0;
+    }
+
+    Status artists(std::string_view name, std::vector<ArtistHit> &out) {
+        Status st = prepare_spelling();
+        if (!st.ok()) return st;
+        std::string expr;
+        st = field_expr(name, expr);
+        if (!st.ok()) return st;
+        if (expr.empty()) return Status::error(Code::invalid_argument, "no name to search for");
+        std::vector<std::pair<int64_t, double>> found;
+        {
+            Stmt q(impl_.prepare("SELECT rowid, rank FROM artist_fts WHERE artist_fts MATCH ? ORDER BY rank LIMIT ?",
+                                 st));
+            if (!q) return st;
+            q.bind(1, expr);
+            q.bind(2, kCandidateCap);
+            int rc;
+            while ((rc = q.step()) == SQLITE_ROW) found.emplace_back(q.i64(0), q.real(1));
+            if (rc != SQLITE_DONE) return impl_.db_error("artist search");
+        }
+        out.clear();
+        for (const auto &[id, rank] : found) {
+            ArtistHit hit;
+            hit.artist_id = id;
+            hit.rank = rank;
+            {
+                Stmt q(impl_.prepare("SELECT name, sort_name, collaboration,"
+                                     " (SELECT count(*) FROM (SELECT album_id FROM album_contributors WHERE"
+                                     " artist_id = ?1 UNION SELECT t.album_id FROM track_contributors c JOIN tracks t"
+                                     " ON t.id = c.track_id WHERE c.artist_id = ?1)) FROM artists WHERE id = ?1",
+                                     st));
+                if (!q) return st;
+                q.bind(1, id);
+                if (q.step() != SQLITE_ROW) return impl_.db_error("read artist");
+                hit.name = q.text(0);
+                hit.sort_name = q.text(1);
+                hit.collaboration = q.i64(2) != 0;
+                hit.album_count = q.u32(3);
+            }
+            {
+                Stmt q(impl_.prepare("SELECT role FROM album_contributors WHERE artist_id = ?1 UNION SELECT role FROM"
+                                     " track_contributors WHERE artist_id = ?1 ORDER BY 1",
+                                     st));
+                if (!q) return st;
+                q.bind(1, id);
+                while (q.step() == SQLITE_ROW) hit.roles.push_back(q.text(0));
+            }
+            hit.score = std::max(text_similarity(name, hit.name), text_similarity(name, hit.sort_name));
+            out.push_back(std::move(hit));
+        }
+        std::sort(out.begin(), out.end(), [](const ArtistHit &a, const ArtistHit &b) {
+            if (a.score != b.score) return a.score > b.score;
+            if (a.rank != b.rank) return a.rank < b.rank;
+            return a.artist_id < b.artist_id;
+        });
+        return {};
+    }
+
+    Status lyrics(const LyricQuery &query, std::vector<LyricHit> &out) {
+        Status st = prepare_spelling();
+        if (!st.ok()) return st;
+        std::string expr;
+        st = columns_expr({{"title", query.title}, {"artist", query.artist}, {"text", query.fragment}}, expr);
+        if (!st.ok()) return st;
+        if (expr.empty()) return Status::error(Code::invalid_argument, "no text to search for");
+        std::vector<std::pair<int64_t, double>> found;
+        {
+            Stmt q(impl_.prepare("SELECT rowid, rank FROM lyric_fts WHERE lyric_fts MATCH ? ORDER BY rank LIMIT ?",
+                                 st));
+            if (!q) return st;
+            q.bind(1, expr);
+            q.bind(2, kCandidateCap);
+            int rc;
+            while ((rc = q.step()) == SQLITE_ROW) found.emplace_back(q.i64(0), q.real(1));
+            if (rc != SQLITE_DONE) return impl_.db_error("lyric search");
+        }
+        out.clear();
+        for (const auto &[id, rank] : found) {
+            LyricHit hit;
+            std::string text;
+            {
+                Stmt q(impl_.prepare(
+                    "SELECT title, artist, text, album_tui, disc_number, track_number FROM lyrics WHERE id = ?", st));
+                if (!q) return st;
+                q.bind(1, id);
+                if (q.step() != SQLITE_ROW) return impl_.db_error("read lyric");
+                hit.lyric_id = id;
+                hit.rank = rank;
+                hit.title = q.text(0);
+                hit.artist = q.text(1);
+                text = q.text(2);
+                hit.album_tui = q.text(3);
+                hit.disc_number = q.u32(4);
+                hit.track_number = q.u32(5);
+            }
+            uint32_t fields = 0, sum = 0;
+            if (!query.title.empty()) {
+                sum += text_similarity(query.title, hit.title);
+                ++fields;
+            }
+            if (!query.artist.empty()) {
+                sum += text_similarity(query.artist, hit.artist);
+                ++fields;
+            }
+            hit.snippet = best_line(query.fragment, text);
+            if (!query.fragment.empty()) {
+                sum += text_coverage(query.fragment, hit.snippet);
+                ++fields;
+            }
+            hit.score = fields ? sum / fields : 0;
+            out.push_back(std::move(hit));
+        }
+        std::sort(out.begin(), out.end(), [](const LyricHit &a, const LyricHit &b) {
+            if (a.score != b.score) return a.score > b.score;
+            if (a.rank != b.rank) return a.rank < b.rank;
+            return a.lyric_id < b.lyric_id;
+        });
+        return {};
+    }
+
+    // The line of `text` that covers most of the fragment (the first line if
+    // there is no fragment).
+    static std::string best_line(const std::string &fragment, const std::string &text) {
+        std::string best;
+        uint32_t best_cover = 0;
+        bool first = true;
+        size_t pos = 0;
+        while (pos <= text.size()) {
+            size_t end = text.find('\n', pos);
+            if (end == std::string::npos) end = text.size();
+            std::string line = text.substr(pos, end - pos);
+            if (!fold(line).empty()) {
+                uint32_t cover = fragment.empty() ? 0 : text_coverage(fragment, line);
+                if (first || cover > best_cover) {
+                    best = line;
+                    best_cover = cover;
+                    first = false;
+                }
+                if (fragment.empty()) break;
+            }
+            pos = end + 1;
+        }
+        while (!best.empty() && (best.back() == '\r' || best.back() == ' ')) best.pop_back();
+        return best;
+    }
+
+   private:
+    // One query word as an FTS5 term group: the word (as a prefix when it is
+    // at least three characters long) and, if no indexed word starts with
+    // it, the closest indexed spellings.
+    Status word_alternatives(const std::string &word, std::string &out) {
+        std::vector<std::string> chars = characters(word);
+        bool prefix = chars.size() >= 3;
+        out = "(\"" + word + "\"" + (prefix ? " *" : "");
+        Status st;
+        bool known = false;
+        {
+            Stmt q(impl_.prepare("SELECT 1 FROM spell_words WHERE term >= ?1 AND term < ?1 || x'f48fbfbf' LIMIT 1", st));
+            if (!q) return st;
+            q.bind(1, word);
+            known = q.step() == SQLITE_ROW;
+        }
+        if (!known && chars.size() >= 4) {
+            uint32_t max_distance = chars.size() >= 6 ? 2 : 1;
+            std::string match;
+            std::unordered_set<std::string> seen;
+            for (size_t i = 0; i + 3 <= chars.size(); ++i) {
+                std::string tri = chars[i] + chars[i + 1] + chars[i + 2];
+                if (!seen.insert(tri).second) continue;
+                if (!match.empty()) match += " OR ";
+                match += "\"" + tri + "\"";
+            }
+            std::vector<std::pair<uint32_t, std::string>> close;
+            Stmt q(impl_.prepare("SELECT term FROM spell_tri WHERE spell_tri MATCH ? ORDER BY rank LIMIT 200", st));
+            if (!q) return st;
+            q.bind(1, match);
+            while (q.step() == SQLITE_ROW) {
+                std::string term = q.text(0);
+                uint32_t d = edit_distance(word, term);
+                if (d <= max_distance) close.emplace_back(d, std::move(term));
+            }
+            std::sort(close.begin(), close.end());
+            for (size_t i = 0; i < close.size() && i < kMaxCorrections; ++i) out += " OR \"" + close[i].second + "\"";
+        }
+        out += ")";
+        return {};
+    }
+
+    Catalogue::Impl &impl_;
+};
+
+}  // namespace
+
+Status Catalogue::search_albums(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept {
+    return guarded([&]() -> Status {
+        if (range.start == 0 || range.end < range.start)
+            return Status::error(Code::invalid_argument, "result range is not valid");
+        std::lock_guard lock(impl_->mutex);
+        std::vector<AlbumHit> all;
+        Status st = Searcher(*impl_).albums(query, all);
+        if (!st.ok()) return st;
+        AlbumSearchResult result;
+        result.kind = kind_of(all.size());
+        take_page(all, range, result, result.hits);
+        out = std::move(result);
+        return {};
+    });
+}
+
+Status Catalogue::search_tracks(const TextQuery &query, Range range, TrackSearchResult &out) noexcept {
+    return guarded([&]() -> Status {
+        if (range.start == 0 || range.end < range.start)
+            return Status::error(Code::invalid_argument, "result range is not valid");
+        std::lock_guard lock(impl_->mutex);
+        std::vector<TrackHit> all;
+        Status st = Searcher(*impl_).tracks(query, all);
+        if (!st.ok()) return st;
+        TrackSearchResult result;
+        result.kind = kind_of(all.size());
+        take_page(all, range, result, result.hits);
+        out = std::move(result);
+        return {};
+    });
+}
+
+Status Catalogue::search_artists(std::string_view name, Range range, ArtistSearchResult &out) noexcept {
+    return guarded([&]() -> Status {
+        if (range.start == 0 || range.end < range.start)
+            return Status::error(Code::invalid_argument, "result range is not valid");
+        std::lock_guard lock(impl_->mutex);
+        std::vector<ArtistHit> all;
+        Status st = Searcher(*impl_).artists(name, all);
+        if (!st.ok()) return st;
+        ArtistSearchResult result;
+        result.kind = kind_of(all.size());
+        take_page(all, range, result, result.hits);
+        out = std::move(result);
+        return {};
+    });
+}
+
+Status Catalogue::search_lyrics(const LyricQuery &query, Range range, LyricSearchResult &out) noexcept {
+    return guarded([&]() -> Status {
+        if (range.start == 0 || range.end < range.start)
+            return Status::error(Code::invalid_argument, "result range is not valid");
+        std::lock_guard lock(impl_->mutex);
+        std::vector<LyricHit> all;
+        Status st = Searcher(*impl_).lyrics(query, all);
+        if (!st.ok()) return st;
+        LyricSearchResult result;
+        result.kind = kind_of(all.size());
+        take_page(all, range, result, result.hits);
+        out = std::move(result);
+        return {};
+    });
+}
+
+Status Catalogue::search_matches(const TextQuery &query, Range range, MatchSearchResult &out) noexcept {
+    return guarded([&]() -> Status {
+        if (range.start == 0 || range.end < range.start)
+            return Status::error(Code::invalid_argument, "result range is not valid");
+        std::lock_guard lock(impl_->mutex);
+        Searcher searcher(*impl_);
+        std::vector<AlbumHit> albums;
+        Status st = searcher.albums(query, albums);
+        if (!st.ok()) return st;
+        std::vector<MatchHit> all;
+        for (const auto &a : albums) {
+            MatchHit m;
+            m.kind = MatchHit::Kind::album;
+            m.id = a.album_id;
+            m.title = a.title;
+            m.album_score = a.album_score;
+            m.contributor_score = a.contributor_score;
+            m.track_score = a.track_score;
+            m.score = a.album_score + (a.track_score * a.album_score) / 100 + a.contributor_score;
+            all.push_back(std::move(m));
+        }
+        // Contributors by the first artist-like field.
+        std::string_view name = !query.artist.empty()         ? query.artist
+                                : !query.album_artist.empty() ? query.album_artist
+                                : !query.track_artist.empty() ? query.track_artist
+                                                              : query.composer;
+        if (!fold(name).empty()) {
+            std::vector<ArtistHit> artists;
+            st = searcher.artists(name, artists);
+            if (!st.ok()) return st;
+            for (const auto &a : artists) {
+                MatchHit m;
+                m.kind = MatchHit::Kind::contributor;
+                m.id = a.artist_id;
+                m.title = a.name;
+                m.contributor_score = a.score;
+                m.collaboration = a.collaboration;
+                m.score = a.score;
+                all.push_back(std::move(m));
+            }
+        }
+        std::stable_sort(all.begin(), all.end(), [](const MatchHit &a, const MatchHit &b) { return a.score > b.score; });
+        MatchSearchResult result;
+        result.kind = kind_of(all.size());
+        take_page(all, range, result, result.hits);
+        out = std::move(result);
+        return {};
+    });
+}
+
+}  // namespace catalogue
