@@ -1,0 +1,55 @@
+// Builders of small catalogues for the catalogue tests.
+#ifndef CATALOGUE_FIXTURES_H
+#define CATALOGUE_FIXTURES_H
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "host/catalogue/catalogue.h"
+
+namespace catalogue_test {
+
+inline std::unique_ptr<catalogue::Catalogue> open_memory() {
+    std::unique_ptr<catalogue::Catalogue> cat;
+    catalogue::Status st = catalogue::Catalogue::open(":memory:", cat);
+    EXPECT_TRUE(st.ok()) << st.message;
+    return cat;
+}
+
+// A one-disc album; `toc` may be empty, then it has `tracks` tracks and no TOC.
+inline catalogue::Album make_album(const std::string &title, const std::string &artist,
+                                   std::initializer_list<const char *> tracks, std::vector<uint32_t> toc = {}) {
+    catalogue::Album a;
+    a.title = title;
+    a.artist = artist;
+    a.contributors.push_back({artist, "", "performer", "", false, 0});
+    catalogue::Disc d;
+    uint32_t n = 0;
+    for (const char *t : tracks) {
+        catalogue::Track tr;
+        tr.number = ++n;
+        tr.title = t;
+        d.tracks.push_back(tr);
+    }
+    if (!toc.empty()) d.tocs.push_back({toc, "", ""});
+    a.discs.push_back(d);
+    return a;
+}
+
+inline int64_t add(catalogue::Catalogue &cat, catalogue::Album album) {
+    catalogue::Status st = cat.add_album(album);
+    EXPECT_TRUE(st.ok()) << st.message;
+    return album.id;
+}
+
+inline std::filesystem::path source_root() {
+    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+}
+
+}  // namespace catalogue_test
+
+#endif

@@ -1,0 +1,353 @@
+// Catalogue: importers of release JSON, xmcd discs and lyrics; the sample
+// catalogue.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <unistd.h>
+
+#include "catalogue_fixtures.h"
+
+using namespace catalogue;
+using catalogue_test::open_memory;
+
+namespace {
+
+const char *kRelease = R"({
+  "id": "rel-a", "title": "Lanterns of Glass", "date": "2004-03-01", "revision": 2,
+  "artist-credit": [{"name": "Mira Solenne", "joinphrase": " & ",
+                     "artist": {"id": "art-1", "name": "Mira Solenne", "sort-name": "Solenne, Mira"}},
+                    {"name": "Koji", "joinphrase": "",
+                     "artist": {"id": "art-2", "name": "Koji Arakawa", "sort-name": "Arakawa, Koji"}}],
+  "genres": [{"name": "folk", "count": 2}],
+  "label-info": [{"label": {"name": "Harbour House"}}],
+  "text-representation": {"language": "eng"},
+  "relations": [{"type": "composer", "target-type": "artist",
+                 "artist": {"id": "art-3", "name": "Anselm Drüwe", "sort-name": "Drüwe, Anselm"}}],
+  "media": [{"position": 1, "format": "CD", "title": "",
+             "discs": [{"id": "disc-1", "offsets": [150, 14672, 27367], "sectors": 41225, "offset-count": 3}],
+             "tracks": [{"id": "t1", "position": 1, "title": "Quiet Harbour", "length": 193626},
+                        {"id": "t2", "position": 2, "title": "", "recording": {"title": "Paper Comets", "length": 169266}},
+                        {"id": "t3", "position": 3, "title": "The Long Thaw", "length": null,
+                         "artist-credit": [{"name": "Guest", "artist": {"id": "art-4", "name": "Guest"}}]}]},
+            {"position": 2, "title": "Bonus",
+             "tracks": [{"position": 1, "title": "Outtake"}]}]
+})";
+
+std::string release_line(const std::string &id, const std::string &title) {
+    return R"({"id":")" + id + R"(","title":")" + title +
+           R"(","artist-credit":[{"name":"X"}],"media":[{"position":1,"tracks":[{"position":1,"title":"A"}]}]})";
+}
+
+const char *kXmcd =
+    "# xmcd\n#\n# Track frame offsets:\n#\t150\n#\t14672\n#  27367\n#\n# Disc length: 549 seconds\n#\n"
+    "# Revision: 3\n#\nDISCID=1e022303,abcdef01\nDTITLE=Mira Solenne / Lanterns of Glass\nDYEAR=2004\n"
+    "DGENRE=Folk\nTTITLE0=Quiet Harbour\nTTITLE1=Paper \nTTITLE1=Comets\nTTITLE2=Guest / The Long Thaw\n"
+    "EXTD=Some notes\\nmore\nPLAYORDER=\n";
+
+std::string temp_dir() {
+    char tmpl[] = "/tmp/catalogue_import_XXXXXX";
+    EXPECT_NE(mkdtemp(tmpl), nullptr);
+    return tmpl;
+}
+
+void write(const std::string &path, const std::string &text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+}
+
+}  // namespace
+
+TEST(CatalogueImport, MusicBrainzRelease) {
+    Album a;
+    Status st = parse_musicbrainz_release(kRelease, a);
+    ASSERT_TRUE(st.ok()) << st.message;
+    EXPECT_EQ(a.tui, "rel-a");
+    EXPECT_EQ(a.title, "Lanterns of Glass");
+    EXPECT_EQ(a.artist, "Mira Solenne & Koji");
+    EXPECT_EQ(a.year, 2004u);
+    EXPECT_EQ(a.revision, 2u);
+    EXPECT_EQ(a.genre, "folk");
+    EXPECT_EQ(a.label, "Harbour House");
+    EXPECT_EQ(a.language, "eng");
+    ASSERT_EQ(a.contributors.size(), 4u);
+    EXPECT_EQ(a.contributors[1].name, "Koji Arakawa");  // the artist's own name, not the credited one
+    EXPECT_EQ(a.contributors[1].sort_name, "Arakawa, Koji");
+    EXPECT_TRUE(a.contributors[2].collaboration);
+    EXPECT_EQ(a.contributors[2].name, "Mira Solenne & Koji");
+    EXPECT_EQ(a.contributors[3].role, "composer");
+    ASSERT_EQ(a.discs.size(), 2u);
+    ASSERT_EQ(a.discs[0].tocs.size(), 1u);
+    EXPECT_EQ(a.discs[0].tocs[0].offsets, (std::vector<uint32_t>{150, 14672, 27367, 41225}));
+    EXPECT_EQ(a.discs[0].tocs[0].media_id, "disc-1");
+    ASSERT_EQ(a.discs[0].tracks.size(), 3u);
+    EXPECT_EQ(a.discs[0].tracks[0].duration_ms, 193626u);
+    EXPECT_EQ(a.discs[0].tracks[1].title, "Paper Comets");  // from the recording
+    EXPECT_EQ(a.discs[0].tracks[1].duration_ms, 169266u);
+    EXPECT_EQ(a.discs[0].tracks[2].artist, "Guest");
+    EXPECT_EQ(a.discs[0].tracks[2].duration_ms, 0u);
+    EXPECT_EQ(a.discs[1].title, "Bonus");
+    EXPECT_TRUE(a.discs[1].tocs.empty());
+
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_musicbrainz_text(kRelease, report).ok());
+    EXPECT_EQ(report.records, 1u);
+    EXPECT_EQ(report.imported, 1u);
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41225", {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::single);
+    EXPECT_EQ(r.hits[0].tui, "rel-a");
+    EXPECT_EQ(r.hits[0].album_track_count, 4u);
+}
+
+TEST(CatalogueImport, MalformedReleasesAreSkippedWithMessages) {
+    Album a;
+    EXPECT_EQ(parse_musicbrainz_release("{\"title\": ", a).code, Code::bad_record);
+    EXPECT_EQ(parse_musicbrainz_release("[1, 2]", a).code, Code::bad_record);
+    EXPECT_EQ(parse_musicbrainz_release(R"({"id":"x","title":"T"})", a).message, "release x: no media");
+    EXPECT_EQ(parse_musicbrainz_release(R"({"id":"x","media":[]})", a).message, "release x: no title");
+    EXPECT_EQ(parse_musicbrainz_release(R"({"id":"x","title":"T","media":[{"tracks":[]}]})", a).message,
+              "release x: medium 1 has no tracks");
+    EXPECT_EQ(parse_musicbrainz_release(
+                  R"({"id":"x","title":"T","media":[{"tracks":[{"title":"A"}],"discs":[{"id":"d","offsets":[150]}]}]})", a)
+                  .message,
+              "release x: disc d lacks offsets or sectors");
+    EXPECT_EQ(parse_musicbrainz_release(
+                  R"({"id":"x","title":"T","media":[{"tracks":[{"title":"A"}],"discs":[{"id":"d","offsets":["a"],"sectors":9}]}]})", a)
+                  .message,
+              "release x: disc d has a bad offset");
+    // Members of the wrong type are read as absent, not fatal.
+    ASSERT_TRUE(parse_musicbrainz_release(
+                    R"({"id":"x","title":"T","date":17,"artist-credit":"nobody","genres":{},
+                        "media":[{"position":"2","tracks":[{"title":"A","length":"12000","position":-1}]}]})", a)
+                    .ok());
+    EXPECT_EQ(a.year, 0u);
+    EXPECT_EQ(a.artist, "");
+    EXPECT_EQ(a.discs[0].number, 2u);
+    EXPECT_EQ(a.discs[0].tracks[0].duration_ms, 12000u);
+    EXPECT_EQ(a.discs[0].tracks[0].number, 1u);
+
+    // One per line: good, broken, good with more offsets than tracks, good.
+    std::string lines = release_line("r1", "One") + "\n\n{\"id\": \"r2\", \n" +
+                        R"({"id":"r3","title":"Three","media":[{"tracks":[{"title":"A"}],"discs":[{"offsets":[150,300],"sectors":900}]}]})" +
+                        "\n" + release_line("r4", "Four") + "\n";
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_musicbrainz_text(lines, report).ok());
+    EXPECT_EQ(report.records, 4u);
+    EXPECT_EQ(report.imported, 2u);
+    EXPECT_EQ(report.skipped, 2u);
+    ASSERT_EQ(report.messages.size(), 2u);
+    EXPECT_EQ(report.messages[0], "input:3: not valid JSON");
+    EXPECT_EQ(report.messages[1], "input:4: album 'Three' disc 1: 3 offsets for 1 tracks");
+    uint64_t n = 0;
+    ASSERT_TRUE(cat->album_count(n).ok());
+    EXPECT_EQ(n, 2u);
+
+    // A whole broken document is one skipped record.
+    ASSERT_TRUE(cat->import_musicbrainz_text("{\n  \"id\": \"x\",\n  \"title\": [\n", report).ok());
+    EXPECT_EQ(report.records, 1u);
+    EXPECT_EQ(report.skipped, 1u);
+    // An array and a {"releases": [...]} document.
+    ASSERT_TRUE(cat->import_musicbrainz_text("[" + release_line("r5", "Five") + ",\n" + release_line("r6", "Six") + "]",
+                                             report)
+                    .ok());
+    EXPECT_EQ(report.imported, 2u);
+    ASSERT_TRUE(cat->import_musicbrainz_text("{\"releases\": [\n" + release_line("r7", "Seven") + "\n]}", report).ok());
+    EXPECT_EQ(report.imported, 1u);
+    ASSERT_TRUE(cat->album_count(n).ok());
+    EXPECT_EQ(n, 5u);
+}
+
+TEST(CatalogueImport, Xmcd) {
+    Album a;
+    Status st = parse_xmcd(kXmcd, a);
+    ASSERT_TRUE(st.ok()) << st.message;
+    EXPECT_EQ(a.artist, "Mira Solenne");
+    EXPECT_EQ(a.title, "Lanterns of Glass");
+    EXPECT_EQ(a.year, 2004u);
+    EXPECT_EQ(a.genre, "Folk");
+    EXPECT_EQ(a.revision, 3u);
+    EXPECT_EQ(a.source, "xmcd");
+    ASSERT_EQ(a.discs.size(), 1u);
+    // Lead-out from whole seconds: 549 * 75.
+    EXPECT_EQ(a.discs[0].tocs[0].offsets, (std::vector<uint32_t>{150, 14672, 27367, 41175}));
+    EXPECT_EQ(a.discs[0].tocs[0].media_id, "1e022303");
+    ASSERT_EQ(a.discs[0].tracks.size(), 3u);
+    EXPECT_EQ(a.discs[0].tracks[1].title, "Paper Comets");  // continued value
+    EXPECT_EQ(a.discs[0].tracks[2].title, "The Long Thaw");
+    EXPECT_EQ(a.discs[0].tracks[2].artist, "Guest");
+    EXPECT_EQ(a.discs[0].tracks[0].duration_ms, (14672u - 150u) * 1000u / 75u);
+
+    // The exact TOC of the disc finds it as a fuzzy match (lead-out 50 frames off).
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_xmcd_text(kXmcd, report).ok());
+    EXPECT_EQ(report.imported, 1u);
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41225", {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::fuzzy);
+    EXPECT_EQ(r.hits[0].title, "Lanterns of Glass");
+    IdentifierHit hit;
+    ASSERT_TRUE(cat->lookup_media("", "1e022303", hit).ok());
+
+    // ISO-8859-1 input is read as such.
+    std::string latin1 = kXmcd;
+    latin1.replace(latin1.find("Quiet Harbour"), 13, "Caf\xE9 Harbour");
+    ASSERT_TRUE(parse_xmcd(latin1, a).ok());
+    EXPECT_EQ(a.discs[0].tracks[0].title, "Café Harbour");
+}
+
+TEST(CatalogueImport, MalformedXmcd) {
+    Album a;
+    struct Case {
+        std::string from, to, message;
+    } cases[] = {
+        {"#\t150\n#\t14672\n#  27367\n", "", "no track frame offsets"},
+        {"# Disc length: 549 seconds\n", "", "no disc length"},
+        {"549 seconds", "300 seconds", "disc length 300 s does not follow the last track offset"},
+        {"#\t14672\n", "#\t100\n", "track offsets do not rise"},
+        {"TTITLE2=Guest / The Long Thaw\n", "", "3 track offsets but 2 track titles"},
+        {"TTITLE2=", "TTITLE7=", "3 track offsets but 3 track titles"},
+        {"DTITLE=Mira Solenne / Lanterns of Glass\n", "", "not an xmcd disc: no DTITLE"},
+        {"DYEAR=2004\n", "garbage line\n", "line 14: not KEY=value"},
+        {"TTITLE0=", "TTITLEx=", "line 16: bad key TTITLEx"},
+        {"549 seconds", "many seconds", "line 8: bad disc length"},
+    };
+    for (const auto &c : cases) {
+        std::string text = kXmcd;
+        size_t at = text.find(c.from);
+        ASSERT_NE(at, std::string::npos) << c.from;
+        text.replace(at, c.from.size(), c.to);
+        Status st = parse_xmcd(text, a);
+        EXPECT_EQ(st.code, Code::bad_record) << c.message;
+        EXPECT_EQ(st.message, c.message);
+    }
+    EXPECT_EQ(parse_xmcd("", a).code, Code::bad_record);
+    EXPECT_EQ(parse_xmcd(std::string("\0\0\xFF\xFE", 4), a).code, Code::bad_record);
+}
+
+TEST(CatalogueImport, ProgressAndStop) {
+    std::string lines;
+    for (int i = 0; i < 1000; ++i) lines += release_line("p" + std::to_string(i), "Album " + std::to_string(i)) + "\n";
+    std::string dir = temp_dir();
+    write(dir + "/many.jsonl", lines);
+    auto cat = open_memory();
+    ImportReport report;
+    std::vector<ImportProgress> seen;
+    ASSERT_TRUE(cat->import_musicbrainz_file(dir + "/many.jsonl", report, [&](const ImportProgress &p) {
+                       seen.push_back(p);
+                       return true;
+                   }).ok());
+    EXPECT_EQ(report.imported, 1000u);
+    ASSERT_GE(seen.size(), 5u);
+    EXPECT_EQ(seen.back().records_done, 1000u);
+    EXPECT_EQ(seen.back().bytes_done, seen.back().bytes_total);
+    for (size_t i = 1; i < seen.size(); ++i) EXPECT_GE(seen[i].bytes_done, seen[i - 1].bytes_done);
+
+    // Stopping keeps what was stored up to then.
+    auto cat2 = open_memory();
+    ASSERT_TRUE(cat2->import_musicbrainz_file(dir + "/many.jsonl", report,
+                                              [&](const ImportProgress &p) { return p.records_done < 400; })
+                    .ok());
+    EXPECT_TRUE(report.stopped);
+    EXPECT_EQ(report.records, 400u);
+    uint64_t n = 0;
+    ASSERT_TRUE(cat2->album_count(n).ok());
+    EXPECT_EQ(n, 400u);
+
+    EXPECT_EQ(cat2->import_musicbrainz_file(dir + "/missing.json", report).code, Code::io_error);
+    EXPECT_EQ(cat2->import_xmcd_file(dir + "/missing", report).code, Code::io_error);
+    std::filesystem::remove_all(dir);
+}
+
+TEST(CatalogueImport, LyricsLinkToTracks) {
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_musicbrainz_text(kRelease, report).ok());
+    std::string dir = temp_dir();
+    write(dir + "/lyrics.jsonl",
+          "{\"title\":\"Paper Comets\",\"artist\":\"Mira\",\"release\":\"rel-a\",\"disc\":1,\"track\":2,"
+          "\"text\":\"We folded comets\"}\nnot json\n{\"title\":\"No text\"}\n");
+    ASSERT_TRUE(cat->import_lyrics_file(dir + "/lyrics.jsonl", report).ok());
+    EXPECT_EQ(report.imported, 1u);
+    EXPECT_EQ(report.skipped, 2u);
+    EXPECT_EQ(report.messages[1], dir + "/lyrics.jsonl:3: lyric without text");
+    LyricSearchResult r;
+    LyricQuery q;
+    q.fragment = "comets";
+    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, r).ok());
+    ASSERT_EQ(r.total, 1u);
+    Lyric l;
+    ASSERT_TRUE(cat->get_lyric(r.hits[0].lyric_id, l).ok());
+    EXPECT_NE(l.track_id, 0);
+    IdentifierHit hit;
+    ASSERT_TRUE(cat->lookup_tui("rel-a-1-2", "", hit).ok());
+    EXPECT_EQ(l.track_id, hit.track_id);
+    std::filesystem::remove_all(dir);
+}
+
+TEST(CatalogueImport, SampleCatalogue) {
+    auto dir = catalogue_test::source_root() / "data" / "sample";
+    ASSERT_TRUE(std::filesystem::exists(dir)) << dir;
+    auto cat = open_memory();
+    ImportReport report;
+    Status st = cat->import_directory(dir.string(), report);
+    ASSERT_TRUE(st.ok()) << st.message;
+    for (const auto &m : report.messages) ADD_FAILURE() << m;
+    EXPECT_EQ(report.skipped, 0u);
+    EXPECT_EQ(report.imported, 29u + 8u + 5u);  // releases, xmcd discs, lyrics
+    uint64_t n = 0;
+    ASSERT_TRUE(cat->album_count(n).ok());
+    EXPECT_EQ(n, 37u);
+
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41225", {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::single);
+    EXPECT_EQ(r.hits[0].title, "Lanterns of Glass");
+    EXPECT_EQ(r.hits[0].artist, "Mira Solenne");
+
+    // The multi-disc release: disc 2 of 2, and the second pressing of disc 1.
+    TextQuery q;
+    q.album_title = "complete tidewater";
+    AlbumSearchResult s;
+    ASSERT_TRUE(cat->search_albums(q, {1, 10}, s).ok());
+    ASSERT_EQ(s.total, 1u);
+    Album box;
+    ASSERT_TRUE(cat->get_album(s.hits[0].album_id, box).ok());
+    ASSERT_EQ(box.discs.size(), 2u);
+    EXPECT_EQ(box.discs[0].tocs.size(), 2u);
+    ASSERT_TRUE(cat->lookup_toc(box.discs[1].tocs[0].offsets, {1, 10}, r).ok());
+    EXPECT_EQ(r.hits[0].disc_number, 2u);
+    EXPECT_EQ(r.hits[0].disc_count, 2u);
+
+    q = {};
+    q.album_artist = "zoe lindqvist";
+    ASSERT_TRUE(cat->search_albums(q, {1, 10}, s).ok());
+    ASSERT_EQ(s.total, 1u);
+    EXPECT_EQ(s.hits[0].title, "Fjärran Öar");
+
+    LyricQuery lq;
+    lq.fragment = "uber die brucke";
+    LyricSearchResult lr;
+    ASSERT_TRUE(cat->search_lyrics(lq, {1, 10}, lr).ok());
+    ASSERT_EQ(lr.total, 1u);
+    EXPECT_EQ(lr.hits[0].artist, "Jürgen Hößl");
+
+    // Importing again replaces every album (same revisions) and adds lyrics again.
+    ASSERT_TRUE(cat->import_directory(dir.string(), report).ok());
+    EXPECT_EQ(report.replaced, 37u);
+    ASSERT_TRUE(cat->album_count(n).ok());
+    EXPECT_EQ(n, 37u);
+}
+
+// Real release and disc files, where a checkout has them beside it.
+TEST(CatalogueImport, SharedDataWhenPresent) {
+    auto dir = catalogue_test::source_root().parent_path() / "shared" / "data";
+    if (!std::filesystem::exists(dir)) GTEST_SKIP() << "no " << dir;
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_directory(dir.string(), report).ok());
+    EXPECT_GT(report.imported, 0u);
+    EXPECT_EQ(report.records, report.imported + report.skipped);
+}

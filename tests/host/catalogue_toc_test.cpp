@@ -1,0 +1,375 @@
+// Catalogue: TOC texts, identification by TOC, identifier lookups, revisions.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <unistd.h>
+
+#include "catalogue_fixtures.h"
+
+using namespace catalogue;
+using catalogue_test::add;
+using catalogue_test::make_album;
+using catalogue_test::open_memory;
+
+namespace {
+
+const std::vector<uint32_t> kToc = {150, 14672, 27367, 41225};
+
+std::vector<uint32_t> shifted(std::vector<uint32_t> v, int32_t by) {
+    for (auto &o : v) o = static_cast<uint32_t>(static_cast<int32_t>(o) + by);
+    return v;
+}
+
+}  // namespace
+
+TEST(CatalogueToc, ParseAndRender) {
+    std::vector<uint32_t> v;
+    ASSERT_TRUE(parse_toc("  150   14672 27367  41225 ", v).ok());
+    EXPECT_EQ(v, kToc);
+    EXPECT_EQ(toc_text(v), "150 14672 27367 41225");
+    EXPECT_EQ(parse_toc("150", v).code, Code::invalid_argument);
+    EXPECT_EQ(parse_toc("150 150", v).code, Code::invalid_argument);
+    EXPECT_EQ(parse_toc("150 100", v).code, Code::invalid_argument);
+    EXPECT_EQ(parse_toc("1000000 1000001", v).code, Code::invalid_argument);
+    EXPECT_EQ(parse_toc("150,200", v).code, Code::invalid_argument);
+    EXPECT_EQ(parse_toc("", v).code, Code::invalid_argument);
+    ASSERT_TRUE(parse_toc("999999 1000000", v).ok());
+    EXPECT_EQ(v.size(), 2u);
+}
+
+TEST(CatalogueToc, XmcdDiscId) {
+    // Digit sums of 2, 195 and 364 seconds: 2 + 15 + 13 = 30; 547 s long; 3 tracks.
+    EXPECT_EQ(xmcd_disc_id(kToc), "1e022303");
+    EXPECT_EQ(xmcd_disc_id({150}), "");
+}
+
+TEST(CatalogueToc, ExactSingleAndResponseCode) {
+    auto cat = open_memory();
+    int64_t id = add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, kToc));
+    add(*cat, make_album("Other", "Someone", {"A", "B", "C"}, {150, 15000, 30000, 45000}));
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41225", {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::single);
+    EXPECT_STREQ(response_code(r.kind), "zelto_result_single_match");
+    ASSERT_EQ(r.hits.size(), 1u);
+    EXPECT_EQ(r.total, 1u);
+    EXPECT_EQ(r.range_start, 1u);
+    EXPECT_EQ(r.range_end, 1u);
+    EXPECT_EQ(r.hits[0].album_id, id);
+    EXPECT_EQ(r.hits[0].score, 100u);
+    EXPECT_EQ(r.hits[0].title, "Lanterns of Glass");
+    EXPECT_EQ(r.hits[0].album_track_count, 3u);
+    EXPECT_EQ(r.hits[0].toc, "150 14672 27367 41225");
+}
+
+TEST(CatalogueToc, MultipleExactMatchesInAlbumOrder) {
+    auto cat = open_memory();
+    int64_t a = add(*cat, make_album("First Pressing", "X", {"A", "B", "C"}, kToc));
+    int64_t b = add(*cat, make_album("Second Release", "Y", {"A", "B", "C"}, kToc));
+    // A near one is not listed once exact matches exist.
+    add(*cat, make_album("Near", "Z", {"A", "B", "C"}, shifted(kToc, 10)));
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc(kToc, {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::multi_exact);
+    EXPECT_STREQ(response_code(r.kind), "zelto_result_multiexact_matches");
+    ASSERT_EQ(r.hits.size(), 2u);
+    EXPECT_EQ(r.hits[0].album_id, a);
+    EXPECT_EQ(r.hits[1].album_id, b);
+    // Paging: the second alone.
+    ASSERT_TRUE(cat->lookup_toc(kToc, {2, 5}, r).ok());
+    EXPECT_EQ(r.total, 2u);
+    ASSERT_EQ(r.hits.size(), 1u);
+    EXPECT_EQ(r.hits[0].album_id, b);
+    EXPECT_EQ(r.range_start, 2u);
+    EXPECT_EQ(r.range_end, 2u);
+    // Past the end: nothing, total kept.
+    ASSERT_TRUE(cat->lookup_toc(kToc, {3, 5}, r).ok());
+    EXPECT_EQ(r.total, 2u);
+    EXPECT_TRUE(r.hits.empty());
+    EXPECT_EQ(r.range_start, 0u);
+}
+
+TEST(CatalogueToc, ShiftedTocIsFuzzy) {
+    auto cat = open_memory();
+    int64_t id = add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, kToc));
+    for (int32_t by : {32, -100, 3000, static_cast<int32_t>(kTocMaxShift)}) {
+        TocResult r;
+        ASSERT_TRUE(cat->lookup_toc(shifted(kToc, by), {1, 10}, r).ok());
+        EXPECT_EQ(r.kind, MatchKind::fuzzy) << by;
+        EXPECT_STREQ(response_code(r.kind), "zelto_result_fuzzy_matches");
+        ASSERT_EQ(r.hits.size(), 1u) << by;
+        EXPECT_EQ(r.hits[0].album_id, id);
+        EXPECT_EQ(r.hits[0].shift, by);
+        EXPECT_EQ(r.hits[0].total_deviation, 0u);
+        EXPECT_EQ(r.hits[0].score, 99u - static_cast<uint32_t>(std::abs(by)) / 10 / 30);
+    }
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc(shifted(kToc, static_cast<int32_t>(kTocMaxShift) + 1), {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::none);
+    EXPECT_STREQ(response_code(r.kind), "zelto_result_no_matches");
+}
+
+TEST(CatalogueToc, PerturbedTracksWithinTolerance) {
+    auto cat = open_memory();
+    add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, kToc));
+    TocResult r;
+    // One track 40 frames late, lead-out 74 frames short (length kept in whole seconds).
+    ASSERT_TRUE(cat->lookup_toc({150, 14712, 27367, 41151}, {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::fuzzy);
+    EXPECT_EQ(r.hits[0].shift, 0);
+    EXPECT_EQ(r.hits[0].max_deviation, 74u);
+    EXPECT_EQ(r.hits[0].total_deviation, 114u);
+    EXPECT_EQ(r.hits[0].score, 99u - 114u / 30);
+    // Shift and perturbation together: the median difference is the shift.
+    ASSERT_TRUE(cat->lookup_toc({182, 14704 + 100, 27399, 41257}, {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::fuzzy);
+    EXPECT_EQ(r.hits[0].shift, 32);
+    EXPECT_EQ(r.hits[0].max_deviation, 100u);
+    // A track beyond the per-track tolerance.
+    ASSERT_TRUE(cat->lookup_toc({150, 14672 + kTocMaxTrackDeviation + 1, 27367, 41225}, {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::none);
+    // Program length beyond its tolerance.
+    ASSERT_TRUE(cat->lookup_toc({150, 14672, 27367, 41225 + kTocMaxLengthDeviation + 1}, {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::none);
+    ASSERT_TRUE(cat->lookup_toc({150, 14672, 27367, 41225 + kTocMaxLengthDeviation}, {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::fuzzy);
+}
+
+TEST(CatalogueToc, WrongTrackCountDoesNotMatch) {
+    auto cat = open_memory();
+    add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, kToc));
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 41225", {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::none);
+    EXPECT_EQ(r.total, 0u);
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 35000 41225", {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::none);
+}
+
+TEST(CatalogueToc, FuzzyHitsRankByCloseness) {
+    auto cat = open_memory();
+    int64_t far = add(*cat, make_album("Far", "X", {"A", "B", "C"}, {150, 14672 + 120, 27367, 41225}));
+    int64_t near = add(*cat, make_album("Near", "Y", {"A", "B", "C"}, {150, 14672 + 10, 27367, 41225}));
+    int64_t mid = add(*cat, make_album("Mid", "Z", {"A", "B", "C"}, {150, 14672 + 60, 27367, 41225}));
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc(kToc, {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::fuzzy);
+    ASSERT_EQ(r.hits.size(), 3u);
+    EXPECT_EQ(r.hits[0].album_id, near);
+    EXPECT_EQ(r.hits[1].album_id, mid);
+    EXPECT_EQ(r.hits[2].album_id, far);
+    EXPECT_GT(r.hits[0].score, r.hits[1].score);
+    EXPECT_GT(r.hits[1].score, r.hits[2].score);
+}
+
+TEST(CatalogueToc, MultiDiscAndSecondPressing) {
+    auto cat = open_memory();
+    Album a = make_album("Box", "Band", {"A", "B", "C"}, kToc);
+    a.discs[0].tocs.push_back({shifted(kToc, 500), "pressing-2", ""});
+    Disc second;
+    second.number = 2;
+    second.tracks = a.discs[0].tracks;
+    second.tocs.push_back({{150, 20000, 40000, 60000}, "", ""});
+    a.discs.push_back(second);
+    ASSERT_TRUE(cat->add_album(a).ok());
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 20000 40000 60000", {1, 10}, r).ok());
+    ASSERT_EQ(r.kind, MatchKind::single);
+    EXPECT_EQ(r.hits[0].disc_number, 2u);
+    EXPECT_EQ(r.hits[0].disc_count, 2u);
+    EXPECT_EQ(r.hits[0].album_track_count, 6u);
+    ASSERT_TRUE(cat->lookup_toc(shifted(kToc, 500), {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::single);
+    EXPECT_EQ(r.hits[0].disc_number, 1u);
+    // Near both TOCs of disc 1: listed once.
+    ASSERT_TRUE(cat->lookup_toc(shifted(kToc, 250), {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::fuzzy);
+    EXPECT_EQ(r.hits.size(), 1u);
+}
+
+TEST(CatalogueToc, BadArguments) {
+    auto cat = open_memory();
+    TocResult r;
+    EXPECT_EQ(cat->lookup_toc("150", {1, 10}, r).code, Code::invalid_argument);
+    EXPECT_EQ(cat->lookup_toc(std::vector<uint32_t>{200, 100}, {1, 10}, r).code, Code::invalid_argument);
+    EXPECT_EQ(cat->lookup_toc(kToc, {0, 10}, r).code, Code::invalid_argument);
+    EXPECT_EQ(cat->lookup_toc(kToc, {5, 4}, r).code, Code::invalid_argument);
+}
+
+TEST(CatalogueIdentifiers, TuiTagAndTracks) {
+    auto cat = open_memory();
+    Album a = make_album("Lanterns of Glass", "Mira Solenne", {"Quiet Harbour", "Paper Comets", "The Long Thaw"}, kToc);
+    a.tui = "rel-1";
+    a.revision = 3;
+    ASSERT_TRUE(cat->add_album(a).ok());
+    EXPECT_FALSE(a.tag.empty());
+    IdentifierHit hit;
+    ASSERT_TRUE(cat->lookup_tui("rel-1", a.tag, hit).ok());
+    EXPECT_EQ(hit.kind, IdentifierHit::Kind::album);
+    EXPECT_EQ(hit.album_id, a.id);
+    EXPECT_EQ(hit.revision, 3u);
+    ASSERT_TRUE(cat->lookup_tui("rel-1", "", hit).ok());
+    Status st = cat->lookup_tui("rel-1", "badtag", hit);
+    EXPECT_EQ(st.code, Code::not_found);
+    EXPECT_NE(st.message.find("tag"), std::string::npos);
+    EXPECT_EQ(cat->lookup_tui("nope", "", hit).code, Code::not_found);
+    EXPECT_EQ(cat->lookup_tui("", "", hit).code, Code::invalid_argument);
+
+    const Track &t2 = a.discs[0].tracks[1];
+    EXPECT_EQ(t2.tui, "rel-1-1-2");
+    ASSERT_TRUE(cat->lookup_tui(t2.tui, t2.tag, hit).ok());
+    EXPECT_EQ(hit.kind, IdentifierHit::Kind::track);
+    EXPECT_EQ(hit.track_id, t2.id);
+    EXPECT_EQ(hit.album_id, a.id);
+    EXPECT_EQ(hit.track_number, 2u);
+    EXPECT_EQ(hit.disc_number, 1u);
+    EXPECT_EQ(cat->lookup_tui(t2.tui, a.tag, hit).code, Code::not_found);
+}
+
+TEST(CatalogueIdentifiers, MediaIds) {
+    auto cat = open_memory();
+    Album a = make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"});
+    a.discs[0].tocs.push_back({kToc, "Xq1.disc-id-", ""});
+    ASSERT_TRUE(cat->add_album(a).ok());
+    EXPECT_EQ(a.discs[0].tocs[0].mui, "1e022303");  // derived from the TOC
+    IdentifierHit hit;
+    ASSERT_TRUE(cat->lookup_media("1e022303", "", hit).ok());
+    EXPECT_EQ(hit.album_id, a.id);
+    EXPECT_EQ(hit.disc_number, 1u);
+    EXPECT_EQ(hit.track_id, a.discs[0].tracks[0].id);
+    ASSERT_TRUE(cat->lookup_media("", "Xq1.disc-id-", hit).ok());
+    ASSERT_TRUE(cat->lookup_media("1e022303", "Xq1.disc-id-", hit).ok());
+    EXPECT_EQ(cat->lookup_media("1e022303", "other", hit).code, Code::not_found);
+    EXPECT_EQ(cat->lookup_media("", "", hit).code, Code::invalid_argument);
+}
+
+TEST(CatalogueIdentifiers, RevisionsCheckAndReplace) {
+    auto cat = open_memory();
+    Album a = make_album("Old Title", "Band", {"One", "Two"}, {150, 10000, 20000});
+    a.tui = "rel-9";
+    a.revision = 3;
+    ASSERT_TRUE(cat->add_album(a).ok());
+    RevisionCheck rc = RevisionCheck::unknown;
+    ASSERT_TRUE(cat->check_revision("rel-9", a.tag, 2, rc).ok());
+    EXPECT_EQ(rc, RevisionCheck::newer);
+    ASSERT_TRUE(cat->check_revision("rel-9", "", 3, rc).ok());
+    EXPECT_EQ(rc, RevisionCheck::not_newer);
+    EXPECT_STREQ(kResponseNoNewRevision, "zelto_result_no_new_rev");
+    ASSERT_TRUE(cat->check_revision("rel-9-1-2", "", 3, rc).ok());  // a track answers for its album
+    EXPECT_EQ(rc, RevisionCheck::not_newer);
+    EXPECT_EQ(cat->check_revision("rel-x", "", 1, rc).code, Code::not_found);
+    EXPECT_EQ(rc, RevisionCheck::unknown);
+
+    // An older revision is refused, the stored album stays.
+    Album older = make_album("Older Title", "Band", {"One", "Two"}, {150, 10000, 20000});
+    older.tui = "rel-9";
+    older.revision = 2;
+    Status st = cat->add_album(older);
+    EXPECT_EQ(st.code, Code::bad_record);
+    EXPECT_NE(st.message.find("older"), std::string::npos);
+
+    // A newer one replaces it, tracks and indexes included.
+    Album newer = make_album("New Title", "Band", {"Uno", "Dos", "Tres"}, {150, 9000, 18000, 27000});
+    newer.tui = "rel-9";
+    newer.revision = 4;
+    bool replaced = false;
+    ASSERT_TRUE(cat->add_album(newer, &replaced).ok());
+    EXPECT_TRUE(replaced);
+    uint64_t count = 0;
+    ASSERT_TRUE(cat->album_count(count).ok());
+    EXPECT_EQ(count, 1u);
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 10000 20000", {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::none);
+    AlbumSearchResult s;
+    TextQuery q;
+    q.album_title = "Old Title";
+    ASSERT_TRUE(cat->search_albums(q, {1, 10}, s).ok());
+    EXPECT_EQ(s.total, 0u);
+    q.album_title = "New Title";
+    ASSERT_TRUE(cat->search_albums(q, {1, 10}, s).ok());
+    EXPECT_EQ(s.total, 1u);
+    Album back;
+    ASSERT_TRUE(cat->get_album(newer.id, back).ok());
+    EXPECT_EQ(back.revision, 4u);
+    EXPECT_EQ(back.discs[0].tracks.size(), 3u);
+    EXPECT_EQ(cat->get_album(a.id, back).code, Code::not_found);
+}
+
+TEST(CatalogueStore, RejectsInconsistentAlbums) {
+    auto cat = open_memory();
+    Album none = make_album("", "X", {"A"});
+    EXPECT_EQ(cat->add_album(none).code, Code::bad_record);
+    Album nodisc = make_album("T", "X", {"A"});
+    nodisc.discs.clear();
+    EXPECT_EQ(cat->add_album(nodisc).code, Code::bad_record);
+    Album toomany = make_album("T", "X", {"A", "B"}, {150, 200, 300, 400});
+    Status st = cat->add_album(toomany);
+    EXPECT_EQ(st.code, Code::bad_record);
+    EXPECT_NE(st.message.find("4 offsets for 2 tracks"), std::string::npos) << st.message;
+    Album falling = make_album("T", "X", {"A", "B"}, {150, 100, 300});
+    EXPECT_EQ(cat->add_album(falling).code, Code::bad_record);
+    // A TOC of fewer tracks than the disc (audio part of an enhanced CD) is fine.
+    Album enhanced = make_album("T", "X", {"A", "B", "Data"}, {150, 5000, 9000});
+    EXPECT_TRUE(cat->add_album(enhanced).ok());
+    uint64_t n = 0;
+    ASSERT_TRUE(cat->album_count(n).ok());
+    EXPECT_EQ(n, 1u);
+}
+
+TEST(CatalogueStore, RoundTripAndPersistence) {
+    char dir_template[] = "/tmp/catalogue_test_XXXXXX";
+    ASSERT_NE(mkdtemp(dir_template), nullptr);
+    std::string path = std::string(dir_template) + "/cat.db";
+    int64_t id = 0;
+    {
+        std::unique_ptr<Catalogue> cat;
+        ASSERT_TRUE(Catalogue::open(path, cat).ok());
+        Album a = make_album("Café Noir", "Élodie Marchetti", {"Rue des Étoiles", "Déjà Minuit"}, {150, 9000, 20000});
+        a.year = 1999;
+        a.genre = "jazz";
+        a.contributors.push_back({"Anselm Drüwe", "Drüwe, Anselm", "composer", "mb-1", false, 0});
+        a.discs[0].tracks[1].artist = "Guest Singer";
+        a.discs[0].tracks[1].duration_ms = 123456;
+        ASSERT_TRUE(cat->begin().ok());
+        ASSERT_TRUE(cat->add_album(a).ok());
+        ASSERT_TRUE(cat->commit().ok());
+        id = a.id;
+    }
+    std::unique_ptr<Catalogue> cat;
+    ASSERT_TRUE(Catalogue::open(path, cat).ok());
+    Album b;
+    ASSERT_TRUE(cat->get_album(id, b).ok());
+    EXPECT_EQ(b.title, "Café Noir");
+    EXPECT_EQ(b.year, 1999u);
+    EXPECT_EQ(b.genre, "jazz");
+    ASSERT_EQ(b.contributors.size(), 2u);
+    EXPECT_EQ(b.contributors[1].name, "Anselm Drüwe");
+    EXPECT_EQ(b.contributors[1].role, "composer");
+    ASSERT_EQ(b.discs.size(), 1u);
+    ASSERT_EQ(b.discs[0].tocs.size(), 1u);
+    EXPECT_EQ(b.discs[0].tocs[0].offsets, (std::vector<uint32_t>{150, 9000, 20000}));
+    ASSERT_EQ(b.discs[0].tracks.size(), 2u);
+    EXPECT_EQ(b.discs[0].tracks[1].artist, "Guest Singer");
+    EXPECT_EQ(b.discs[0].tracks[1].duration_ms, 123456u);
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc("150 9000 20000", {1, 10}, r).ok());
+    EXPECT_EQ(r.kind, MatchKind::single);
+    // Rolled back work is gone.
+    ASSERT_TRUE(cat->begin().ok());
+    Album temp = make_album("Temp", "X", {"A"});
+    ASSERT_TRUE(cat->add_album(temp).ok());
+    ASSERT_TRUE(cat->rollback().ok());
+    uint64_t n = 0;
+    ASSERT_TRUE(cat->album_count(n).ok());
+    EXPECT_EQ(n, 1u);
+    EXPECT_EQ(cat->commit().code, Code::invalid_argument);
+    ASSERT_TRUE(cat->remove_album(id).ok());
+    EXPECT_EQ(cat->remove_album(id).code, Code::not_found);
+    cat.reset();
+    std::filesystem::remove_all(dir_template);
+    std::unique_ptr<Catalogue> bad;
+    EXPECT_EQ(Catalogue::open("/nonexistent-dir/x/cat.db", bad).code, Code::database);
+    EXPECT_EQ(bad, nullptr);
+}
