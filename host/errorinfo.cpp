@@ -20,7 +20,19 @@ struct LastError {
 
 thread_local LastError t_last;
 
+// The most recent records of this thread, newest first, for callers that
+// want to see what was recorded before a later call overwrote it.
+constexpr size_t kHistory = 8;
+thread_local LastError t_history[kHistory];
+
 void record(uint32_t mapped, uint32_t source, const char *function, const char *message) {
+    for (size_t i = kHistory - 1; i > 0; --i) t_history[i] = t_history[i - 1];
+    t_history[0].mapped = mapped;
+    t_history[0].source = source;
+    t_history[0].has_function = function != nullptr;
+    t_history[0].function = function ? function : "";
+    t_history[0].has_message = message != nullptr;
+    t_history[0].message = message ? message : "";
     ++t_last.calls;
     t_last.mapped = mapped;
     t_last.source = source;
@@ -76,3 +88,13 @@ HOST_EXPORT uint32_t zelto_manager_errorinfo_get(uint32_t *source_status, const 
 }
 
 HOST_EXPORT uint64_t zelto_manager_errorinfo_calls(void) { return t_last.calls; }
+
+HOST_EXPORT uint32_t zelto_manager_errorinfo_history(uint32_t back, uint32_t *source_status, const char **function,
+                                                    const char **message) {
+    if (back >= kHistory) return 0;
+    const LastError &entry = t_history[back];
+    if (source_status) *source_status = entry.source;
+    if (function) *function = entry.has_function ? entry.function.c_str() : nullptr;
+    if (message) *message = entry.has_message ? entry.message.c_str() : nullptr;
+    return entry.mapped;
+}

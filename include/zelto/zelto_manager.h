@@ -71,6 +71,10 @@ ZELTO_MANAGER_API const char *zelto_manager_package_name(uint32_t number);
  * valid until the next error is recorded on this thread. */
 ZELTO_MANAGER_API uint32_t zelto_manager_errorinfo_get(uint32_t *source_status, const char **function,
                                                       const char **message);
+/* One of the last eight records of this thread as they were made (before a
+ * success cleared them): back 0 is the newest. Out pointers may be null. */
+ZELTO_MANAGER_API uint32_t zelto_manager_errorinfo_history(uint32_t back, uint32_t *source_status,
+                                                          const char **function, const char **message);
 /* How many times errorinfo_set or errorinfo_set_format was called on this thread. */
 ZELTO_MANAGER_API uint64_t zelto_manager_errorinfo_calls(void);
 
