@@ -2,9 +2,11 @@
 //
 // Every field of a query becomes an FTS5 expression over search keys: its
 // words joined by AND, each word of three or more characters as a prefix,
-// and a word that no indexed word starts with also as the indexed words
-// within a small edit distance (found through a trigram index of the word
-// list). The candidates that FTS5 yields (the best kCandidateCap of each
+// and a word that no indexed word starts with also as the closest indexed
+// words: one edit away for words of four or five characters, two for longer
+// ones (a swap of neighbours is one edit). Single edits of ASCII words are
+// looked up directly; further candidates come from a trigram index of the
+// word list. The candidates that FTS5 yields (the best kCandidateCap of each
 // expression by bm25) are scored against the query by word similarity and
 // ordered by score, then by FTS rank.
 #include <algorithm>
@@ -18,7 +20,7 @@ namespace catalogue {
 namespace {
 
 constexpr int64_t kCandidateCap = 5000;
-constexpr size_t kMaxCorrections = 3;
+constexpr size_t kMaxCorrections = 5;
 constexpr size_t kMaxMatchedTracks = 64;
 
 // The code points of a UTF-8 word, each as its own string.
@@ -568,25 +570,61 @@ class Searcher {
             known = q.step() == SQLITE_ROW;
         }
         if (!known && chars.size() >= 4) {
-            uint32_t max_distance = chars.size() >= 6 ? 2 : 1;
-            std::string match;
-            std::unordered_set<std::string> seen;
-            for (size_t i = 0; i + 3 <= chars.size(); ++i) {
-                std::string tri = chars[i] + chars[i + 1] + chars[i + 2];
-                if (!seen.insert(tri).second) continue;
-                if (!match.empty()) match += " OR ";
-                match += "\"" + tri + "\"";
-            }
             std::vector<std::pair<uint32_t, std::string>> close;
-            Stmt q(impl_.prepare("SELECT term FROM spell_tri WHERE spell_tri MATCH ? ORDER BY rank LIMIT 200", st));
-            if (!q) return st;
-            q.bind(1, match);
-            while (q.step() == SQLITE_ROW) {
-                std::string term = q.text(0);
-                uint32_t d = edit_distance(word, term);
-                if (d <= max_distance) close.emplace_back(d, std::move(term));
+            bool ascii = chars.size() == word.size();
+            // Every single edit of an ASCII word, looked up directly: this
+            // finds a swap in the middle of a short word, which shares no
+            // trigram with the right spelling.
+            if (ascii) {
+                static constexpr std::string_view kAlphabet = "abcdefghijklmnopqrstuvwxyz0123456789";
+                std::unordered_set<std::string> variants;
+                for (size_t i = 0; i <= word.size(); ++i) {
+                    if (i < word.size()) variants.insert(word.substr(0, i) + word.substr(i + 1));
+                    if (i + 1 < word.size()) {
+                        std::string t = word;
+                        std::swap(t[i], t[i + 1]);
+                        variants.insert(t);
+                    }
+                    for (char c : kAlphabet) {
+                        variants.insert(word.substr(0, i) + c + word.substr(i));
+                        if (i < word.size() && word[i] != c) {
+                            std::string t = word;
+                            t[i] = c;
+                            variants.insert(t);
+                        }
+                    }
+                }
+                variants.erase(word);
+                for (const auto &v : variants) {
+                    Stmt q(impl_.prepare("SELECT 1 FROM spell_words WHERE term = ?", st));
+                    if (!q) return st;
+                    q.bind(1, v);
+                    if (q.step() == SQLITE_ROW) close.emplace_back(1, v);
+                }
+            }
+            // Longer or non-ASCII words: indexed words sharing trigrams, kept
+            // within the edit distance allowed for the word's length.
+            if (!ascii || chars.size() >= 6) {
+                uint32_t max_distance = chars.size() >= 6 ? 2 : 1;
+                std::string match;
+                std::unordered_set<std::string> seen;
+                for (size_t i = 0; i + 3 <= chars.size(); ++i) {
+                    std::string tri = chars[i] + chars[i + 1] + chars[i + 2];
+                    if (!seen.insert(tri).second) continue;
+                    if (!match.empty()) match += " OR ";
+                    match += "\"" + tri + "\"";
+                }
+                Stmt q(impl_.prepare("SELECT term FROM spell_tri WHERE spell_tri MATCH ? ORDER BY rank LIMIT 200", st));
+                if (!q) return st;
+                q.bind(1, match);
+                while (q.step() == SQLITE_ROW) {
+                    std::string term = q.text(0);
+                    uint32_t d = edit_distance(word, term);
+                    if (d <= max_distance) close.emplace_back(d, std::move(term));
+                }
             }
             std::sort(close.begin(), close.end());
+            close.erase(std::unique(close.begin(), close.end()), close.end());
             for (size_t i = 0; i < close.size() && i < kMaxCorrections; ++i) out += " OR \"" + close[i].second + "\"";
         }
         out += ")";

@@ -351,4 +351,12 @@ TEST(CatalogueSearch, SpellingListFollowsChanges) {
     add(*cat, make_album("Marmalade Sky", "Someone", {"Toast"}));
     ASSERT_TRUE(cat->search_albums(album_title("marmelade"), {1, 10}, r).ok());
     EXPECT_EQ(r.total, 1u);
+    // A swap in the middle of a short word leaves no trigram in common.
+    add(*cat, make_album("Ocean Drive", "Someone", {"Sand"}));
+    ASSERT_TRUE(cat->search_albums(album_title("ocaen"), {1, 10}, r).ok());
+    ASSERT_EQ(r.total, 1u);
+    EXPECT_EQ(r.hits[0].title, "Ocean Drive");
+    // Too far from any word: nothing.
+    ASSERT_TRUE(cat->search_albums(album_title("ocxyz"), {1, 10}, r).ok());
+    EXPECT_EQ(r.total, 0u);
 }
