@@ -411,7 +411,11 @@ class Catalogue {
     Status check_revision(std::string_view tui, std::string_view tag, uint32_t revision,
                           RevisionCheck &out) noexcept;
 
-    // Text searches, ranked, paged.
+    // Text searches, ranked, paged. Each field's words must all match (as
+    // prefixes, or as corrected spellings for unknown words); hits are
+    // ordered by their score against the query, then by FTS rank. Each FTS
+    // expression yields at most its 5000 best candidates, so `total` of a
+    // very common query counts hits among those.
     Status search_albums(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept;
     Status search_tracks(const TextQuery &query, Range range, TrackSearchResult &out) noexcept;
     Status search_artists(std::string_view name, Range range, ArtistSearchResult &out) noexcept;

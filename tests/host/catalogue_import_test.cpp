@@ -351,3 +351,38 @@ TEST(CatalogueImport, SharedDataWhenPresent) {
     EXPECT_GT(report.imported, 0u);
     EXPECT_EQ(report.records, report.imported + report.skipped);
 }
+
+// Every cut of a good record parses or is refused cleanly, and whatever
+// parses can be stored.
+TEST(CatalogueImport, TruncatedRecordsNeverBreak) {
+    auto cat = open_memory();
+    std::string release = kRelease, xmcd = kXmcd;
+    uint32_t parsed = 0, refused = 0;
+    for (size_t n = 0; n <= release.size(); ++n) {
+        Album a;
+        Status st = parse_musicbrainz_release(std::string_view(release).substr(0, n), a);
+        if (st.ok()) {
+            ++parsed;
+            EXPECT_TRUE(cat->add_album(a).ok());
+        } else {
+            ++refused;
+            EXPECT_EQ(st.code, Code::bad_record);
+            EXPECT_FALSE(st.message.empty());
+        }
+    }
+    EXPECT_EQ(parsed, 1u);  // only the whole object, with or without its last newline
+    for (size_t n = 0; n <= xmcd.size(); ++n) {
+        Album a;
+        Status st = parse_xmcd(std::string_view(xmcd).substr(0, n), a);
+        if (st.ok()) {
+            ++parsed;
+            EXPECT_EQ(a.discs[0].tracks.size(), 3u);
+            Status added = cat->add_album(a);
+            EXPECT_TRUE(added.ok() || added.code == Code::bad_record) << added.message;
+        } else {
+            EXPECT_EQ(st.code, Code::bad_record);
+        }
+    }
+    EXPECT_GT(parsed, 1u);
+    EXPECT_GT(refused, release.size() / 2);
+}
