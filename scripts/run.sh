@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
-# Builds the project (native) and runs the main job.
+# Builds the project (native) and runs the main job: a CD identified by its
+# table of contents from a local catalogue made of the checked-in sample data.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
+mkdir -p build
 cmake -S . -B build/native -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null
-cmake --build build/native -j"$(nproc 2>/dev/null || echo 2)" > build/native.build.log 2>&1 \
+cmake --build build/native --target cantrix -j"$(nproc 2>/dev/null || echo 2)" > build/native.build.log 2>&1 \
   || { tail -60 build/native.build.log; exit 1; }
-./build/native/cantrix_hello
+catalogue=build/native/sample.catalogue
+rm -f "$catalogue"  # rebuilt each run (a fraction of a second) so it follows data/sample
+./build/native/cantrix --catalogue "$catalogue" catalogue import data/sample
+./build/native/cantrix --catalogue "$catalogue" identify --toc "150 14672 27367 41225"
