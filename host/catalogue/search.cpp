@@ -22,6 +22,7 @@ namespace {
 constexpr int64_t kCandidateCap = 5000;
 constexpr size_t kMaxCorrections = 5;
 constexpr size_t kMaxMatchedTracks = 64;
+constexpr size_t kRestrictedAlbums = 2000;  // albums whose tracks are searched one album at a time
 
 // The code points of a UTF-8 word, each as its own string.
 std::vector<std::string> characters(const std::string &word) {
@@ -60,6 +61,27 @@ void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> 
     page.range_end = static_cast<uint32_t>(last);
 }
 
+// One query word as the indexed words that satisfy it.
+struct Term {
+    std::string text;
+    bool prefix;
+};
+using WordTerms = std::vector<Term>;
+using FieldTerms = std::vector<WordTerms>;  // every word must be satisfied
+
+// Whether a search key satisfies every word of a field, as FTS5 would.
+bool key_matches(const std::string &key, const FieldTerms &field) {
+    std::vector<std::string> words = fold_words(key);
+    for (const auto &alternatives : field) {
+        bool found = false;
+        for (const auto &t : alternatives)
+            for (const auto &w : words)
+                if (t.prefix ? w.compare(0, t.text.size(), t.text) == 0 : w == t.text) found = true;
+        if (!found) return false;
+    }
+    return true;
+}
+
 class Searcher {
    public:
     explicit Searcher(Catalogue::Impl &impl) : impl_(impl) {}
@@ -75,6 +97,18 @@ class Searcher {
             if (!st.ok()) return st;
             if (!expr.empty()) expr += " AND ";
             expr += alternatives;
+        }
+        return {};
+    }
+
+    // The words of a field with their accepted index words.
+    Status field_terms(std::string_view text, FieldTerms &out) {
+        out.clear();
+        for (const auto &word : fold_words(text)) {
+            std::string unused;
+            out.emplace_back();
+            Status st = word_alternatives(word, unused, &out.back());
+            if (!st.ok()) return st;
         }
         return {};
     }
@@ -131,6 +165,34 @@ class Searcher {
         return rc == SQLITE_DONE ? Status{} : impl_.db_error("track search");
     }
 
+    // Tracks of the given albums whose keys satisfy the track fields of the
+    // query, read one album at a time (a prefix MATCH per album would cost
+    // far more). Rank 0: these are ordered by score alone.
+    Status track_matches_in(const TextQuery &query, const std::vector<int64_t> &albums, Candidates &out) {
+        FieldTerms title, artist, composer;
+        Status st = field_terms(query.track_title, title);
+        if (st.ok()) st = field_terms(query.track_artist, artist);
+        if (st.ok()) st = field_terms(query.composer, composer);
+        if (!st.ok()) return st;
+        for (int64_t album : albums) {
+            Stmt q(impl_.prepare("SELECT f.rowid, f.title, f.artist, f.composer FROM tracks t CROSS JOIN track_fts f"
+                                 " ON f.rowid = t.id WHERE t.album_id = ? ORDER BY t.position",
+                                 st));
+            if (!q) return st;
+            q.bind(1, album);
+            int rc;
+            while ((rc = q.step()) == SQLITE_ROW) {
+                if (!key_matches(q.text(1), title) || !key_matches(q.text(2), artist) ||
+                    !key_matches(q.text(3), composer))
+                    continue;
+                auto &cand = out[album];
+                if (cand.tracks.size() < kMaxMatchedTracks) cand.tracks.push_back(q.i64(0));
+            }
+            if (rc != SQLITE_DONE) return impl_.db_error("track search");
+        }
+        return {};
+    }
+
     // Albums of `query`, scored, in order. `ok_empty` false if the query had
     // no searchable field.
     Status albums(const TextQuery &query, std::vector<AlbumHit> &out) {
@@ -168,9 +230,24 @@ class Searcher {
             from_tracks.push_back(false);
         }
         if (!track_expr.empty()) {
+            // When the album-level fields already give a complete, small set
+            // of albums, only their tracks are searched: a common track word
+            // then cannot push the wanted album out of the candidate limit.
+            std::vector<int64_t> within;
+            bool restrict = !sets.empty();
+            for (const auto &set : sets) restrict = restrict && set.size() < static_cast<size_t>(kCandidateCap);
+            if (restrict) {
+                for (const auto &[id, c] : sets[0]) {
+                    bool everywhere = true;
+                    for (size_t i = 1; i < sets.size(); ++i) everywhere = everywhere && sets[i].count(id) > 0;
+                    if (everywhere) within.push_back(id);
+                }
+                restrict = within.size() <= kRestrictedAlbums;
+            }
             sets.emplace_back();
             from_tracks.push_back(true);
-            st = track_matches(track_expr, sets.back(), nullptr);
+            st = restrict ? track_matches_in(query, within, sets.back())
+                          : track_matches(track_expr, sets.back(), nullptr);
             if (!st.ok()) return st;
         }
 
@@ -557,10 +634,11 @@ class Searcher {
     // One query word as an FTS5 term group: the word (as a prefix when it is
     // at least three characters long) and, if no indexed word starts with
     // it, the closest indexed spellings.
-    Status word_alternatives(const std::string &word, std::string &out) {
+    Status word_alternatives(const std::string &word, std::string &out, WordTerms *terms = nullptr) {
         std::vector<std::string> chars = characters(word);
         bool prefix = chars.size() >= 3;
         out = "(\"" + word + "\"" + (prefix ? " *" : "");
+        if (terms) terms->push_back({word, prefix});
         Status st;
         bool known = false;
         {
@@ -625,7 +703,10 @@ class Searcher {
             }
             std::sort(close.begin(), close.end());
             close.erase(std::unique(close.begin(), close.end()), close.end());
-            for (size_t i = 0; i < close.size() && i < kMaxCorrections; ++i) out += " OR \"" + close[i].second + "\"";
+            for (size_t i = 0; i < close.size() && i < kMaxCorrections; ++i) {
+                out += " OR \"" + close[i].second + "\"";
+                if (terms) terms->push_back({close[i].second, false});
+            }
         }
         out += ")";
         return {};

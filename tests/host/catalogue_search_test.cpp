@@ -176,6 +176,23 @@ TEST(CatalogueSearch, ArtistFields) {
     EXPECT_EQ(r.hits[0].matched_tracks[0].number, 2u);
     EXPECT_TRUE(r.hits[0].partial());
 
+    // Track fields within the albums of an artist, misspelt word included.
+    q = {};
+    q.album_artist = "Mira Solenne";
+    q.track_title = "harbuor";
+    r = s.albums(q);
+    ASSERT_EQ(r.total, 1u);
+    EXPECT_EQ(r.hits[0].album_id, s.lanterns);
+    ASSERT_EQ(r.hits[0].matched_tracks.size(), 1u);
+    EXPECT_EQ(r.hits[0].matched_tracks[0].title, "Quiet Harbour");
+    q.track_title = "meridian tw";  // a short last word is whole, not a prefix
+    r = s.albums(q);
+    EXPECT_EQ(r.total, 0u);
+    q.track_title = "meridian two";
+    r = s.albums(q);
+    ASSERT_EQ(r.total, 1u);
+    EXPECT_EQ(r.hits[0].album_id, s.twin);
+
     q = {};
     q.composer = "Druwe";
     r = s.albums(q);
