@@ -40,8 +40,10 @@
  * 1, no further event is sent, there is no result and execute returns
  * ZELTO_CATALOGUE_ABORTED.
  *
- * All calls are thread-safe. Texts returned are valid until the next call
- * on the same catalogue from the same thread.
+ * Calls are thread-safe, but a catalogue must not be closed while one of
+ * its requests executes. The texts of zelto_catalogue_last_message and
+ * zelto_catalogue_import_message stay valid until the next failing call or
+ * import on the same catalogue.
  */
 #ifndef ZELTO_CATALOGUE_H
 #define ZELTO_CATALOGUE_H
