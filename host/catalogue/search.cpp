@@ -168,10 +168,13 @@ class Searcher {
     // Tracks of the given albums whose keys satisfy the track fields of the
     // query, read one album at a time (a prefix MATCH per album would cost
     // far more). Rank 0: these are ordered by score alone.
-    Status track_matches_in(const TextQuery &query, const std::vector<int64_t> &albums, Candidates &out) {
-        FieldTerms title, artist, composer;
+    // `with_artist` adds the generic artist field as a track artist.
+    Status track_matches_in(const TextQuery &query, const std::vector<int64_t> &albums, Candidates &out,
+                            bool with_artist = false) {
+        FieldTerms title, artist, composer, generic;
         Status st = field_terms(query.track_title, title);
         if (st.ok()) st = field_terms(query.track_artist, artist);
+        if (st.ok() && with_artist) st = field_terms(query.artist, generic);
         if (st.ok()) st = field_terms(query.composer, composer);
         if (!st.ok()) return st;
         for (int64_t album : albums) {
@@ -183,7 +186,7 @@ class Searcher {
             int rc;
             while ((rc = q.step()) == SQLITE_ROW) {
                 if (!key_matches(q.text(1), title) || !key_matches(q.text(2), artist) ||
-                    !key_matches(q.text(3), composer))
+                    !key_matches(q.text(2), generic) || !key_matches(q.text(3), composer))
                     continue;
                 auto &cand = out[album];
                 if (cand.tracks.size() < kMaxMatchedTracks) cand.tracks.push_back(q.i64(0));
@@ -409,7 +412,18 @@ class Searcher {
             st = album_matches(album_expr, albums);
             if (!st.ok()) return st;
         }
-        if (!track_expr.empty()) {
+        bool narrowed = !album_expr.empty() && albums.size() < static_cast<size_t>(kCandidateCap) &&
+                        albums.size() <= kRestrictedAlbums;
+        if (!track_expr.empty() && narrowed) {
+            // Only the tracks of the albums found, as for album searches.
+            std::vector<int64_t> within;
+            for (const auto &[id, c] : albums) within.push_back(id);
+            Candidates by_album;
+            st = track_matches_in(query, within, by_album, true);
+            if (!st.ok()) return st;
+            for (const auto &[album, cand] : by_album)
+                for (int64_t t : cand.tracks) found.emplace_back(t, albums[album].rank);
+        } else if (!track_expr.empty()) {
             Candidates by_album;
             st = track_matches(track_expr, by_album, &found);
             if (!st.ok()) return st;

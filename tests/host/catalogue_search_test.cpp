@@ -279,6 +279,21 @@ TEST(CatalogueSearch, Tracks) {
     EXPECT_GT(r.hits[0].score, r.hits[1].score);
     EXPECT_EQ(r.hits[0].number, 2u);
     EXPECT_EQ(r.hits[0].album_title, "Twin Meridians");
+    // Track fields within the albums that the album fields found.
+    q = {};
+    q.album_title = "twin meridians";
+    q.track_title = "meridian";
+    q.artist = "arakawa";
+    ASSERT_TRUE(s.cat->search_tracks(q, {1, 10}, r).ok());
+    ASSERT_EQ(r.total, 2u);
+    EXPECT_EQ(r.hits[0].title, "Meridian Two");
+    q.track_title = "meridain one";
+    ASSERT_TRUE(s.cat->search_tracks(q, {1, 10}, r).ok());
+    ASSERT_EQ(r.total, 1u);
+    EXPECT_EQ(r.hits[0].title, "Meridian One");
+    q.album_title = "lanterns";
+    ASSERT_TRUE(s.cat->search_tracks(q, {1, 10}, r).ok());
+    EXPECT_EQ(r.total, 0u);
     // Album fields only: the tracks of the album, in order.
     q = {};
     q.album_title = "Straße";
