@@ -306,7 +306,7 @@ class Searcher {
         }
         // Credited performers count like the album's display credit.
         std::vector<std::string> album_artists{hit.artist};
-        {
+        if (!query.artist.empty() || !query.album_artist.empty()) {
             Stmt q(impl_.prepare("SELECT a.name FROM album_contributors c JOIN artists a ON a.id = c.artist_id"
                                  " WHERE c.album_id = ? AND c.role = 'performer'",
                                  st));
