@@ -77,6 +77,9 @@ constexpr uint32_t kNoSuitableInput = 0x908101A4u;
 constexpr uint32_t kBadManager = 0x90810320u;
 constexpr uint32_t kInvalidUtf8 = 0x908103A0u;
 
+// The module's bring-up lock record, for tests of its reset.
+const ombr_spinlock_t *module_init_lock();
+
 // errorinfo_set through the held table.
 inline void errorinfo_set(uint32_t mapped, uint32_t source, const char *function, const char *message) {
     g_cantrix_errorinfo_interface->errorinfo_set(mapped, source, function, message);

@@ -163,6 +163,8 @@ OMBR_API uint32_t zelto_cantrix_shutdown(void) {
 }
 
 OMBR_API uint32_t zelto_cantrix_initchecks(void) { return _g_initialized; }
+
+const ombr_spinlock_t *cantrix::module_init_lock() { return &_g_init_lock; }
 OMBR_API const char *zelto_cantrix_get_version(void) { return kModuleVersion; }
 OMBR_API const char *zelto_cantrix_get_build_date(void) { return kModuleBuildDate; }
 
@@ -478,6 +480,11 @@ OMBR_API uint32_t zelto_cantrix_query_set_toc_string(zelto_cantrix_query_handle 
 // ---- Find operations ----------------------------------------------------------------------
 
 extern "C" {
+uint32_t _cantrix_perform_presetsearch(cantrix_query *query, uint32_t kind, const char *preset,
+                                       zelto_rvo_handle *out_response);
+uint32_t _cantrix_perform_albumsearch(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
+uint32_t _cantrix_perform_matchsearch(cantrix_query *query, zelto_rvo_handle *out_response);
+uint32_t _cantrix_perform_lyricsearch(cantrix_query *query, zelto_rvo_handle *out_response);
 uint32_t _cantrix_perform_rvolookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
 uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
 uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
@@ -594,9 +601,15 @@ OMBR_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle que
             cantrix_query *q = find.query;
             const char *match_type = nullptr;
             uint32_t status = 0;
-            if (search_preset(q) || q->text_fields) {
-                // Preset and text searches are not available in this build.
-                return no_suitable_input(kFunction, "No suitable input provided to perform Album search");
+            const char *preset = search_preset(q);
+            if (preset || (q->text_fields && !q->input_rvo)) {
+                if ((status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT"))) return status;
+                status = preset ? _cantrix_perform_presetsearch(q, 1, preset, &find.object)
+                                : _cantrix_perform_albumsearch(q, 1, &find.object);
+                if (status != 0) return status;
+                if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
+                if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
+                return _cantrix_process_search_response(q, find.object, find.info, &find.response);
             }
             if (q->input_rvo) {
                 if ((status = _cantrix_perform_rvolookup(q, 1, &find.object))) return status;
@@ -703,4 +716,94 @@ OMBR_API uint32_t zelto_cantrix_query_set_rvo(zelto_cantrix_query_handle query, 
             errorinfo_set(mapped, working, kFunction, nullptr);
             return ombr::fail(mapped, kUnit);
         });
+}
+
+OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
+    constexpr const char *kFunction = "zelto_cantrix_query_find_tracks";
+    return run_find(kFunction, "Cantrix query already in progress on this handle", kFunction, false, query,
+                    out_response, [&](FindState &find) -> uint32_t {
+                        cantrix_query *q = find.query;
+                        const char *preset = search_preset(q);
+                        uint32_t status = 0;
+                        // A TOC is no input for tracks.
+                        const char *type = preset || (!q->input_rvo && q->text_fields) ? "TEXT"
+                                           : q->input_rvo                             ? "TUI"
+                                           : q->fp_data                               ? "FP"
+                                                                                      : nullptr;
+                        if (!type)
+                            return no_suitable_input(kFunction, "No suitable input provided to perform Track search");
+                        if ((status = info_add(find, "_sdkmgr_val_lookup_type", type))) return status;
+                        if (preset)
+                            status = _cantrix_perform_presetsearch(q, 2, preset, &find.object);
+                        else if (q->input_rvo)
+                            status = _cantrix_perform_rvolookup(q, 2, &find.object);
+                        else if (q->text_fields)
+                            status = _cantrix_perform_albumsearch(q, 2, &find.object);
+                        else
+                            status = _cantrix_perform_fpxlookup(q, 2, &find.object);
+                        if (status != 0) return status;
+                        const char *match_type = nullptr;
+                        if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
+                        if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
+                        return _cantrix_process_track_response(q, find.object, find.info, &find.response);
+                    });
+}
+
+OMBR_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
+    constexpr const char *kFunction = "zelto_cantrix_query_find_matches";
+    // The busy report names the lyric find in the log; kept as it is.
+    return run_find(kFunction, "Cantrix query already in progress on this handle", "zelto_cantrix_query_find_lyrics",
+                    true, query, out_response, [&](FindState &find) -> uint32_t {
+                        cantrix_query *q = find.query;
+                        if (!q->text_fields)
+                            return no_suitable_input(kFunction, "No input text provided to perform match search");
+                        uint32_t status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT");
+                        if (status == 0) status = _cantrix_perform_matchsearch(q, &find.object);
+                        const char *match_type = nullptr;
+                        if (status == 0) status = _cantrix_map_response_code(find.object, &match_type);
+                        if (status == 0) status = info_add(find, "_sdkmgr_val_match_type", match_type);
+                        const char *context = nullptr;
+                        if (status == 0) status = g_cantrix_rvo_interface->rvo_get_context(find.object, &context);
+                        if (status == 0) {
+                            // Albums that came back alone still reach the application as matches.
+                            status = ombr_string_equal(context, "zelto_ctx_response_match", 0)
+                                         ? _cantrix_process_match_response(q, find.object, find.info, &find.response)
+                                         : _cantrix_process_album_response(q, find.object, find.info,
+                                                                           "zelto_ctx_response_match", &find.response);
+                        }
+                        g_cantrix_rvo_interface->rvo_release(find.object);
+                        find.object = nullptr;
+                        return status;
+                    });
+}
+
+OMBR_API uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
+    constexpr const char *kFunction = "zelto_cantrix_query_find_lyrics";
+    return run_find(kFunction, "Cantrix query already in progress", kFunction, false, query, out_response,
+                    [&](FindState &find) -> uint32_t {
+                        cantrix_query *q = find.query;
+                        const char *preset = search_preset(q);
+                        if (!preset && !q->text_fields) {
+                            if (q->input_rvo) {
+                                errorinfo_set(kUnsupported, kUnsupported, kFunction, "Cannot perform Lyric query by ID");
+                                return kUnsupported;
+                            }
+                            return no_suitable_input(kFunction, "No input text provided to perform Lyric search");
+                        }
+                        uint32_t status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT");
+                        if (status == 0)
+                            status = preset ? _cantrix_perform_presetsearch(q, 3, preset, &find.object)
+                                            : _cantrix_perform_lyricsearch(q, &find.object);
+                        if (status == 0) {
+                            // A missing response code only leaves the match type out here.
+                            const char *match_type = nullptr;
+                            if (_cantrix_map_response_code(find.object, &match_type) == 0)
+                                status = info_add(find, "_sdkmgr_val_match_type", match_type);
+                        }
+                        if (status == 0)
+                            status = _cantrix_process_lyric_response(q, find.object, find.info, &find.response);
+                        g_cantrix_rvo_interface->rvo_release(find.object);
+                        find.object = nullptr;
+                        return status;
+                    });
 }

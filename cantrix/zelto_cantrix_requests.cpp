@@ -155,12 +155,15 @@ extern "C" uint32_t _cantrix_request_add_options(cantrix_query *query, zelto_loo
 
 namespace {
 
+constexpr auto always_ready = [] { return 0u; };
+
 // The common request sequence. `build` declares the lookup and sends its
 // data (it gets the provider table and the request); then the options go
-// out, the request runs and its result object is handed to the caller. The
-// request is released on every path.
-template <typename Build>
-uint32_t run_request(cantrix_query *query, uint8_t text_search, zelto_rvo_handle *out_object, Build build) {
+// out, and unless `ready` objects, the request runs and its result object is
+// handed to the caller. The request is released on every path.
+template <typename Build, typename Ready = decltype(always_ready)>
+uint32_t run_request(cantrix_query *query, uint8_t text_search, zelto_rvo_handle *out_object, Build build,
+                     Ready ready = always_ready) {
     if (query->lookup) query->lookup->lookup_release(query->lookup);
     const void *table = nullptr;
     uint32_t status =
@@ -179,6 +182,7 @@ uint32_t run_request(cantrix_query *query, uint8_t text_search, zelto_rvo_handle
     status = lookup->lookup_request_create(lookup, _cantrix_lookup_callback, query, &request);
     if (status == 0) status = build(lookup, request);
     if (status == 0) status = _cantrix_request_add_options(query, request, kRequestId, text_search);
+    if (status == 0) status = ready();
     if (status == 0) status = lookup->lookup_request_execute(request, query->user);
     zelto_rvo_handle object = nullptr;
     if (status == 0) status = lookup->lookup_request_get_result(request, kRequestId, &object);
@@ -336,4 +340,128 @@ extern "C" uint32_t _cantrix_get_album_full_disc(cantrix_query *query, zelto_rvo
         rvo->rvo_release(response);
     }
     return requests_fail(status);
+}
+
+// ---- Text searches -------------------------------------------------------------------
+
+namespace {
+
+struct FieldKey {
+    const char *field;
+    const char *data_key;
+};
+
+// Album and match searches send these fields in this order.
+constexpr FieldKey kAlbumSearchFields[] = {
+    {"zelto_cantrix_field_album_artist", "zelto_lookup_data_album_artist"},
+    {"zelto_cantrix_field_album", "zelto_lookup_data_album_title"},
+    {"zelto_cantrix_field_track_artist", "zelto_lookup_data_track_artist"},
+    {"zelto_cantrix_field_title", "zelto_lookup_data_track_title"},
+    {"zelto_cantrix_field_artist", "zelto_lookup_data_artist"},
+    {"zelto_cantrix_field_composer", "zelto_lookup_data_composer"},
+};
+
+// Preset searches send these.
+constexpr FieldKey kPresetSearchFields[] = {
+    {"zelto_cantrix_field_title", "zelto_lookup_data_track_title"},
+    {"zelto_cantrix_field_album", "zelto_lookup_data_album_title"},
+    {"zelto_cantrix_field_album_artist", "zelto_lookup_data_album_artist"},
+    {"zelto_cantrix_field_track_artist", "zelto_lookup_data_track_artist"},
+    {"zelto_cantrix_field_artist", "zelto_lookup_data_artist"},
+    {"zelto_cantrix_field_lyric", "zelto_lookup_data_lyric_title"},
+    {"zelto_cantrix_field_fragment", "zelto_lookup_data_lyric_fragment"},
+};
+
+// A text field that counts: present and not empty; null otherwise.
+const char *usable_field(const cantrix_query *query, const char *field) {
+    const char *text = nullptr;
+    if (!query->text_fields || ombr_stringmap_value_find(query->text_fields, field, &text) != 0) return nullptr;
+    return ombr_string_isempty(text) ? nullptr : text;
+}
+
+// Sends the usable fields of a table in order, stopping at the first failing
+// data call. `sent` records whether anything went out.
+template <size_t N>
+uint32_t send_fields(const cantrix_query *query, const zelto_lookup_interface *lookup, zelto_lookup_request request,
+                     const FieldKey (&fields)[N], bool &sent) {
+    for (const FieldKey &f : fields) {
+        const char *text = usable_field(query, f.field);
+        if (!text) continue;
+        uint32_t status = lookup->lookup_request_set_data(request, kRequestId, f.data_key, text, 1);
+        if (status != 0) return status;
+        sent = true;
+    }
+    return 0;
+}
+
+// The shape shared by the text searches: declare the lookup (nothing for a
+// null type), the preset option, the range and the fields; the options go
+// out, and the request runs only if some field was sent.
+template <typename SendFields>
+uint32_t run_text_search(cantrix_query *query, const char *lookup_type, const char *preset, uint8_t text_search,
+                         zelto_rvo_handle *out_object, SendFields send) {
+    bool sent = false;
+    return run_request(
+        query, text_search, out_object,
+        [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
+            uint32_t status = 0;
+            if (lookup_type) status = lookup->lookup_request_add(request, lookup_type, kRequestId, "cnx", 0);
+            if (status == 0 && preset)
+                status = lookup->lookup_request_set_option(request, kRequestId, "zelto_lookup_option_preset", preset);
+            if (status != 0) return status;
+            send_range(query, lookup, request);
+            return send(lookup, request, sent);
+        },
+        [&] { return sent ? 0u : kNoSuitableInput; });
+}
+
+}  // namespace
+
+extern "C" uint32_t _cantrix_perform_albumsearch(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : nullptr;
+    return run_text_search(query, type, nullptr, 0, out_response,
+                           [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
+                               return send_fields(query, lookup, request, kAlbumSearchFields, sent);
+                           });
+}
+
+extern "C" uint32_t _cantrix_perform_matchsearch(cantrix_query *query, zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    return run_text_search(query, "zelto_lookup_type_text_match", nullptr, 0, out_response,
+                           [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
+                               return send_fields(query, lookup, request, kAlbumSearchFields, sent);
+                           });
+}
+
+extern "C" uint32_t _cantrix_perform_presetsearch(cantrix_query *query, uint32_t kind, const char *preset,
+                                                  zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : kind == 3 ? "zelto_lookup_type_lyric" : nullptr;
+    return run_text_search(query, type, preset, 1, out_response,
+                           [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
+                               return send_fields(query, lookup, request, kPresetSearchFields, sent);
+                           });
+}
+
+extern "C" uint32_t _cantrix_perform_lyricsearch(cantrix_query *query, zelto_rvo_handle *out_response) {
+    if (!query || !out_response) return requests_fail(kInvalidArg);
+    return run_text_search(
+        query, "zelto_lookup_type_lyric", nullptr, 1, out_response,
+        [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
+            // The title wins over the lyric title; only one of them is sent.
+            const char *title = usable_field(query, "zelto_cantrix_field_title");
+            if (!title) title = usable_field(query, "zelto_cantrix_field_lyric");
+            const FieldKey order[] = {{"zelto_cantrix_field_artist", "zelto_lookup_data_lyric_artist"},
+                                      {nullptr, "zelto_lookup_data_lyric_title"},
+                                      {"zelto_cantrix_field_fragment", "zelto_lookup_data_lyric_fragment"}};
+            for (const FieldKey &f : order) {
+                const char *text = f.field ? usable_field(query, f.field) : title;
+                if (!text) continue;
+                uint32_t status = lookup->lookup_request_set_data(request, kRequestId, f.data_key, text, 1);
+                if (status != 0) return status;
+                sent = true;
+            }
+            return 0u;
+        });
 }

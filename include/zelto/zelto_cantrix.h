@@ -100,6 +100,13 @@ ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_rvo(zelto_cantrix_query_handl
  * to be released through the result-object service. */
 ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle query,
                                                            zelto_rvo_handle *out_response);
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle query,
+                                                           zelto_rvo_handle *out_response);
+/* Albums and contributors that match the text fields, best first. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle query,
+                                                            zelto_rvo_handle *out_response);
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle query,
+                                                           zelto_rvo_handle *out_response);
 
 /* ---- Provider tables of the module's response and result records ------------------- */
 

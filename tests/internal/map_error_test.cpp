@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cantrix/cantrix_internal.h"
+#include "zelto/zelto_manager.h"
 
 namespace {
 
@@ -31,6 +32,23 @@ TEST(MapError, EveryRowOfTheTable) {
         {0x90140003u, 0x10810003u},
     };
     for (const Row &row : rows) EXPECT_EQ(_cantrix_map_error(row.in), row.out) << std::hex << row.in;
+}
+
+bool all_zero(const ombr_spinlock_t *lock) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(lock);
+    for (size_t i = 0; i < sizeof *lock; ++i)
+        if (bytes[i] != 0) return false;
+    return true;
+}
+
+TEST(ModuleLock, RecordIsZeroAfterTheLastShutdown) {
+    ASSERT_EQ(zelto_cantrix_initialize(zelto_manager_get_table()), 0u);
+    ASSERT_EQ(zelto_cantrix_initialize(zelto_manager_get_table()), 0u);
+    EXPECT_EQ(zelto_cantrix_shutdown(), 0u);
+    EXPECT_EQ(zelto_cantrix_shutdown(), 0u);
+    EXPECT_TRUE(all_zero(cantrix::module_init_lock()));
+    EXPECT_EQ(zelto_cantrix_shutdown(), 0x90810007u);
+    EXPECT_TRUE(all_zero(cantrix::module_init_lock()));
 }
 
 }  // namespace

@@ -51,10 +51,13 @@ TEST_F(TextInputTest, FieldTestsInTheirOrder) {
 TEST_F(TextInputTest, FieldsDisplaceOtherInputs) {
     ASSERT_EQ(zelto_cantrix_query_set_toc_string(query_, "150 14672 27367 41225"), 0u);
     ASSERT_EQ(zelto_cantrix_query_set_text(query_, "zelto_cantrix_field_artist", nullptr), 0u);
-    // The TOC is gone: a find now takes the text branch, not the TOC branch.
+    // The TOC is gone: the find takes the text branch, whose search has no
+    // usable field and is not executed.
     zelto_rvo_handle response = nullptr;
     EXPECT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0x908101a4u);
-    EXPECT_EQ(zelto_script_request_count(script_), 0u);
+    EXPECT_EQ(zelto_script_request_lookup_type(script_, 0), std::string("zelto_lookup_type_album"));
+    EXPECT_EQ(zelto_script_request_data(script_, 0, "zelto_lookup_data_toc"), nullptr);
+    EXPECT_EQ(transcript(0).find("execute"), std::string::npos);
     // Setting a TOC again drops the text.
     ASSERT_EQ(zelto_cantrix_query_set_toc_string(query_, "150 14672 27367 41225"), 0u);
     answer(make_answer("zelto_result_no_matches", {}));
@@ -136,6 +139,60 @@ TEST_F(TextInputTest, RevisionCheckNeedsARevision) {
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
     EXPECT_STREQ(zelto_script_request_data(script_, 0, "zelto_lookup_data_rev"), "3");
     zelto_manager_rvo_release(response);
+}
+
+}  // namespace
+
+namespace {
+
+class ObjectLookupTest : public TextInputTest {
+   protected:
+    // Sets an object of the given context and values as the query's input.
+    void set_object(const char *context, const KeyValues &values) {
+        zelto_manager_tree *node = make_node(context, values);
+        zelto_rvo_handle object = nullptr;
+        ASSERT_EQ(zelto_manager_tree_to_rvo(node, nullptr, "zelto_locale_music", 0, &object), 0u);
+        zelto_manager_tree_release(node);
+        ASSERT_EQ(zelto_cantrix_query_set_rvo(query_, object), 0u);
+        zelto_manager_rvo_release(object);
+    }
+};
+
+TEST_F(ObjectLookupTest, MatchedTrackTravelsByContext) {
+    // A track's number goes out under the album's matched-track key.
+    set_object("zelto_ctx_track", {{"zelto_val_tui", "9"}, {"zelto_val_tui_tag", "t9"}, {"zelto_val_tracknumber", "4"}});
+    answer(make_answer("zelto_result_single_match", {}, "zelto_ctx_track!"));
+    zelto_rvo_handle response = nullptr;
+    ASSERT_EQ(zelto_cantrix_query_find_tracks(query_, &response), 0u);
+    zelto_manager_rvo_release(response);
+    EXPECT_EQ(transcript(0),
+              "mode 1\n"
+              "add zelto_lookup_type_track CNX_1 cnx 0\n"
+              "data CNX_1 zelto_lookup_data_tui \"9\" copy 1\n"
+              "data CNX_1 zelto_lookup_data_tui_tag \"t9\" copy 1\n"
+              "data CNX_1 zelto_lookup_data_track_matched \"4\" copy 1\n"
+              "execute user \"test-user\"\n"
+              "get_result CNX_1\n"
+              "release\n");
+
+    // Another context with a tui: one data call with a null value.
+    set_object("zelto_ctx_contributor", {{"zelto_val_tui", "3"}, {"zelto_val_tui_tag", "c3"}});
+    answer(make_answer("zelto_result_no_matches", {}));
+    ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
+    zelto_manager_rvo_release(response);
+    EXPECT_NE(transcript(1).find("data CNX_1 zelto_lookup_data_track_matched null copy 1\n"), std::string::npos);
+
+    // An album with a tui and no matched track sends no matched-track data.
+    set_object("zelto_ctx_album", {{"zelto_val_tui", "5"}, {"zelto_val_tui_tag", "a5"}});
+    answer(make_answer("zelto_result_no_matches", {}));
+    ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
+    zelto_manager_rvo_release(response);
+    EXPECT_EQ(transcript(2).find("track_matched"), std::string::npos);
+
+    // A contributor without a tui: the failed read ends the lookup, no mui fall-back.
+    set_object("zelto_ctx_contributor", {{"_sdkmgr_val_mui", "1"}, {"_sdkmgr_val_muitag", "m"}});
+    EXPECT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0x10810003u);
+    EXPECT_EQ(zelto_script_request_count(script_), 3u);
 }
 
 }  // namespace

@@ -39,10 +39,32 @@ inline zelto_manager_tree *make_album(const std::string &title, const std::strin
     return album;
 }
 
+// Gives a node the display structure the scoring reads: a title child
+// "zelto_ctx_title!off" and an artist child with a name "zelto_ctx_name!off",
+// each with "zelto_val_display". Empty texts add nothing.
+inline void add_displays(zelto_manager_tree *node, const std::string &title, const std::string &artist) {
+    if (!title.empty()) adopt(node, "zelto_ctx_title!off", make_node("zelto_ctx_title", {{"zelto_val_display", title}}));
+    if (!artist.empty()) {
+        zelto_manager_tree *who = make_node("zelto_ctx_artist");
+        adopt(who, "zelto_ctx_name!off", make_node("zelto_ctx_name", {{"zelto_val_display", artist}}));
+        adopt(node, "zelto_ctx_artist!", who);
+    }
+}
+
+// A node with displays and extra values.
+inline zelto_manager_tree *make_displayed(const char *context, const std::string &title, const std::string &artist,
+                                          const KeyValues &values = {}) {
+    zelto_manager_tree *node = make_node(context, values);
+    add_displays(node, title, artist);
+    return node;
+}
+
 // A provider's answer: a response code and albums under "zelto_ctx_album!".
-inline zelto_manager_tree *make_answer(const char *response_code, std::vector<zelto_manager_tree *> albums) {
-    zelto_manager_tree *root = make_node("zelto_ctx_response", {{"_sdkmgr_val_response_code", response_code}});
-    for (auto *album : albums) adopt(root, "zelto_ctx_album!", album);
+inline zelto_manager_tree *make_answer(const char *response_code, std::vector<zelto_manager_tree *> albums,
+                                       const char *child_key = "zelto_ctx_album!",
+                                       const char *context = "zelto_ctx_response") {
+    zelto_manager_tree *root = make_node(context, {{"_sdkmgr_val_response_code", response_code}});
+    for (auto *album : albums) adopt(root, child_key, album);
     return root;
 }
 
