@@ -27,6 +27,11 @@ TEST_F(ScoringTest, CorrelationOfTexts) {
     EXPECT_EQ(score("\xFF", "x", 0), 0u);  // invalid first character counts as empty
     EXPECT_EQ(_cantrix_score_string_correlation("a", "b", 0, nullptr), 0x90810001u);
 
+    // Partial matches keep their Dice score when normalising changes nothing.
+    EXPECT_EQ(score("night", "nacht", 0), 50u);
+    EXPECT_EQ(score("qzxvkw", "qzxvkwy", 1), 80u);
+    EXPECT_EQ(score("qzxv", "qzxy", 0), 60u);
+
     // "The Lanterns" against "Lanterns": raw below 100, equal keys after
     // normalisation, so 100.
     uint32_t raw = ombr_string_fuzzycmp_ex("The Lanterns", "Lanterns", 1, nullptr, nullptr);

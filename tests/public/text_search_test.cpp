@@ -306,6 +306,15 @@ TEST_F(TextSearchTest, LyricScoresAverageWithAPerfectField) {
     EXPECT_EQ(rows(response, "zelto_ctx_lyric!", "_sdkmgr_val_lookup_type"), std::vector<std::string>{"TEXT=100"});
     zelto_manager_rvo_release(response);
 
+    // Artist 80 and title 60: (80 + 60 + 100) / 3 = 80.
+    text("zelto_cantrix_field_artist", "qzxvkw");
+    text("zelto_cantrix_field_title", "qzxv");
+    answer(make_answer("zelto_result_fuzzy_matches", {make_displayed("zelto_ctx_lyric", "qzxy", "qzxvkwy")},
+                       "zelto_ctx_lyric!"));
+    ASSERT_EQ(zelto_cantrix_query_find_lyrics(query_, &response), 0u);
+    EXPECT_EQ(rows(response, "zelto_ctx_lyric!", "_sdkmgr_val_lookup_type"), std::vector<std::string>{"TEXT=80"});
+    zelto_manager_rvo_release(response);
+
     // Artist 100 and title 0: (100 + 0 + 100) / 3.
     text("zelto_cantrix_field_artist", "Body");
     text("zelto_cantrix_field_title", "zzzz");
