@@ -96,11 +96,16 @@ bool is_composer_role(const std::string &role) {
 }
 
 std::string generated_tui(const Album &album) {
-    std::string basis = album.source + "|" + album.source_id + "|" + album.artist + "|" + album.title;
+    std::string basis = album.source;
+    for (const std::string *part : {&album.source_id, &album.artist, &album.title}) basis.append("|").append(*part);
     for (const auto &disc : album.discs)
-        for (const auto &toc : disc.tocs) basis += "|" + toc_text(toc.offsets);
+        for (const auto &toc : disc.tocs) basis.append("|").append(toc_text(toc.offsets));
     // Two independent hashes give 16 hex digits.
-    return "A" + hash_tag(basis) + hash_tag(basis + "#");
+    std::string tui("A");
+    tui.append(hash_tag(basis));
+    basis.push_back('#');
+    tui.append(hash_tag(basis));
+    return tui;
 }
 
 }  // namespace

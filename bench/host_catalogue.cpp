@@ -1,6 +1,5 @@
-// Measures the catalogue on a large catalogue file (built by
-// tools/run_catalogue_bench.sh, which also compiles this program against the
-// host's static archive).
+// Measures the catalogue on a large catalogue file (made and imported by
+// bench/run_host_catalogue.sh).
 //
 //   catalogue_bench import DB RELEASES.jsonl   import and report throughput
 //   catalogue_bench bench DB [benchmark flags]  lookups and searches
