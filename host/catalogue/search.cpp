@@ -731,67 +731,49 @@ class Searcher {
 
 }  // namespace
 
+namespace {
+
+// Runs one search under the catalogue's lock and keeps the asked page of
+// its hits.
+template <typename Impl, typename Result, typename Search>
+Status paged_search(Impl &impl, Range range, Result &out, Search search) {
+    if (range.start == 0 || range.end < range.start)
+        return Status::error(Code::invalid_argument, "result range is not valid");
+    std::lock_guard lock(impl.mutex);
+    std::vector<typename decltype(Result::hits)::value_type> all;
+    Searcher searcher(impl);
+    Status st = search(searcher, all);
+    if (!st.ok()) return st;
+    Result result;
+    result.kind = kind_of(all.size());
+    take_page(all, range, result, result.hits);
+    out = std::move(result);
+    return {};
+}
+
+}  // namespace
+
 Status Catalogue::search_albums(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept {
-    return guarded([&]() -> Status {
-        if (range.start == 0 || range.end < range.start)
-            return Status::error(Code::invalid_argument, "result range is not valid");
-        std::lock_guard lock(impl_->mutex);
-        std::vector<AlbumHit> all;
-        Status st = Searcher(*impl_).albums(query, all);
-        if (!st.ok()) return st;
-        AlbumSearchResult result;
-        result.kind = kind_of(all.size());
-        take_page(all, range, result, result.hits);
-        out = std::move(result);
-        return {};
+    return guarded([&] {
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<AlbumHit> &all) { return s.albums(query, all); });
     });
 }
 
 Status Catalogue::search_tracks(const TextQuery &query, Range range, TrackSearchResult &out) noexcept {
-    return guarded([&]() -> Status {
-        if (range.start == 0 || range.end < range.start)
-            return Status::error(Code::invalid_argument, "result range is not valid");
-        std::lock_guard lock(impl_->mutex);
-        std::vector<TrackHit> all;
-        Status st = Searcher(*impl_).tracks(query, all);
-        if (!st.ok()) return st;
-        TrackSearchResult result;
-        result.kind = kind_of(all.size());
-        take_page(all, range, result, result.hits);
-        out = std::move(result);
-        return {};
+    return guarded([&] {
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<TrackHit> &all) { return s.tracks(query, all); });
     });
 }
 
 Status Catalogue::search_artists(std::string_view name, Range range, ArtistSearchResult &out) noexcept {
-    return guarded([&]() -> Status {
-        if (range.start == 0 || range.end < range.start)
-            return Status::error(Code::invalid_argument, "result range is not valid");
-        std::lock_guard lock(impl_->mutex);
-        std::vector<ArtistHit> all;
-        Status st = Searcher(*impl_).artists(name, all);
-        if (!st.ok()) return st;
-        ArtistSearchResult result;
-        result.kind = kind_of(all.size());
-        take_page(all, range, result, result.hits);
-        out = std::move(result);
-        return {};
+    return guarded([&] {
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<ArtistHit> &all) { return s.artists(name, all); });
     });
 }
 
 Status Catalogue::search_lyrics(const LyricQuery &query, Range range, LyricSearchResult &out) noexcept {
-    return guarded([&]() -> Status {
-        if (range.start == 0 || range.end < range.start)
-            return Status::error(Code::invalid_argument, "result range is not valid");
-        std::lock_guard lock(impl_->mutex);
-        std::vector<LyricHit> all;
-        Status st = Searcher(*impl_).lyrics(query, all);
-        if (!st.ok()) return st;
-        LyricSearchResult result;
-        result.kind = kind_of(all.size());
-        take_page(all, range, result, result.hits);
-        out = std::move(result);
-        return {};
+    return guarded([&] {
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<LyricHit> &all) { return s.lyrics(query, all); });
     });
 }
 
