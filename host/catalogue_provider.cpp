@@ -79,6 +79,12 @@ std::unordered_set<zelto_lookup_request_s *> &requests() {
     return *s;
 }
 
+// Tables of closed catalogues, kept so that a holder can still call them.
+std::vector<ProviderTable *> &retired_tables() {
+    static auto *v = new std::vector<ProviderTable *>;
+    return *v;
+}
+
 bool live(zelto_catalogue *c) {
     std::lock_guard<std::mutex> guard(g_registry_mutex);
     return c && catalogues().count(c) != 0;
@@ -878,6 +884,14 @@ HOST_EXPORT uint32_t zelto_catalogue_close(zelto_catalogue *catalogue) {
     // The table stays allocated: whoever still holds it may call its slots,
     // which now refuse, and give its reference back.
     catalogue->provider->owner = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(g_registry_mutex);
+        try {
+            retired_tables().push_back(catalogue->provider);
+        } catch (const std::bad_alloc &) {
+            // Left unreferenced: still callable, only unlisted.
+        }
+    }
     delete catalogue;
     return 0;
 }

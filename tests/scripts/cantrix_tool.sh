@@ -3,7 +3,7 @@
 # identification by TOC, a search, and the refusals (malformed TOC, unknown
 # option, missing catalogue) with their exit codes.
 set -u
-build=${1:?usage: cantrix_tool.sh BUILD_DIR}
+build=$(cd "${1:?usage: cantrix_tool.sh BUILD_DIR}" && pwd)
 src=$(cd "$(dirname "$0")/../.." && pwd)
 tool="$build/cantrix"
 work=$(mktemp -d)
