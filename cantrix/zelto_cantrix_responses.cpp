@@ -18,6 +18,18 @@ uint32_t responses_fail(uint32_t status, std::source_location where = std::sourc
     return ombr::error_exit(status, where.line(), kResponsesUnit);
 }
 
+// The end of every response function: a record whose processing failed is
+// released and the failure reported; otherwise the caller gets it.
+uint32_t hand_out(cantrix_response *response, uint32_t status, cantrix_response **out_response,
+                  std::source_location where = std::source_location::current()) {
+    if (status != 0) {
+        _cantrix_rvo_response_release(response);
+        return responses_fail(status, where);
+    }
+    *out_response = response;
+    return 0;
+}
+
 }  // namespace
 
 // The decision flag starts as "there were results" and could only be
@@ -87,12 +99,7 @@ extern "C" uint32_t _cantrix_process_album_response(cantrix_query *query, zelto_
         // Only the last row's status counts; an earlier failed row stays empty.
         if (ordinal == rows) status = row_status;
     }
-    if (status != 0) {
-        _cantrix_rvo_response_release(response);
-        return responses_fail(status);
-    }
-    *out_response = response;
-    return 0;
+    return hand_out(response, status, out_response);
 }
 
 // ---- Display texts and scoring ------------------------------------------------------------
@@ -407,12 +414,7 @@ extern "C" uint32_t _cantrix_process_search_response(cantrix_query *query, zelto
         }
         status = 0;
     }
-    if (status != 0) {
-        _cantrix_rvo_response_release(response);
-        return responses_fail(status);
-    }
-    *out_response = response;
-    return 0;
+    return hand_out(response, status, out_response);
 }
 
 extern "C" uint32_t _cantrix_process_track_response(cantrix_query *query, zelto_rvo_handle object,
@@ -445,12 +447,7 @@ extern "C" uint32_t _cantrix_process_track_response(cantrix_query *query, zelto_
         }
         if (ordinal == rows) status = row_status;
     }
-    if (status != 0) {
-        _cantrix_rvo_response_release(response);
-        return responses_fail(status);
-    }
-    *out_response = response;
-    return 0;
+    return hand_out(response, status, out_response);
 }
 
 // ---- Match and lyric responses ----------------------------------------------------------
@@ -518,12 +515,7 @@ extern "C" uint32_t _cantrix_process_match_response(cantrix_query *query, zelto_
             response = one;
         }
     }
-    if (status != 0) {
-        _cantrix_rvo_response_release(response);
-        return responses_fail(status);
-    }
-    *out_response = response;
-    return 0;
+    return hand_out(response, status, out_response);
 }
 
 extern "C" uint32_t _cantrix_process_lyric_response(cantrix_query *query, zelto_rvo_handle object,
@@ -546,10 +538,5 @@ extern "C" uint32_t _cantrix_process_lyric_response(cantrix_query *query, zelto_
         return 0;
     }
     if (status == 0) response->row_count = used;
-    if (status != 0) {
-        _cantrix_rvo_response_release(response);
-        return responses_fail(status);
-    }
-    *out_response = response;
-    return 0;
+    return hand_out(response, status, out_response);
 }

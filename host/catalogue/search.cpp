@@ -133,6 +133,21 @@ class Searcher {
     };
     using Candidates = std::unordered_map<int64_t, Candidate>;
 
+    // Rows of one FTS table that match, best first, at most kCandidateCap.
+    Status fts_candidates(const char *table, const std::string &match, std::vector<std::pair<int64_t, double>> &found,
+                          const char *what) {
+        Status st;
+        std::string sql = std::string("SELECT rowid, rank FROM ") + table + " WHERE " + table +
+                          " MATCH ? ORDER BY rank LIMIT ?";
+        Stmt q(impl_.prepare(sql.c_str(), st));
+        if (!q) return st;
+        q.bind(1, match);
+        q.bind(2, kCandidateCap);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) found.emplace_back(q.i64(0), q.real(1));
+        return rc == SQLITE_DONE ? Status{} : impl_.db_error(what);
+    }
+
     Status album_matches(const std::string &match, Candidates &out) {
         Status st;
         Stmt q(impl_.prepare("SELECT rowid, rank FROM album_fts WHERE album_fts MATCH ? ORDER BY rank LIMIT ?", st));
@@ -508,16 +523,8 @@ class Searcher {
         if (!st.ok()) return st;
         if (expr.empty()) return Status::error(Code::invalid_argument, "no name to search for");
         std::vector<std::pair<int64_t, double>> found;
-        {
-            Stmt q(impl_.prepare("SELECT rowid, rank FROM artist_fts WHERE artist_fts MATCH ? ORDER BY rank LIMIT ?",
-                                 st));
-            if (!q) return st;
-            q.bind(1, expr);
-            q.bind(2, kCandidateCap);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW) found.emplace_back(q.i64(0), q.real(1));
-            if (rc != SQLITE_DONE) return impl_.db_error("artist search");
-        }
+        st = fts_candidates("artist_fts", expr, found, "artist search");
+        if (!st.ok()) return st;
         out.clear();
         for (const auto &[id, rank] : found) {
             ArtistHit hit;
@@ -564,16 +571,8 @@ class Searcher {
         if (!st.ok()) return st;
         if (expr.empty()) return Status::error(Code::invalid_argument, "no text to search for");
         std::vector<std::pair<int64_t, double>> found;
-        {
-            Stmt q(impl_.prepare("SELECT rowid, rank FROM lyric_fts WHERE lyric_fts MATCH ? ORDER BY rank LIMIT ?",
-                                 st));
-            if (!q) return st;
-            q.bind(1, expr);
-            q.bind(2, kCandidateCap);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW) found.emplace_back(q.i64(0), q.real(1));
-            if (rc != SQLITE_DONE) return impl_.db_error("lyric search");
-        }
+        st = fts_candidates("lyric_fts", expr, found, "lyric search");
+        if (!st.ok()) return st;
         out.clear();
         for (const auto &[id, rank] : found) {
             LyricHit hit;
