@@ -549,119 +549,112 @@ class Executor {
         return o;
     }
 
-    Outcome album_search() {
+    // The frame of the paged text searches: progress events, the search,
+    // a response root with the range values, and one child per hit made by
+    // `add`, which may fail.
+    template <typename Result, typename Search, typename Add>
+    Outcome paged_answer(const char *root_context, Search search, Add add) {
         if (!events_.send(kSent)) return aborted();
-        catalogue::AlbumSearchResult result;
-        catalogue::Status s = db_.search_albums(text_query(), range_, result);
+        Result result;
+        catalogue::Status s = search(result);
         if (!s.ok()) return failure(s);
         const auto count = static_cast<uint32_t>(result.hits.size());
         if (!found(result.total, count)) return aborted();
         Outcome o;
-        o.tree = response_root("zelto_ctx_response", catalogue::response_code(result.kind));
+        o.tree = response_root(root_context, catalogue::response_code(result.kind));
         range_values(o.tree, result);
         uint32_t done = 0;
         for (const auto &hit : result.hits) {
-            catalogue::Album album;
-            if (!(s = db_.get_album(hit.album_id, album)).ok()) return failure(s);
-            AlbumShape shape;
-            // A hit with matched tracks carries those only; one found by its
-            // album fields alone carries no tracks.
-            shape.full = false;
-            for (const auto &m : hit.matched_tracks) shape.matched.push_back(m.position);
-            o.tree.child("zelto_ctx_album!", album_node(album, shape));
+            if (!(s = add(o.tree, hit)).ok()) return failure(s);
             if (!building(++done, count)) return aborted();
         }
         if (!events_.send(kReady)) return aborted();
         return o;
+    }
+
+    // A partial album: the tracks that matched, or none when the album
+    // fields alone found it.
+    catalogue::Status partial_album(int64_t album_id, const std::vector<uint32_t> &matched, Node &out) {
+        catalogue::Album album;
+        catalogue::Status s = db_.get_album(album_id, album);
+        if (!s.ok()) return s;
+        AlbumShape shape;
+        shape.full = false;
+        shape.matched = matched;
+        out = album_node(album, shape);
+        return s;
+    }
+
+    Outcome album_search() {
+        return paged_answer<catalogue::AlbumSearchResult>(
+            "zelto_ctx_response", [&](auto &result) { return db_.search_albums(text_query(), range_, result); },
+            [&](Node &root, const catalogue::AlbumHit &hit) {
+                std::vector<uint32_t> matched;
+                for (const auto &m : hit.matched_tracks) matched.push_back(m.position);
+                Node a;
+                catalogue::Status s = partial_album(hit.album_id, matched, a);
+                if (s.ok()) root.child("zelto_ctx_album!", a);
+                return s;
+            });
     }
 
     Outcome track_search() {
-        if (!events_.send(kSent)) return aborted();
-        catalogue::TrackSearchResult result;
-        catalogue::Status s = db_.search_tracks(text_query(), range_, result);
-        if (!s.ok()) return failure(s);
-        const auto count = static_cast<uint32_t>(result.hits.size());
-        if (!found(result.total, count)) return aborted();
-        Outcome o;
-        o.tree = response_root("zelto_ctx_response", catalogue::response_code(result.kind));
-        range_values(o.tree, result);
-        uint32_t done = 0;
-        for (const auto &hit : result.hits) {
-            Node t("zelto_ctx_track");
-            t.value("zelto_val_tracknumber", hit.position)
-                .value("zelto_val_tui", hit.tui)
-                .value("zelto_val_tui_tag", hit.tag);
-            if (hit.duration_ms) t.value("zelto_val_duration", hit.duration_ms);
-            t.value("zelto_val_album_tui", hit.album_tui);
-            t.title(hit.title);
-            t.artist(hit.artist);
-            o.tree.child("zelto_ctx_track!", t);
-            if (!building(++done, count)) return aborted();
-        }
-        if (!events_.send(kReady)) return aborted();
-        return o;
+        return paged_answer<catalogue::TrackSearchResult>(
+            "zelto_ctx_response", [&](auto &result) { return db_.search_tracks(text_query(), range_, result); },
+            [&](Node &root, const catalogue::TrackHit &hit) {
+                Node t("zelto_ctx_track");
+                t.value("zelto_val_tracknumber", hit.position)
+                    .value("zelto_val_tui", hit.tui)
+                    .value("zelto_val_tui_tag", hit.tag);
+                if (hit.duration_ms) t.value("zelto_val_duration", hit.duration_ms);
+                t.value("zelto_val_album_tui", hit.album_tui);
+                t.title(hit.title);
+                t.artist(hit.artist);
+                root.child("zelto_ctx_track!", t);
+                return catalogue::Status{};
+            });
     }
 
     Outcome match_search() {
-        if (!events_.send(kSent)) return aborted();
-        catalogue::MatchSearchResult result;
-        catalogue::Status s = db_.search_matches(text_query(), range_, result);
-        if (!s.ok()) return failure(s);
-        const auto count = static_cast<uint32_t>(result.hits.size());
-        if (!found(result.total, count)) return aborted();
-        Outcome o;
-        o.tree = response_root("zelto_ctx_response_match", catalogue::response_code(result.kind));
-        range_values(o.tree, result);
-        uint32_t done = 0;
-        for (const auto &hit : result.hits) {
-            if (hit.kind == catalogue::MatchHit::Kind::album) {
-                catalogue::Album album;
-                if (!(s = db_.get_album(hit.id, album)).ok()) return failure(s);
-                AlbumShape shape;
-                shape.full = false;
-                Node a = album_node(album, shape);
-                a.value("_sdkmgr_val_text_match_album_score", hit.album_score)
-                    .value("_sdkmgr_val_text_match_contrib_score", hit.contributor_score)
-                    .value("_sdkmgr_val_text_match_track_score", hit.track_score);
-                o.tree.child("zelto_ctx_response_match!", a);
-            } else {
-                Node c("zelto_ctx_contributor");
-                c.name(hit.title);
-                c.value("_sdkmgr_val_text_match_contrib_score", hit.contributor_score)
-                    .value("zelto_val_collab_result", hit.collaboration ? "1" : "0");
-                o.tree.child("zelto_ctx_response_match!", c);
-            }
-            if (!building(++done, count)) return aborted();
-        }
-        if (!events_.send(kReady)) return aborted();
-        return o;
+        return paged_answer<catalogue::MatchSearchResult>(
+            "zelto_ctx_response_match",
+            [&](auto &result) { return db_.search_matches(text_query(), range_, result); },
+            [&](Node &root, const catalogue::MatchHit &hit) {
+                if (hit.kind == catalogue::MatchHit::Kind::album) {
+                    Node a;
+                    catalogue::Status s = partial_album(hit.id, {}, a);
+                    if (!s.ok()) return s;
+                    a.value("_sdkmgr_val_text_match_album_score", hit.album_score)
+                        .value("_sdkmgr_val_text_match_contrib_score", hit.contributor_score)
+                        .value("_sdkmgr_val_text_match_track_score", hit.track_score);
+                    root.child("zelto_ctx_response_match!", a);
+                } else {
+                    Node c("zelto_ctx_contributor");
+                    c.name(hit.title);
+                    c.value("_sdkmgr_val_text_match_contrib_score", hit.contributor_score)
+                        .value("zelto_val_collab_result", hit.collaboration ? "1" : "0");
+                    root.child("zelto_ctx_response_match!", c);
+                }
+                return catalogue::Status{};
+            });
     }
 
     Outcome lyric_search(const catalogue::LyricQuery &query) {
-        if (!events_.send(kSent)) return aborted();
-        catalogue::LyricSearchResult result;
-        catalogue::Status s = db_.search_lyrics(query, range_, result);
-        if (!s.ok()) return failure(s);
-        const auto count = static_cast<uint32_t>(result.hits.size());
-        if (!found(result.total, count)) return aborted();
-        Outcome o;
-        o.tree = response_root("zelto_ctx_response", catalogue::response_code(result.kind));
-        range_values(o.tree, result);
-        uint32_t done = 0;
-        for (const auto &hit : result.hits) {
-            catalogue::Lyric lyric;
-            if (!(s = db_.get_lyric(hit.lyric_id, lyric)).ok()) return failure(s);
-            Node l("zelto_ctx_lyric");
-            l.title(lyric.title);
-            l.artist(lyric.artist);
-            l.value("zelto_val_lyric_text", lyric.text);
-            if (!lyric.language.empty()) l.value("zelto_val_language", lyric.language);
-            if (!lyric.album_tui.empty()) l.value("zelto_val_album_tui", lyric.album_tui);
-            o.tree.child("zelto_ctx_lyric!", l);
-            if (!building(++done, count)) return aborted();
-        }
-        if (!events_.send(kReady)) return aborted();
-        return o;
+        return paged_answer<catalogue::LyricSearchResult>(
+            "zelto_ctx_response", [&](auto &result) { return db_.search_lyrics(query, range_, result); },
+            [&](Node &root, const catalogue::LyricHit &hit) {
+                catalogue::Lyric lyric;
+                catalogue::Status s = db_.get_lyric(hit.lyric_id, lyric);
+                if (!s.ok()) return s;
+                Node l("zelto_ctx_lyric");
+                l.title(lyric.title);
+                l.artist(lyric.artist);
+                l.value("zelto_val_lyric_text", lyric.text);
+                if (!lyric.language.empty()) l.value("zelto_val_language", lyric.language);
+                if (!lyric.album_tui.empty()) l.value("zelto_val_album_tui", lyric.album_tui);
+                root.child("zelto_ctx_lyric!", l);
+                return s;
+            });
     }
 };
 
