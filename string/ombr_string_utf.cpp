@@ -1,6 +1,7 @@
 // UTF-8 decoding and encoding of one character, and the conversions between
 // UTF-8 and UCS-2 (16-bit units, optionally byte-swapped).
 #include "string/ombr_string_internal.h"
+#include "textcorr/ombr_textcorr_internal.h"
 
 using namespace ombr::str;
 
@@ -84,19 +85,9 @@ OMBR_API uint32_t ombr_string_utf8_to_ucs2_buf(const char *input, uint32_t input
     *out_bytes_written = 0;
     if (input_bytes == 0) return 0;
     if (!input || !output) return kInvalidArg;
-    const unsigned char *p = bytes_of(input);
-    uint32_t pos = 0;
-    uint32_t units = 0;
-    while (pos < input_bytes) {
-        uint32_t size = lead_size(p[pos]);
-        if (size == 0 || input_bytes - pos < size) return kInvalidUtf8;
-        uint32_t value = p[pos];
-        if (size > 1 && !decode_tail(p + pos, size, &value)) return kInvalidUtf8;
-        auto unit = static_cast<uint16_t>(value);
-        output[units++] = byte_swap ? swap16(unit) : unit;
-        *out_bytes_written += 2;
-        pos += size;
-    }
+    // The wide-text kit's low-level conversion does the work; it counts the
+    // bytes written as it goes, also up to a bad sequence.
+    if (utf8_to_ucs2(bytes_of(input), input_bytes, output, out_bytes_written, byte_swap) != 0) return kInvalidUtf8;
     return 0;
 }
 
