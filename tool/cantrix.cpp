@@ -23,17 +23,6 @@
 #include "zelto/zelto_host_services.h"
 #include "zelto/zelto_manager.h"
 
-// Find operations that later builds of the module export; resolved at run
-// time so that the tool can say so when the library lacks them.
-extern "C" {
-__attribute__((weak)) uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle query,
-                                                               zelto_rvo_handle *out_response);
-__attribute__((weak)) uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle query,
-                                                                zelto_rvo_handle *out_response);
-__attribute__((weak)) uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle query,
-                                                               zelto_rvo_handle *out_response);
-}
-
 namespace {
 
 enum Exit : int {
@@ -43,7 +32,6 @@ enum Exit : int {
     kNoCatalogue = 4,
     kLookupFailed = 5,
     kImportFailed = 6,
-    kUnsupported = 7,
     kInternal = 70,
 };
 
@@ -70,11 +58,11 @@ constexpr const char *kUsageText =
     "exit codes:\n"
     "  0  success; a lookup without result prints \"no match\" and also exits 0\n"
     "  2  usage error: unknown command or option, missing or malformed option value\n"
-    "  3  input refused by the module (malformed TOC, invalid text); its status is shown\n"
+    "  3  input refused by the module (malformed TOC, invalid text, fields this kind of\n"
+    "     search does not take); its status is shown\n"
     "  4  catalogue file missing or not readable as a catalogue\n"
     "  5  lookup failed or was aborted\n"
     "  6  import failed\n"
-    "  7  this build of the library lacks the requested kind of search\n"
     "  70 internal failure (initialisation, out of memory)\n";
 
 // ---- Options ------------------------------------------------------------------------
@@ -643,17 +631,13 @@ int run_find(Session &session, const Options &o) {
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
     if (o.kind == "lyrics") find = zelto_cantrix_query_find_lyrics;
-    if (!find) {
-        std::fprintf(stderr, "cantrix: this build of the library cannot search for %s\n", o.kind.c_str());
-        return kUnsupported;
-    }
     Object response;
     const uint32_t s = find(session.query(), response.out());
     if (s == ZELTO_CANTRIX_NO_SUITABLE_INPUT || s == ZELTO_CANTRIX_UNSUPPORTED) {
-        // The module refuses inputs that this kind of find does not take
-        // (or that its build does not search by yet).
-        report(("this library cannot search " + o.kind + " by the given input").c_str(), s);
-        return kUnsupported;
+        // The module refuses fields that this kind of find does not search by
+        // (a match search by lyric title alone, say).
+        report(("cannot search " + o.kind + " by the given fields").c_str(), s);
+        return kBadInput;
     }
     if (s != 0) {
         report("lookup failed", s);
