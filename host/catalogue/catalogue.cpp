@@ -742,28 +742,6 @@ Status Catalogue::get_lyric(int64_t lyric_id, Lyric &out) noexcept {
 
 namespace {
 
-Status check_range(Range range) {
-    if (range.start == 0 || range.end < range.start)
-        return Status::error(Code::invalid_argument, "result range " + std::to_string(range.start) + ".." +
-                                                         std::to_string(range.end) + " is not valid");
-    return {};
-}
-
-// Picks the asked range out of `all` (already ordered).
-template <typename Hit>
-void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> &out) {
-    page.total = static_cast<uint32_t>(all.size());
-    out.clear();
-    if (range.start > all.size()) {
-        page.range_start = page.range_end = 0;
-        return;
-    }
-    size_t last = std::min<size_t>(range.end, all.size());
-    for (size_t i = range.start - 1; i < last; ++i) out.push_back(std::move(all[i]));
-    page.range_start = range.start;
-    page.range_end = static_cast<uint32_t>(last);
-}
-
 // Closeness of a stored TOC to a query under the fuzzy tolerance, or false.
 bool fuzzy_toc_match(const std::vector<uint32_t> &query, const std::vector<uint32_t> &stored, TocHit &hit) {
     if (query.size() != stored.size() || query.size() < 2) return false;

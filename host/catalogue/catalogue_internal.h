@@ -5,10 +5,12 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "host/catalogue/catalogue.h"
 
@@ -87,6 +89,31 @@ Status guarded(Body &&body) noexcept {
     } catch (...) {
         return Status::error(Code::database, "unexpected failure");
     }
+}
+
+// A result range is valid when it starts at 1 or later and does not end
+// before it starts.
+inline Status check_range(Range range) {
+    if (range.start == 0 || range.end < range.start)
+        return Status::error(Code::invalid_argument, "result range " + std::to_string(range.start) + ".." +
+                                                         std::to_string(range.end) + " is not valid");
+    return {};
+}
+
+// Picks the asked range out of `all` (already ordered) into `out`, and
+// records the total and the range that was served in `page`.
+template <typename Hit>
+void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> &out) {
+    page.total = static_cast<uint32_t>(all.size());
+    out.clear();
+    if (range.start > all.size()) {
+        page.range_start = page.range_end = 0;
+        return;
+    }
+    size_t last = std::min<size_t>(range.end, all.size());
+    for (size_t i = range.start - 1; i < last; ++i) out.push_back(std::move(all[i]));
+    page.range_start = range.start;
+    page.range_end = static_cast<uint32_t>(last);
 }
 
 // 32-bit FNV-1a as 8 hex digits: the tags of generated identifiers.

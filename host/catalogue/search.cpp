@@ -47,20 +47,6 @@ MatchKind kind_of(size_t total) {
     return total == 1 ? MatchKind::single : MatchKind::fuzzy;
 }
 
-template <typename Hit>
-void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> &out) {
-    page.total = static_cast<uint32_t>(all.size());
-    out.clear();
-    if (range.start > all.size()) {
-        page.range_start = page.range_end = 0;
-        return;
-    }
-    size_t last = std::min<size_t>(range.end, all.size());
-    for (size_t i = range.start - 1; i < last; ++i) out.push_back(std::move(all[i]));
-    page.range_start = range.start;
-    page.range_end = static_cast<uint32_t>(last);
-}
-
 // One query word as the indexed words that satisfy it.
 struct Term {
     std::string text;
@@ -736,8 +722,7 @@ namespace {
 // its hits.
 template <typename Impl, typename Result, typename Search>
 Status paged_search(Impl &impl, Range range, Result &out, Search search) {
-    if (range.start == 0 || range.end < range.start)
-        return Status::error(Code::invalid_argument, "result range is not valid");
+    if (Status st = check_range(range); !st.ok()) return st;
     std::lock_guard lock(impl.mutex);
     std::vector<typename decltype(Result::hits)::value_type> all;
     Searcher searcher(impl);
@@ -778,8 +763,7 @@ Status Catalogue::search_lyrics(const LyricQuery &query, Range range, LyricSearc
 
 Status Catalogue::search_matches(const TextQuery &query, Range range, MatchSearchResult &out) noexcept {
     return guarded([&]() -> Status {
-        if (range.start == 0 || range.end < range.start)
-            return Status::error(Code::invalid_argument, "result range is not valid");
+        if (Status st = check_range(range); !st.ok()) return st;
         std::lock_guard lock(impl_->mutex);
         Searcher searcher(*impl_);
         std::vector<AlbumHit> albums;
