@@ -16,16 +16,8 @@ uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_r
 
 namespace {
 
-class QueryInputTest : public ModuleTest {
+class QueryInputTest : public WithQuery<ModuleTest> {
    protected:
-    void SetUp() override {
-        ModuleTest::SetUp();
-        ASSERT_EQ(zelto_cantrix_query_create(user_, nullptr, nullptr, &query_), 0u);
-    }
-    void TearDown() override {
-        EXPECT_EQ(zelto_cantrix_query_release(query_), 0u);
-        ModuleTest::TearDown();
-    }
     std::vector<uint32_t> offsets() {
         std::vector<uint32_t> out;
         if (!query_->toc_offsets) return out;
@@ -44,7 +36,6 @@ class QueryInputTest : public ModuleTest {
         for (size_t i = size; i < buffer.size(); ++i) EXPECT_EQ(buffer[i], '#') << "written past the buffer";
         return buffer.data();
     }
-    zelto_cantrix_query_handle query_ = nullptr;
 };
 
 using Offsets = std::vector<uint32_t>;

@@ -7,16 +7,8 @@
 
 namespace {
 
-class OptionsTest : public ModuleTest {
+class OptionsTest : public WithQuery<ModuleTest> {
    protected:
-    void SetUp() override {
-        ModuleTest::SetUp();
-        ASSERT_EQ(zelto_cantrix_query_create(user_, nullptr, nullptr, &query_), 0u);
-    }
-    void TearDown() override {
-        EXPECT_EQ(zelto_cantrix_query_release(query_), 0u);
-        ModuleTest::TearDown();
-    }
     uint32_t set(const char *key, const char *value) { return zelto_cantrix_query_option_set(query_, key, value); }
     std::string get(const char *key, uint32_t expect_status = 0) {
         const char *value = reinterpret_cast<const char *>(0x1);
@@ -27,7 +19,6 @@ class OptionsTest : public ModuleTest {
         }
         return value ? value : "<null>";
     }
-    zelto_cantrix_query_handle query_ = nullptr;
 };
 
 TEST_F(OptionsTest, DefaultsOfAFreshQuery) {

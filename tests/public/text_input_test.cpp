@@ -7,16 +7,8 @@
 
 namespace {
 
-class TextInputTest : public ScriptedTest {
+class TextInputTest : public WithQuery<ScriptedTest> {
    protected:
-    void SetUp() override {
-        ScriptedTest::SetUp();
-        ASSERT_EQ(zelto_cantrix_query_create(user_, nullptr, nullptr, &query_), 0u);
-    }
-    void TearDown() override {
-        EXPECT_EQ(zelto_cantrix_query_release(query_), 0u);
-        ScriptedTest::TearDown();
-    }
     std::string last_error() {
         const char *function = nullptr, *message = nullptr;
         uint32_t source = 0;
@@ -25,7 +17,6 @@ class TextInputTest : public ScriptedTest {
         std::snprintf(head, sizeof head, "%08X/%08X", mapped, source);
         return std::string(head) + " " + (function ? function : "(null)") + " | " + (message ? message : "(null)");
     }
-    zelto_cantrix_query_handle query_ = nullptr;
 };
 
 TEST_F(TextInputTest, FieldTestsInTheirOrder) {

@@ -16,16 +16,8 @@ std::string value_of(zelto_rvo_handle object, const char *key, uint32_t ordinal 
     return text ? text : "<null>";
 }
 
-class TextSearchTest : public ScriptedTest {
+class TextSearchTest : public WithQuery<ScriptedTest> {
    protected:
-    void SetUp() override {
-        ScriptedTest::SetUp();
-        ASSERT_EQ(zelto_cantrix_query_create(user_, nullptr, nullptr, &query_), 0u);
-    }
-    void TearDown() override {
-        EXPECT_EQ(zelto_cantrix_query_release(query_), 0u);
-        ScriptedTest::TearDown();
-    }
     void text(const char *field, const char *value) {
         ASSERT_EQ(zelto_cantrix_query_set_text(query_, field, value), 0u) << field;
     }
@@ -48,7 +40,6 @@ class TextSearchTest : public ScriptedTest {
         (void)status;
         return std::string(function ? function : "(null)") + " | " + (message ? message : "(null)");
     }
-    zelto_cantrix_query_handle query_ = nullptr;
 };
 
 zelto_manager_tree *album(const std::string &title, const std::string &artist, const KeyValues &values = {}) {

@@ -34,4 +34,20 @@ class ModuleTest : public ::testing::Test {
     uint32_t handles_before_ = 0;
 };
 
+// Adds one query, without status callback, created for the fixture's user
+// and released before the fixture's own checks.
+template <typename Base>
+class WithQuery : public Base {
+   protected:
+    void SetUp() override {
+        Base::SetUp();
+        ASSERT_EQ(zelto_cantrix_query_create(this->user_, nullptr, nullptr, &query_), 0u);
+    }
+    void TearDown() override {
+        EXPECT_EQ(zelto_cantrix_query_release(query_), 0u);
+        Base::TearDown();
+    }
+    zelto_cantrix_query_handle query_ = nullptr;
+};
+
 #endif
