@@ -336,8 +336,8 @@ uint32_t handle_element(hdo_node *node, hdo_value *value, hpath_query *query, co
                          : _ombr_hdo_do_hpath(nullptr, found_value, path, query);
     };
     if (!node) {
-        // A name step on a value: only "$" gets this far, and it finds nothing.
-        return out(kInvalidArg);
+        // A name step on a value ("$" gets this far): no place for it.
+        return out(kBadPath);
     }
 
     if (!*rest) {
