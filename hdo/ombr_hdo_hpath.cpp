@@ -26,6 +26,12 @@ constexpr uint32_t kIndexZero = OMBR_HDO_NOT_IN_PARENT;
 bool low_three(uint32_t status) { return OMBR_STATUS_VALUE(status) == 3; }
 bool is_error(uint32_t status) { return OMBR_STATUS_FAILED(status); }
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
+// Want of memory and the evaluation limits end every evaluation: where a
+// failing alternative or comparison would otherwise be passed over, they
+// would turn into a wrong answer.
+bool is_fatal(uint32_t status) {
+    return status == kNoMemory || status == kLimit || (is_error(status) && OMBR_STATUS_VALUE(status) == 2);
+}
 
 // Shared by a query and all its sub-queries: how deep the evaluation is
 // nested and how many steps it has run, both bounded.
@@ -102,7 +108,7 @@ class TextBuffer {
 class EvaluationGuard {
    public:
     explicit EvaluationGuard(hpath_limits *limits) : limits_(limits) {
-        if (limits_->depth >= kMaxDepth || limits_->work >= OMBR_HDO_MAX_PATH_WORK) {
+        if (limits_->depth >= OMBR_HDO_MAX_PATH_DEPTH || limits_->work >= OMBR_HDO_MAX_PATH_WORK) {
             limits_ = nullptr;
             return;
         }
@@ -266,6 +272,10 @@ uint32_t _ombr_hdo_do_hpath(hdo_node *node, hdo_value *value, const char *path, 
             TextBuffer<kStepBuffer> part;
             uint32_t part_status = part.assign(p, end);
             if (part_status == 0) part_status = handle_token(node, value, part.text(), rest, query);
+            if (is_fatal(part_status)) {
+                status = part_status;
+                break;
+            }
             if (separator == '&') {
                 if (part_status != 0) break;
             } else if (part_status == 0) {
@@ -451,7 +461,9 @@ uint32_t handle_predicate(hdo_node *node, hdo_value *value, const char *step, co
                 rq.matched = 0;
                 status = _ombr_hdo_do_hpath(node, value, right, &rq);
                 bool next_left = false;
-                if (status != 0) {
+                if (is_fatal(status)) {
+                    stop = true;
+                } else if (status != 0) {
                     if (!is_error(status) && text_is(lq.text, "!")) matched = true;
                     stop = rq.literal != nullptr;
                     next_left = true;

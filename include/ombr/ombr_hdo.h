@@ -37,12 +37,14 @@ OMBR_BEGIN_DECLS
 #define OMBR_HDO_WRONG_TYPE 0x90110362u      /* getdata of another type than the value has */
 #define OMBR_HDO_SHARED_NOT_FOUND 0x90110364u
 #define OMBR_HDO_BAD_PATH 0x90110366u        /* malformed path, or no result of the kind asked for */
-#define OMBR_HDO_LIMIT 0x90110367u           /* beyond OMBR_HDO_MAX_DEPTH or OMBR_HDO_MAX_PATH_WORK */
+#define OMBR_HDO_LIMIT 0x90110367u           /* beyond one of the limits below */
 
-/* Deepest nesting of a tree (levels below a root), of an XML document read
- * into a tree, and of the steps of an HPath evaluation. */
+/* Deepest nesting of a tree (levels below its root) and so of an XML
+ * document read into a tree. */
 #define OMBR_HDO_MAX_DEPTH 512u
-/* Most path steps one HPath query may evaluate. */
+/* Deepest nesting of steps, predicates and indexes in an HPath evaluation,
+ * and the most steps one query may evaluate. */
+#define OMBR_HDO_MAX_PATH_DEPTH 1024u
 #define OMBR_HDO_MAX_PATH_WORK 0x01000000u
 
 /* ---- Flags ------------------------------------------------------------------- */
