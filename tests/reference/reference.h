@@ -1,0 +1,30 @@
+// Reference kernels: the plain, step-by-step forms of the library's format
+// engine, bigram compare, hash and normaliser. The library uses faster
+// forms; the differential tests and the fuzzers check that both give the
+// same results on any input. Not part of the shipped library.
+#ifndef CANTRIX_TESTS_REFERENCE_H
+#define CANTRIX_TESTS_REFERENCE_H
+
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+
+#include "ombr/ombr_string.h"
+
+namespace reference {
+
+// The format engine: accumulator-based formatting, one append per piece.
+uint32_t string_printf(ombr_string_accum_t accum, const char *format, va_list args);
+// ombr_string_vsnprintf through an accumulator on a 300-byte stack area.
+uint32_t string_vsnprintf(char *dest, uint32_t size, const char *format, va_list args);
+
+// Differential cases built from arbitrary bytes, shared by the tests and
+// the fuzzers. Each returns an empty text when the library and the
+// reference agree, else what differed.
+std::string check_format_case(const uint8_t *data, size_t size);
+
+}  // namespace reference
+
+#endif
