@@ -20,10 +20,16 @@ uint32_t string_printf(ombr_string_accum_t accum, const char *format, va_list ar
 // ombr_string_vsnprintf through an accumulator on a 300-byte stack area.
 uint32_t string_vsnprintf(char *dest, uint32_t size, const char *format, va_list args);
 
+// Bigram similarity: tables filled entry by entry, common entries counted
+// by the quadratic search that takes matches out of both tables.
+uint32_t string_fuzzycmp(const char *text_a, const char *text_b, uint8_t skip_space, uint32_t *out_percent_a,
+                         uint32_t *out_percent_b);
+
 // Differential cases built from arbitrary bytes, shared by the tests and
 // the fuzzers. Each returns an empty text when the library and the
 // reference agree, else what differed.
 std::string check_format_case(const uint8_t *data, size_t size);
+std::string check_fuzzy_case(const uint8_t *data, size_t size);
 
 }  // namespace reference
 
