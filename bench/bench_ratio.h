@@ -1,7 +1,9 @@
 // Side-by-side ratios for the benchmark programs: a console reporter that
-// remembers each run's time per iteration and, once all runs are done,
+// remembers each run's CPU time per iteration and, once all runs are done,
 // prints "peer time / our time" for the pairs a program names (below 1
-// means ours is slower). Pairs whose runs were filtered out are skipped.
+// means ours is slower). CPU time, because the machines these run on are
+// shared and wall time counts other processes' turns. Pairs whose runs
+// were filtered out are skipped.
 #ifndef CANTRIX_BENCH_RATIO_H
 #define CANTRIX_BENCH_RATIO_H
 
@@ -30,7 +32,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
             if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
             // Nanoseconds per iteration, whatever unit the run prints in.
             static constexpr double kToNs[] = {1.0, 1e3, 1e6, 1e9};
-            times_[run.benchmark_name()] = run.GetAdjustedRealTime() * kToNs[run.time_unit];
+            times_[run.benchmark_name()] = run.GetAdjustedCPUTime() * kToNs[run.time_unit];
         }
         ConsoleReporter::ReportRuns(runs);
     }
@@ -41,10 +43,10 @@ class RatioReporter : public benchmark::ConsoleReporter {
             auto ours = times_.find(p.ours), peer = times_.find(p.peer);
             if (ours == times_.end() || peer == times_.end() || ours->second <= 0) continue;
             if (!header) {
-                std::printf("\nratio = peer time / our time (below 1: ours is slower)\n");
+                std::printf("\nratio = peer CPU time / our CPU time (below 1: ours is slower)\n");
                 header = true;
             }
-            std::printf("  %-58s %6.2fx  (ours %.1f ns, peer %.1f ns)\n", p.label.c_str(), peer->second / ours->second,
+            std::printf("  %-58s %6.2fx  (ours %.1f ns, peer %.1f ns CPU)\n", p.label.c_str(), peer->second / ours->second,
                         ours->second, peer->second);
         }
         std::fflush(stdout);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cantrix_test.h"
+#include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string_fuzzy.h"
 #include "tests/reference/reference.h"
 
@@ -50,6 +51,12 @@ TEST_F(KernelReference, BigramSimilarityOfTitlesAgreesWithTheReference) {
             ASSERT_EQ(pb, rb);
         }
     }
+}
+
+TEST_F(KernelReference, HashTableAgreesWithItsModel) {
+    ASSERT_EQ(ombr_datatypes_initialize(), 0u);
+    run_random_cases(reference::check_hashtable_case, 4, 3000, 400);
+    ombr_datatypes_shutdown();
 }
 
 }  // namespace

@@ -25,11 +25,16 @@ uint32_t string_vsnprintf(char *dest, uint32_t size, const char *format, va_list
 uint32_t string_fuzzycmp(const char *text_a, const char *text_b, uint8_t skip_space, uint32_t *out_percent_a,
                          uint32_t *out_percent_b);
 
+// The hash table's key hash, byte by byte: h = h * 33 + c from 5381, with
+// 'a' to 'z' as upper case unless case sensitive.
+uint32_t hashtable_hash(const char *key, bool case_sensitive);
+
 // Differential cases built from arbitrary bytes, shared by the tests and
 // the fuzzers. Each returns an empty text when the library and the
 // reference agree, else what differed.
 std::string check_format_case(const uint8_t *data, size_t size);
 std::string check_fuzzy_case(const uint8_t *data, size_t size);
+std::string check_hashtable_case(const uint8_t *data, size_t size);
 
 }  // namespace reference
 
