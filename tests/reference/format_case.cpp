@@ -20,7 +20,7 @@ class Bytes {
     T value() {
         T v{};
         const size_t n = static_cast<size_t>(end_ - p_) < sizeof v ? static_cast<size_t>(end_ - p_) : sizeof v;
-        std::memcpy(&v, p_, n);
+        if (n != 0) std::memcpy(&v, p_, n);
         p_ += n;
         return v;
     }
