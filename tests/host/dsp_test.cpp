@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -142,14 +141,35 @@ std::vector<int16_t> as16(const std::vector<uint8_t> &pcm) {
     return out;
 }
 
-// The encoded fingerprint of a query text in either form.
+// The encoded fingerprint of a query text in either form; the rest of the
+// text must be exactly the form's frame around a decimal duration.
 std::string encoded_part(const std::string &text) {
-    std::smatch m;
-    static const std::regex plain("^DURATION=(\\d+)\nFINGERPRINT=([A-Za-z0-9_-]+)$");
-    static const std::regex xml(
-        "^<FINGERPRINT><ALGORITHM><NAME>chromaprint</NAME><VERSION>[25]</VERSION></ALGORITHM>"
-        "<DURATION>(\\d+)</DURATION><DATA>([A-Za-z0-9_-]+)</DATA></FINGERPRINT>$");
-    if (std::regex_match(text, m, plain) || std::regex_match(text, m, xml)) return m[2];
+    auto digits = [](const std::string &s) {
+        return !s.empty() && s.find_first_not_of("0123456789") == std::string::npos;
+    };
+    auto url_base64 = [](const std::string &s) {
+        return !s.empty() && s.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_") ==
+                                 std::string::npos;
+    };
+    const std::string plain = "DURATION=", fp = "\nFINGERPRINT=";
+    if (text.rfind(plain, 0) == 0) {
+        const size_t at = text.find(fp);
+        if (at != std::string::npos && digits(text.substr(plain.size(), at - plain.size())) &&
+            url_base64(text.substr(at + fp.size())))
+            return text.substr(at + fp.size());
+    }
+    for (const char *version : {"2", "5"}) {
+        const std::string head = std::string("<FINGERPRINT><ALGORITHM><NAME>chromaprint</NAME><VERSION>") + version +
+                                 "</VERSION></ALGORITHM><DURATION>";
+        const std::string middle = "</DURATION><DATA>", tail = "</DATA></FINGERPRINT>";
+        if (text.rfind(head, 0) != 0 || text.size() < head.size() + tail.size() ||
+            text.compare(text.size() - tail.size(), tail.size(), tail) != 0)
+            continue;
+        const size_t at = text.find(middle, head.size());
+        if (at == std::string::npos) continue;
+        const std::string data = text.substr(at + middle.size(), text.size() - tail.size() - at - middle.size());
+        if (digits(text.substr(head.size(), at - head.size())) && url_base64(data)) return data;
+    }
     ADD_FAILURE() << "not a query text: " << text;
     return "";
 }
