@@ -2,8 +2,8 @@
 // remembers each run's CPU time per iteration and, once all runs are done,
 // prints "peer time / our time" for the pairs a program names (below 1
 // means ours is slower). CPU time, because the machines these run on are
-// shared and wall time counts other processes' turns. Pairs whose runs
-// were filtered out are skipped.
+// shared and wall time counts other processes' turns; the median when a
+// run is repeated. Pairs whose runs were filtered out are skipped.
 #ifndef CANTRIX_BENCH_RATIO_H
 #define CANTRIX_BENCH_RATIO_H
 
@@ -29,7 +29,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &run : runs) {
-            if (run.error_occurred || run.run_type != Run::RT_Iteration) continue;
+            if (run.error_occurred) continue;
+            if (run.run_type != Run::RT_Iteration && run.aggregate_name != "median") continue;
             // Nanoseconds per iteration, whatever unit the run prints in.
             static constexpr double kToNs[] = {1.0, 1e3, 1e6, 1e9};
             times_[run.benchmark_name()] = run.GetAdjustedCPUTime() * kToNs[run.time_unit];
@@ -37,17 +38,25 @@ class RatioReporter : public benchmark::ConsoleReporter {
         ConsoleReporter::ReportRuns(runs);
     }
 
+    // CPU nanoseconds per iteration of a run: its median when repetitions
+    // were asked for, else the single run; 0 if it did not run.
+    double time(const std::string &name) const {
+        auto it = times_.find(name + "_median");
+        if (it == times_.end()) it = times_.find(name);
+        return it == times_.end() ? 0 : it->second;
+    }
+
     void print_ratios(const std::vector<RatioPair> &pairs) const {
         bool header = false;
         for (const RatioPair &p : pairs) {
-            auto ours = times_.find(p.ours), peer = times_.find(p.peer);
-            if (ours == times_.end() || peer == times_.end() || ours->second <= 0) continue;
+            const double ours = time(p.ours), peer = time(p.peer);
+            if (ours <= 0 || peer <= 0) continue;
             if (!header) {
                 std::printf("\nratio = peer CPU time / our CPU time (below 1: ours is slower)\n");
                 header = true;
             }
-            std::printf("  %-58s %6.2fx  (ours %.1f ns, peer %.1f ns CPU)\n", p.label.c_str(), peer->second / ours->second,
-                        ours->second, peer->second);
+            std::printf("  %-58s %6.2fx  (ours %.1f ns, peer %.1f ns CPU)\n", p.label.c_str(), peer / ours, ours,
+                        peer);
         }
         std::fflush(stdout);
     }
