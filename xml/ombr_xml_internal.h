@@ -76,6 +76,10 @@ uint32_t assume_data(uxml_element *element, char *data, uxml_release_t release);
 uint32_t parse_buf(const void *bytes, uint32_t size, uxml_event_callback_t callback, void *user);
 uint32_t parse_stream(ombr_iostream_t stream, uxml_event_callback_t callback, void *user);
 uint32_t parse_buf_to_element(const void *bytes, uint32_t size, uxml_element **out_element);
+// How many comment delimiters this thread's stream-mode scans have seen cut
+// by the end of the buffered bytes so far (stream and buffer mode can only
+// disagree on a document where this count moves).
+uint32_t stream_cut_delimiters();
 
 // Tree builder of uXMLParseBufToElement (ombr_xml_build.cpp).
 uint32_t build_tree(const void *bytes, uint32_t size, uxml_element *root);

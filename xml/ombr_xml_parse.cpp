@@ -14,6 +14,10 @@ namespace {
 
 constexpr uint32_t kFirstScanCapacity = 64;
 
+// Delimiters cut by the end of the buffered bytes in stream mode, on this
+// thread: where stream and buffer mode may part (see stream_cut_delimiters).
+thread_local uint32_t t_stream_cut_delimiters = 0;
+
 bool is_end_of_data(uint32_t status) { return OMBR_STATUS_VALUE(status) == OMBR_END_OF_DATA_VALUE; }
 
 // End of stream before the root closed is no failure.
@@ -287,6 +291,7 @@ inline uint32_t next_token(ScanBuffer *scan) {
         if (scan->pos >= scan->end && scan->token == 0) status = read_scan_buffer(scan);
         if (status != 0 || scan->token != 0) return status;
         status = scan_bytes(scan);
+        if (status == UXML_ERR_CUT_DELIMITER && scan->stream) ++t_stream_cut_delimiters;
     }
 }
 
@@ -496,6 +501,8 @@ uint32_t tree_helper(uint16_t event, void *user, const char *first, uint32_t fir
     }
 }
 }  // namespace
+
+uint32_t stream_cut_delimiters() { return t_stream_cut_delimiters; }
 
 uint32_t parse_buf(const void *bytes, uint32_t size, uxml_event_callback_t callback, void *user) {
     if (!bytes || size == 0 || !callback) return UXML_ERR_INVALID_ARG;

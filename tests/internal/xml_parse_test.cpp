@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "xml/ombr_xml_internal.h"
 #include "xml_test_support.h"
 
 namespace {
@@ -212,7 +213,9 @@ TEST_F(XmlParseTest, CommentOpenerCutByARefillIsNotSeenInStreamMode) {
     EXPECT_EQ(buffer.status, 0u);
     EXPECT_EQ(buffer.events, (Events{"S <|r", "D " + std::string(59, 'x'), "E r|>"}));
     for (uint32_t chunk : {1u, 7u, 4096u}) {
+        const uint32_t cuts = uxml::stream_cut_delimiters();
         ParseResult stream = parse_chunked(doc, chunk);
+        EXPECT_EQ(uxml::stream_cut_delimiters(), cuts + 1);
         // "<!" then "-": the scanner goes on in the state behind "<" and
         // takes the "-" as an element name's first byte.
         EXPECT_EQ(stream.status, UXML_ERR_BAD_BYTE) << chunk;
@@ -221,7 +224,9 @@ TEST_F(XmlParseTest, CommentOpenerCutByARefillIsNotSeenInStreamMode) {
     // Moved by one byte, the delimiter lies inside the first fill and the
     // modes agree again.
     std::string shifted = "<r>" + std::string(40, 'x') + "<!-- c --></r>";
+    const uint32_t cuts = uxml::stream_cut_delimiters();
     EXPECT_EQ(parse_chunked(shifted, 3).events, parse_buffer(shifted).events);
+    EXPECT_EQ(uxml::stream_cut_delimiters(), cuts);
     EXPECT_EQ(parse_chunked(shifted, 3).status, 0u);
 }
 
