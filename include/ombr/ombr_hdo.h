@@ -20,6 +20,7 @@
 #define OMBR_HDO_H
 
 #include "ombr/ombr_base.h"
+#include "ombr/ombr_iostream.h"
 
 OMBR_BEGIN_DECLS
 
@@ -64,7 +65,6 @@ OMBR_BEGIN_DECLS
 
 typedef struct hdo_node *ombr_hdo_t;
 typedef struct hdo_value_handle *ombr_hdo_value_t;
-typedef struct ombr_iostream *ombr_hdo_stream_t;
 
 /* Frees the data of a pointer value, called once with data and size. */
 typedef void (*ombr_hdo_release_fn)(void *data, uint32_t size);
@@ -201,9 +201,10 @@ OMBR_API uint32_t ombr_hdo_to_xml(ombr_hdo_t node, const char *root_name, uint8_
 OMBR_API uint32_t ombr_hdo_to_xml_buf(ombr_hdo_t node, const char *root_name, uint8_t header, uint8_t pretty,
                                       char **out_text, uint32_t *out_length);
 /* A new tree (Ref); the root element's name, if asked for, is a new text
- * for ombr_string_free. */
+ * for ombr_string_free (null if no element came). A stream may hold more
+ * after the document: what was not read stays readable. */
 OMBR_API uint32_t ombr_hdo_from_xml(const char *text, ombr_hdo_t *out_node, char **out_root_name);
-OMBR_API uint32_t ombr_hdo_from_xml_stream(ombr_hdo_stream_t stream, ombr_hdo_t *out_node, char **out_root_name);
+OMBR_API uint32_t ombr_hdo_from_xml_stream(ombr_iostream_t stream, ombr_hdo_t *out_node, char **out_root_name);
 OMBR_API uint32_t ombr_hdo_free_xml(char *text);
 OMBR_API uint32_t ombr_hdo_free_xml_buf(char *text);
 
