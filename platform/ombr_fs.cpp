@@ -100,15 +100,8 @@ uint32_t fs_file_get_handle(ombr_file *file, uint32_t flags) {
     const mode_t mode = ombr::fs_mode_of(file->attributes);
     int fd = retry_eintr([&] { return open(file->name(), system_open_flags(flags), mode); });
     if (fd < 0) return ombr::fs_map_error(errno);
-    // Logical files never sit on descriptors 0 to 2: closing an evicted
-    // file closes descriptor 0.
-    if (fd <= 2) {
-        int moved = fcntl(fd, F_DUPFD_CLOEXEC, 3);
-        int error = errno;
-        close(fd);
-        if (moved < 0) return ombr::fs_map_error(error);
-        fd = moved;
-    }
+    uint32_t status = ombr::fs_move_above_standard(&fd);
+    if (status != 0) return status;
     struct stat st{};
     if (fstat(fd, &st) != 0) {
         int error = errno;
@@ -174,6 +167,16 @@ bool ombr::fs_is_reserved_name(const char *name) {
     return false;
 }
 
+uint32_t ombr::fs_move_above_standard(int *fd) {
+    if (*fd > 2) return 0;
+    const int moved = fcntl(*fd, F_DUPFD_CLOEXEC, 3);
+    const int error = errno;
+    close(*fd);
+    if (moved < 0) return fs_map_error(error);
+    *fd = moved;
+    return 0;
+}
+
 uint32_t ombr::fs_close_internal(ombr_file *file) {
     int rc = file->is_standard ? 0 : close(file->fd);
     file->fd = 0;
@@ -198,7 +201,13 @@ OMBR_API uint32_t ombr_fs_file_open(const char *name, uint32_t flags, uint32_t a
     file->self = file;
     file->attributes = attributes;
     uint32_t status = ombr::fsmgr::new_fd(file);
-    if (status == 0) status = fs_file_get_handle(file, flags);
+    if (status == 0) {
+        // Opened inside the manager's section, like every reopen: no
+        // stray close of descriptor 0 can meet it before it is moved up.
+        const bool entered = ombr::fsmgr::enter() == 0;
+        status = fs_file_get_handle(file, flags);
+        if (entered) ombr::fsmgr::leave();
+    }
     if (status != 0) {
         ombr::fsmgr::close_fd(file);
         ombr_memory_free(file);

@@ -2,6 +2,7 @@
 #define _FILE_OFFSET_BITS 64
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -73,9 +74,17 @@ OMBR_API uint32_t ombr_fs_dir_open(const char *path, ombr_dir_t *out_dir) {
     if (!dir) return OMBR_FS_ERR_NO_MEMORY;
     ombr_memory_memset(dir, 0, sizeof *dir);
     ombr_memory_memcpy(dir->path(), path, path_size);
-    dir->stream = opendir(path);
-    if (!dir->stream) {
+    // Inside the file manager's section (when it is up) and above the
+    // standard descriptors, like the descriptors of files.
+    const bool entered = ombr::fsmgr::enter() == 0;
+    int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    status = fd < 0 ? ombr::fs_map_error(errno) : ombr::fs_move_above_standard(&fd);
+    if (status == 0 && !(dir->stream = fdopendir(fd))) {
         status = ombr::fs_map_error(errno);
+        close(fd);
+    }
+    if (entered) ombr::fsmgr::leave();
+    if (status != 0) {
         ombr_memory_free(dir);
         return status;
     }

@@ -84,6 +84,11 @@ uint32_t fs_attributes_of(uint32_t mode);
 // True for the names of the standard streams.
 bool fs_is_reserved_name(const char *name);
 
+// Moves a new descriptor of 0 to 2 above the standard streams: closing a
+// file that lost its descriptor closes descriptor 0, and that must never
+// be one of this package's. Closes the old number; on failure the status.
+uint32_t fs_move_above_standard(int *fd);
+
 // Closes a file's descriptor (not a standard stream's) and leaves 0 in the
 // record. Called by the manager to evict.
 uint32_t fs_close_internal(ombr_file *file);
@@ -108,8 +113,8 @@ uint32_t release_fd(ombr_file *file);
 uint32_t close_fd(ombr_file *file);
 uint32_t update_metrics(ombr_file *file, uint32_t bytes_read, uint32_t bytes_written, uint32_t seeks);
 
-// The manager's re-entrant section, for a close that must finish before the
-// slot can pass on.
+// The manager's re-entrant section. Everything that creates or closes a
+// descriptor of this package runs inside it while the manager is up.
 uint32_t enter();
 void leave();
 

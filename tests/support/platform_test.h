@@ -25,23 +25,40 @@
 
 namespace platform_test {
 
-// Descriptors of this process whose target lies under `prefix`.
-inline int count_fds_under(const std::string &prefix) {
-    int count = 0;
-    DIR *d = opendir("/proc/self/fd");
-    if (!d) return -1;
-    while (const dirent *e = readdir(d)) {
-        if (e->d_name[0] == '.') continue;
-        char link[4096];
-        std::string path = std::string("/proc/self/fd/") + e->d_name;
-        ssize_t n = readlink(path.c_str(), link, sizeof link - 1);
-        if (n <= 0) continue;
-        link[n] = 0;
-        if (std::strncmp(link, prefix.c_str(), prefix.size()) == 0) ++count;
+// Counts descriptors of this process from `lowest` up whose target lies
+// under a prefix, through one listing of /proc/self/fd kept open, so that
+// counting makes no new descriptor.
+class FdCounter {
+   public:
+    explicit FdCounter(std::string prefix, int lowest = 0)
+        : prefix_(std::move(prefix)), lowest_(lowest), dir_(opendir("/proc/self/fd")) {}
+    ~FdCounter() {
+        if (dir_) closedir(dir_);
     }
-    closedir(d);
-    return count;
-}
+    FdCounter(const FdCounter &) = delete;
+    FdCounter &operator=(const FdCounter &) = delete;
+    int count() {
+        if (!dir_) return -1;
+        rewinddir(dir_);
+        int count = 0;
+        while (const dirent *e = readdir(dir_)) {
+            if (e->d_name[0] == '.' || std::atoi(e->d_name) < lowest_) continue;
+            char link[4096];
+            ssize_t n = readlinkat(dirfd(dir_), e->d_name, link, sizeof link - 1);
+            if (n <= 0) continue;
+            link[n] = 0;
+            if (std::strncmp(link, prefix_.c_str(), prefix_.size()) == 0) ++count;
+        }
+        return count;
+    }
+
+   private:
+    std::string prefix_;
+    int lowest_;
+    DIR *dir_;
+};
+
+inline int count_fds_under(const std::string &prefix) { return FdCounter(prefix).count(); }
 
 // All descriptors of this process, the one used for counting not included.
 inline int count_all_fds() {
