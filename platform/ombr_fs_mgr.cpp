@@ -4,7 +4,7 @@
 // descriptor is needed at the limit the front of the live list loses its
 // descriptor and moves to the open list, and gets one back on its next use.
 //
-// All state is guarded by one re-entrant critical section. Every release
+// All state is guarded by one re-entrant section. Every release
 // and every close of a file with a descriptor signals an auto-reset event;
 // a caller at the limit leaves the section and waits for that event before
 // it evicts. System calls on a file run outside the section, protected by
@@ -15,6 +15,7 @@
 #include "ombr/ombr_thread.h"
 #include "platform/ombr_frame.h"
 #include "platform/ombr_fs_internal.h"
+#include "platform/ombr_thread_internal.h"
 
 namespace {
 
@@ -27,13 +28,33 @@ struct FileList {
 // Written by ombr_fs_option_set from any thread, read under the section.
 std::atomic<uint32_t> g_fs_max_file_handles{0};
 uint32_t g_fs_num_file_handles = 0;
-ombr_critsec_t s_fs_mgr_cs = nullptr;
+// The manager's section: a re-entrant lock, held for a few list operations
+// at a time. A recursive mutex costs one lock and one unlock per entry.
+pthread_mutex_t s_fs_mgr_cs;
+bool s_fs_mgr_cs_up = false;
 ombr_event_t s_fs_mgr_event = nullptr;
 FileList s_fs_live_list = {};
 FileList s_fs_open_list = {};
 fs_marker_record *s_fs_marker_lists = nullptr;
 fs_marker_record *s_fs_global_marker = nullptr;
 char s_fs_option_text[32];
+
+uint32_t section_enter() {
+    if (!s_fs_mgr_cs_up) return OMBR_THREAD_ERR_INVALID_ARG;
+    return ombr::thread_map_error(pthread_mutex_lock(&s_fs_mgr_cs));
+}
+
+void section_leave() { pthread_mutex_unlock(&s_fs_mgr_cs); }
+
+int section_create() {
+    pthread_mutexattr_t attr;
+    int rc = pthread_mutexattr_init(&attr);
+    if (rc != 0) return rc;
+    rc = pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+    if (rc == 0) rc = pthread_mutex_init(&s_fs_mgr_cs, &attr);
+    pthread_mutexattr_destroy(&attr);
+    return rc;
+}
 
 void list_append(FileList &list, FsList which, ombr_file *file) {
     file->next = nullptr;
@@ -82,9 +103,9 @@ void signal_slot() { ombr_thread_event_signal(s_fs_mgr_event); }
 // at the limit. A failure to enter again leaves the caller outside.
 uint32_t wait_for_slot() {
     do {
-        ombr_thread_critsec_leave(s_fs_mgr_cs);
+        section_leave();
         ombr_thread_event_wait(s_fs_mgr_event, OMBR_THREAD_WAIT_INFINITE);
-        uint32_t status = ombr_thread_critsec_enter(s_fs_mgr_cs);
+        uint32_t status = section_enter();
         if (status != 0) {
             signal_slot();  // pass the wake-up on
             return status;
@@ -153,15 +174,16 @@ void take_use(ombr_file *file) {
 namespace ombr::fsmgr {
 
 uint32_t init() {
-    uint32_t status = ombr_thread_critsec_create(&s_fs_mgr_cs);
+    uint32_t status = ombr::thread_map_error(section_create());
     if (status != 0) return status;
     status = ombr_thread_event_create(&s_fs_mgr_event, 0, 0);
     if (status == 0x9002000Bu) status = 0;
     if (status != 0) {
-        ombr_thread_critsec_delete(s_fs_mgr_cs);
-        s_fs_mgr_cs = nullptr;
+        pthread_mutex_destroy(&s_fs_mgr_cs);
+        return status;
     }
-    return status;
+    s_fs_mgr_cs_up = true;
+    return 0;
 }
 
 uint32_t shutdown() {
@@ -169,15 +191,15 @@ uint32_t shutdown() {
     s_fs_global_marker = nullptr;
     ombr_fs_marker_end(s_fs_marker_lists);
     s_fs_marker_lists = nullptr;
-    ombr_thread_critsec_delete(s_fs_mgr_cs);
-    s_fs_mgr_cs = nullptr;
+    if (s_fs_mgr_cs_up) pthread_mutex_destroy(&s_fs_mgr_cs);
+    s_fs_mgr_cs_up = false;
     ombr_thread_event_delete(s_fs_mgr_event);
     s_fs_mgr_event = nullptr;
     return 0;
 }
 
 uint32_t new_fd(ombr_file *file) {
-    uint32_t status = ombr_thread_critsec_enter(s_fs_mgr_cs);
+    uint32_t status = section_enter();
     if (status != 0) return status;
     file->opener = pthread_self();
     bool slot_passed = false;
@@ -195,13 +217,13 @@ uint32_t new_fd(ombr_file *file) {
         if (!slot_passed) g_fs_num_file_handles += 1;
         add_marker_entries(file);
     }
-    ombr_thread_critsec_leave(s_fs_mgr_cs);
+    section_leave();
     if (status != 0) signal_slot();  // the wake-up this caller used goes on
     return status;
 }
 
 uint32_t acquire_fd(ombr_file *file) {
-    uint32_t status = ombr_thread_critsec_enter(s_fs_mgr_cs);
+    uint32_t status = section_enter();
     if (status != 0) return status;
     if (!file->has_descriptor) {
         status = wait_for_slot();
@@ -211,7 +233,7 @@ uint32_t acquire_fd(ombr_file *file) {
     // while this one waited.
     if (file->has_descriptor) {
         take_use(file);
-        ombr_thread_critsec_leave(s_fs_mgr_cs);
+        section_leave();
         return 0;
     }
     const bool new_slot = !at_limit();
@@ -226,13 +248,13 @@ uint32_t acquire_fd(ombr_file *file) {
             g_fs_num_file_handles -= 1;  // the evicted slot is free after all
         }
     }
-    ombr_thread_critsec_leave(s_fs_mgr_cs);
+    section_leave();
     if (status != 0) signal_slot();
     return status;
 }
 
 uint32_t release_fd(ombr_file *file) {
-    if (ombr_thread_critsec_enter(s_fs_mgr_cs) == 0) {
+    if (section_enter() == 0) {
         if (file->use_count > 0) file->use_count -= 1;
         if (file->use_count == 0) {
             if (file->has_descriptor)
@@ -240,14 +262,14 @@ uint32_t release_fd(ombr_file *file) {
             else
                 list_append(s_fs_open_list, FsList::open, file);
         }
-        ombr_thread_critsec_leave(s_fs_mgr_cs);
+        section_leave();
     }
     signal_slot();
     return 0;
 }
 
 uint32_t close_fd(ombr_file *file) {
-    if (ombr_thread_critsec_enter(s_fs_mgr_cs) != 0) return 0;
+    if (section_enter() != 0) return 0;
     for (fs_marker_entry *e = file->markers; e; e = e->next_in_file) {
         e->closed = 1;
         e->file = nullptr;
@@ -259,7 +281,7 @@ uint32_t close_fd(ombr_file *file) {
     } else {
         list_remove(s_fs_open_list, FsList::open, file);
     }
-    ombr_thread_critsec_leave(s_fs_mgr_cs);
+    section_leave();
     if (had_descriptor) signal_slot();
     return 0;
 }
@@ -271,7 +293,7 @@ uint32_t update_metrics(ombr_file *file, uint32_t bytes_read, uint32_t bytes_wri
     // nothing to count and no need to enter.
     if (!file->markers) return 0;
     const pthread_t self = pthread_self();
-    uint32_t status = ombr_thread_critsec_enter(s_fs_mgr_cs);
+    uint32_t status = section_enter();
     if (status != 0) return status;
     for (fs_marker_entry *e = file->markers; e && pthread_equal(e->thread_id, self); e = e->next_in_file) {
         if (bytes_written != 0) {
@@ -287,26 +309,26 @@ uint32_t update_metrics(ombr_file *file, uint32_t bytes_read, uint32_t bytes_wri
         e->touched = 1;
         e->seeks += seeks;
     }
-    ombr_thread_critsec_leave(s_fs_mgr_cs);
+    section_leave();
     return 0;
 }
 
-uint32_t enter() { return ombr_thread_critsec_enter(s_fs_mgr_cs); }
-void leave() { ombr_thread_critsec_leave(s_fs_mgr_cs); }
+uint32_t enter() { return section_enter(); }
+void leave() { section_leave(); }
 
 Counts counts() {
     Counts c{};
-    if (ombr_thread_critsec_enter(s_fs_mgr_cs) != 0) return c;
+    if (section_enter() != 0) return c;
     c = Counts{g_fs_num_file_handles, s_fs_live_list.count, s_fs_open_list.count};
-    ombr_thread_critsec_leave(s_fs_mgr_cs);
+    section_leave();
     return c;
 }
 
 fs_marker_record *exchange_global_marker(fs_marker_record *marker) {
-    ombr_thread_critsec_enter(s_fs_mgr_cs);
+    section_enter();
     fs_marker_record *previous = s_fs_global_marker;
     s_fs_global_marker = marker;
-    ombr_thread_critsec_leave(s_fs_mgr_cs);
+    section_leave();
     return previous;
 }
 

@@ -289,16 +289,21 @@ OMBR_API uint32_t ombr_thread_event_wait(ombr_event_t ev, uint32_t timeout_ms) {
         }
     }
     status = ev->signalled ? 0 : thread_map_error(rc);
-    if (!ev->manual_reset) ev->signalled = 0;
+    if (!ev->manual_reset) __atomic_store_n(&ev->signalled, 0, __ATOMIC_RELAXED);
     int urc = pthread_mutex_unlock(&ev->mutex);
     return status != 0 ? status : thread_map_error(urc);
 }
 
+// Signalling an auto-reset event that is already set changes nothing: the
+// signals do not add up, and a waiter was woken when it was set. That case
+// skips the lock. `signalled` is written atomically (under the mutex) for
+// this one unlocked read.
 OMBR_API uint32_t ombr_thread_event_signal(ombr_event_t ev) {
     if (!ev) return kBadArg;
+    if (!ev->manual_reset && __atomic_load_n(&ev->signalled, __ATOMIC_ACQUIRE)) return 0;
     uint32_t status = thread_lock_or_report(&ev->mutex);
     if (status != 0) return status;
-    ev->signalled = 1;
+    __atomic_store_n(&ev->signalled, 1, __ATOMIC_RELEASE);
     int rc = ev->manual_reset ? pthread_cond_broadcast(&ev->cond) : pthread_cond_signal(&ev->cond);
     int urc = pthread_mutex_unlock(&ev->mutex);
     return thread_map_error(urc != 0 ? urc : rc);
@@ -307,7 +312,7 @@ OMBR_API uint32_t ombr_thread_event_signal(ombr_event_t ev) {
 OMBR_API uint32_t ombr_thread_event_reset(ombr_event_t ev) {
     if (!ev) return kBadArg;
     if (pthread_mutex_lock(&ev->mutex) != 0) return 0;
-    ev->signalled = 0;
+    __atomic_store_n(&ev->signalled, 0, __ATOMIC_RELAXED);
     pthread_mutex_unlock(&ev->mutex);
     return 0;
 }
