@@ -1,4 +1,4 @@
-// The public HDO functions for nodes, values and copies. Each has one form:
+// The public HDO functions for nodes and values. Each has one form:
 // the init test where needed, the argument tests, the magic test, the
 // node's lock around the internal function, the outputs (with the
 // references they carry), and every failing status through the error hook.
@@ -440,12 +440,4 @@ OMBR_API uint32_t ombr_hdo_value_attribute_enum(ombr_hdo_value_t handle, uint32_
                                                 const char **out_text) {
     if (uint32_t status = check_handle(handle)) return out(status);
     return out(_ombr_hdo_value_attribute_enum(handle->value, index, out_name, out_text));
-}
-
-// ---- Copy -----------------------------------------------------------------------------------
-
-OMBR_API uint32_t ombr_hdo_copy(ombr_hdo_t node, ombr_hdo_t *out_node, uint8_t deep) {
-    if (!node) return 0;
-    if (!out_node) return out(kInvalidArg);
-    return out(locked_call(node, [&] { return _ombr_hdo_copy(node, out_node, deep); }));
 }

@@ -60,3 +60,9 @@ uint32_t _ombr_hdo_copy(hdo_node *source, hdo_node **out_node, uint8_t deep) {
     *out_node = copy;
     return 0;
 }
+
+OMBR_API uint32_t ombr_hdo_copy(ombr_hdo_t node, ombr_hdo_t *out_node, uint8_t deep) {
+    if (!node) return 0;
+    if (!out_node) return out(kInvalidArg);
+    return out(locked_call(node, [&] { return _ombr_hdo_copy(node, out_node, deep); }));
+}

@@ -624,10 +624,9 @@ uint32_t _ombr_hdo_get_child_by_hpath(hdo_node *node, const char *path, hdo_node
 
 namespace {
 
-constexpr const char *kApiUnit = "ombr_hdo_api";
-
 // Node, path and output are required; node and parameter node must be
-// nodes. The start node's lock is held around the query.
+// nodes. The start node's lock is held around the query. Failures are
+// reported with this unit, where the public functions live too.
 template <typename Run>
 uint32_t public_query(hdo_node *node, const char *path, hdo_node *params, const void *output, Run &&run,
                       std::source_location where = std::source_location::current()) {
@@ -638,7 +637,7 @@ uint32_t public_query(hdo_node *node, const char *path, hdo_node *params, const 
         status = kBadMagic;
     else
         status = locked_call(node, run);
-    return ombr::fail(status, kApiUnit, where);
+    return ombr::fail(status, kUnit, where);
 }
 
 }  // namespace

@@ -17,13 +17,9 @@ using namespace ombr::hdo;
 namespace {
 
 constexpr const char *kUnit = "ombr_hdo_xml";
-constexpr const char *kApiUnit = "ombr_hdo_api";
 
 uint32_t out(uint32_t status, std::source_location where = std::source_location::current()) {
     return ombr::fail(status, kUnit, where);
-}
-uint32_t api_out(uint32_t status, std::source_location where = std::source_location::current()) {
-    return ombr::fail(status, kApiUnit, where);
 }
 
 // ---- HDO to XML --------------------------------------------------------------------------
@@ -299,32 +295,32 @@ uint32_t _ombr_hdo_from_xml(const char *text, ombr_iostream_t stream, hdo_node *
 
 OMBR_API uint32_t ombr_hdo_to_xml(ombr_hdo_t node, const char *root_name, uint8_t header, uint8_t pretty,
                                   char **out_text) {
-    return api_out(_ombr_hdo_to_xml_buf(node, root_name, header, pretty, out_text, nullptr));
+    return out(_ombr_hdo_to_xml_buf(node, root_name, header, pretty, out_text, nullptr));
 }
 
 OMBR_API uint32_t ombr_hdo_to_xml_buf(ombr_hdo_t node, const char *root_name, uint8_t header, uint8_t pretty,
                                       char **out_text, uint32_t *out_length) {
-    return api_out(_ombr_hdo_to_xml_buf(node, root_name, header, pretty, out_text, out_length));
+    return out(_ombr_hdo_to_xml_buf(node, root_name, header, pretty, out_text, out_length));
 }
 
 OMBR_API uint32_t ombr_hdo_from_xml(const char *text, ombr_hdo_t *out_node, char **out_root_name) {
-    if (initialized() && !text) return api_out(kInvalidArg);
-    return api_out(_ombr_hdo_from_xml(text, nullptr, out_node, out_root_name));
+    if (initialized() && !text) return out(kInvalidArg);
+    return out(_ombr_hdo_from_xml(text, nullptr, out_node, out_root_name));
 }
 
 OMBR_API uint32_t ombr_hdo_from_xml_stream(ombr_iostream_t stream, ombr_hdo_t *out_node, char **out_root_name) {
-    if (initialized() && !stream) return api_out(kInvalidArg);
-    return api_out(_ombr_hdo_from_xml(nullptr, stream, out_node, out_root_name));
+    if (initialized() && !stream) return out(kInvalidArg);
+    return out(_ombr_hdo_from_xml(nullptr, stream, out_node, out_root_name));
 }
 
 OMBR_API uint32_t ombr_hdo_free_xml(char *text) {
-    if (!initialized()) return api_out(kNotInitialized);
+    if (!initialized()) return out(kNotInitialized);
     ombr_memory_free(text);
     return 0;
 }
 
 OMBR_API uint32_t ombr_hdo_free_xml_buf(char *text) {
-    if (!initialized()) return api_out(kNotInitialized);
+    if (!initialized()) return out(kNotInitialized);
     ombr_memory_free(text);
     return 0;
 }

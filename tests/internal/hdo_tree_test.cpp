@@ -1,6 +1,7 @@
 // HDO trees: the tree counter and life of a tree as one, children and
 // attributes, flags, statuses and the error hook, depth bound, and every
 // allocation of tree building failing in turn.
+#include <string>
 #include <vector>
 
 #include "hdo_test_support.h"
@@ -364,6 +365,15 @@ TEST_F(HdoTree, FailuresGoThroughTheErrorHookSoftStatusesDoNot) {
     ASSERT_EQ(log.errors.size(), 2u);
     EXPECT_EQ(log.errors[0].unit, "ombr_hdo_node");
     EXPECT_EQ(log.errors[1].unit, "ombr_hdo_api");
+    // The path, copy and XML functions report with their own units.
+    log.errors.clear();
+    const char *text = nullptr;
+    EXPECT_EQ(ombr_hdo_get_string_by_hpath(node, nullptr, nullptr, 0, &text), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_copy(node, nullptr, 1), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_to_xml(node, "r", 0, 0, nullptr), OMBR_HDO_INVALID_ARG);
+    std::vector<std::string> units;
+    for (const LogRecord &r : log.errors) units.push_back(r.unit);
+    EXPECT_EQ(units, (std::vector<std::string>{"ombr_hdo_hpath", "ombr_hdo_copy", "ombr_hdo_xml", "ombr_hdo_xml"}));
     // What the hook returns is what the caller gets.
     log.error_override = 0x90110999u;
     EXPECT_EQ(ombr_hdo_create(nullptr), 0x90110999u);
