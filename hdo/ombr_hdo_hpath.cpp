@@ -598,26 +598,32 @@ uint32_t _ombr_hdo_get_string_by_hpath(hdo_node *node, const char *path, hdo_nod
     return 0;
 }
 
-uint32_t _ombr_hdo_get_value_by_hpath(hdo_node *node, const char *path, hdo_node *params, uint32_t ordinal,
-                                      hdo_value **out_value) {
-    if (!node || !path || !out_value) return out(kInvalidArg);
+namespace {
+
+// A query for one result of a kind: a value or a child. A query that
+// succeeds without one gives 0x90110366.
+template <typename Result>
+uint32_t single_result(hdo_node *node, const char *path, hdo_node *params, uint32_t ordinal, Result *out_result,
+                       Result hpath_query::*field) {
+    if (!node || !path || !out_result) return out(kInvalidArg);
     TopQuery top;
     const uint32_t status = top.run(node, path, params, ordinal + 1);
     if (status) return out(status);
-    if (!top.query.value) return out(kBadPath);
-    *out_value = top.query.value;
+    if (!(top.query.*field)) return out(kBadPath);
+    *out_result = top.query.*field;
     return 0;
+}
+
+}  // namespace
+
+uint32_t _ombr_hdo_get_value_by_hpath(hdo_node *node, const char *path, hdo_node *params, uint32_t ordinal,
+                                      hdo_value **out_value) {
+    return single_result(node, path, params, ordinal, out_value, &hpath_query::value);
 }
 
 uint32_t _ombr_hdo_get_child_by_hpath(hdo_node *node, const char *path, hdo_node *params, uint32_t ordinal,
                                       hdo_node **out_child) {
-    if (!node || !path || !out_child) return out(kInvalidArg);
-    TopQuery top;
-    const uint32_t status = top.run(node, path, params, ordinal + 1);
-    if (status) return out(status);
-    if (!top.query.child) return out(kBadPath);
-    *out_child = top.query.child;
-    return 0;
+    return single_result(node, path, params, ordinal, out_child, &hpath_query::child);
 }
 
 // ---- Public functions -------------------------------------------------------------------------

@@ -133,6 +133,11 @@ inline void set_parent(hdo_node *node, hdo_node *parent) { __atomic_store_n(&nod
 uint32_t checked_node(void *entry, uint32_t size, hdo_node **out_node);
 uint32_t checked_value(void *entry, uint32_t size, hdo_value **out_value);
 
+// The count of a children or values table: with no name, all entries less
+// the hidden ones (never below 0); with a name, its entries, hidden ones
+// included; no table, 0.
+uint32_t count_entries(ombr_hashtable_t table, const char *name, uint32_t hidden, uint32_t *out_count);
+
 }  // namespace ombr::hdo
 
 // ---- Nodes (ombr_hdo_node) ----------------------------------------------------------

@@ -27,59 +27,50 @@ void move_references(const hdo_node *node, uint32_t *to, uint32_t *from) {
     if (from) ombr_atomic_add(from, 0u - node->ref_count);
 }
 
+// Runs work(child) on each child of a node, by position, with the child's
+// lock held inside the parent's (which the caller holds); stops at the
+// first failure.
+template <typename Work>
+uint32_t for_each_child(hdo_node *node, Work &&work) {
+    if (!node->children) return 0;
+    uint32_t count = 0;
+    if (uint32_t status = ombr_hashtable_count(node->children, &count)) return status;
+    for (uint32_t position = 0; position < count; ++position) {
+        void *entry = nullptr;
+        uint32_t size = 0;
+        uint32_t status = ombr_hashtable_value_get(node->children, position, nullptr, &entry, &size);
+        if (status == kTableEnd) break;
+        hdo_node *child = nullptr;
+        if (status || (status = checked_node(entry, size, &child))) return status;
+        LockGuard guard(child->lock);
+        if ((status = guard.status()) || (status = work(child))) return status;
+    }
+    return 0;
+}
+
 // Gives the node and its descendants the counter `word`, moving each
 // node's references over from `old_word`. The caller holds the node's lock;
 // each child is locked inside its parent.
 uint32_t _hdo_setchildnode_treeref(hdo_node *node, uint32_t *word, uint32_t *old_word) {
     node->tree_ref = word;
     move_references(node, word, old_word);
-    if (!node->children) return 0;
-    uint32_t count = 0;
-    if (uint32_t status = ombr_hashtable_count(node->children, &count)) return out(status);
-    for (uint32_t position = 0; position < count; ++position) {
-        void *entry = nullptr;
-        uint32_t size = 0;
-        uint32_t status = ombr_hashtable_value_get(node->children, position, nullptr, &entry, &size);
-        if (status == kTableEnd) break;
-        if (status) return out(status);
-        hdo_node *child = nullptr;
-        if ((status = checked_node(entry, size, &child))) return out(status);
-        LockGuard guard(child->lock);
-        if (guard.status()) return out(guard.status());
-        if ((status = _hdo_setchildnode_treeref(child, word, old_word))) return out(status);
-    }
-    return 0;
+    return out(for_each_child(node, [&](hdo_node *child) { return _hdo_setchildnode_treeref(child, word, old_word); }));
 }
 
 // Levels below the node, counted up to `limit` + 1 at most. Locks each
 // child inside its parent.
 uint32_t node_height(hdo_node *node, uint32_t limit, uint32_t *out_height) {
-    *out_height = 0;
-    if (!node->children) return 0;
-    uint32_t count = 0;
-    if (uint32_t status = ombr_hashtable_count(node->children, &count)) return status;
-    if (count == 0) return 0;
-    if (limit == 0) {
-        *out_height = 1;
-        return 0;
-    }
-    uint32_t height = 1;
-    for (uint32_t position = 0; position < count && height <= limit; ++position) {
-        void *entry = nullptr;
-        uint32_t size = 0;
-        uint32_t status = ombr_hashtable_value_get(node->children, position, nullptr, &entry, &size);
-        if (status == kTableEnd) break;
-        if (status) return status;
-        hdo_node *child = nullptr;
-        if ((status = checked_node(entry, size, &child))) return status;
-        LockGuard guard(child->lock);
-        if (guard.status()) return guard.status();
+    uint32_t height = 0;
+    const uint32_t status = for_each_child(node, [&](hdo_node *child) -> uint32_t {
+        if (height == 0) height = 1;
+        if (limit == 0) return 0;
         uint32_t below = 0;
-        if ((status = node_height(child, limit - 1, &below))) return status;
+        if (uint32_t failed = node_height(child, limit - 1, &below)) return failed;
         if (below + 1 > height) height = below + 1;
-    }
+        return 0;
+    });
     *out_height = height;
-    return 0;
+    return status;
 }
 
 // Takes a child that has already left its parent's table out of the
@@ -128,6 +119,20 @@ uint32_t ombr::hdo::checked_node(void *entry, uint32_t size, hdo_node **out_node
     auto *node = static_cast<hdo_node *>(entry);
     if (size != kEntryTag || !node || node->magic != kNodeMagic) return kCorruptEntry;
     *out_node = node;
+    return 0;
+}
+
+uint32_t ombr::hdo::count_entries(ombr_hashtable_t table, const char *name, uint32_t hidden, uint32_t *out_count) {
+    uint32_t count = 0;
+    if (table) {
+        if (name && *name) {
+            if (uint32_t status = ombr_hashtable_value_count(table, name, &count)) return status;
+        } else {
+            if (uint32_t status = ombr_hashtable_count(table, &count)) return status;
+            count = count > hidden ? count - hidden : 0;
+        }
+    }
+    *out_count = count;
     return 0;
 }
 
@@ -214,20 +219,8 @@ uint32_t _ombr_hdo_set_flags(hdo_node *node, uint32_t mask, uint32_t bits) {
     LockGuard guard(node->lock);
     if (guard.status()) return out(guard.status());
     node->flags = (node->flags & ~mask) | (bits & mask);
-    if (node->children) {
-        uint32_t count = 0;
-        if (uint32_t status = ombr_hashtable_count(node->children, &count)) return out(status);
-        for (uint32_t position = 0; position < count; ++position) {
-            void *entry = nullptr;
-            uint32_t size = 0;
-            uint32_t status = ombr_hashtable_value_get(node->children, position, nullptr, &entry, &size);
-            if (status == kTableEnd) break;
-            hdo_node *child = nullptr;
-            if (status == 0) status = checked_node(entry, size, &child);
-            if (status == 0) status = _ombr_hdo_set_flags(child, mask, bits);
-            if (status) return out(status);
-        }
-    }
+    if (uint32_t status = for_each_child(node, [&](hdo_node *child) { return _ombr_hdo_set_flags(child, mask, bits); }))
+        return out(status);
     return out(guard.release());
 }
 
@@ -380,10 +373,9 @@ uint32_t _ombr_hdo_child_get(hdo_node *node, const char *key, uint32_t ordinal, 
     if (!node->children) return kNotFound;
     void *entry = nullptr;
     uint32_t size = 0;
-    uint32_t status = ombr_hashtable_value_find_ex(node->children, key, ordinal, &entry, &size);
     hdo_node *child = nullptr;
-    if (status == 0) status = checked_node(entry, size, &child);
-    if (status) return out(status);
+    uint32_t status = ombr_hashtable_value_find_ex(node->children, key, ordinal, &entry, &size);
+    if (status || (status = checked_node(entry, size, &child))) return out(status);
     *out_child = child;
     return out(guard.release());
 }
@@ -396,10 +388,9 @@ uint32_t _ombr_hdo_child_remove(hdo_node *node, const char *key, uint32_t ordina
     if (!word) return out(kNoMemory);
     void *entry = nullptr;
     uint32_t size = 0;
-    uint32_t status = ombr_hashtable_value_remove_ex(node->children, key, ordinal, &entry, &size);
     hdo_node *child = nullptr;
-    if (status == 0) status = checked_node(entry, size, &child);
-    if (status) {
+    uint32_t status = ombr_hashtable_value_remove_ex(node->children, key, ordinal, &entry, &size);
+    if (status || (status = checked_node(entry, size, &child))) {
         ombr_memory_free(word);
         return out(status);
     }
@@ -415,18 +406,7 @@ uint32_t _ombr_hdo_child_remove(hdo_node *node, const char *key, uint32_t ordina
 uint32_t _ombr_hdo_child_count(hdo_node *node, const char *key, uint32_t *out_count) {
     LockGuard guard(node->lock);
     if (guard.status()) return out(guard.status());
-    uint32_t count = 0;
-    if (node->children) {
-        uint32_t status = 0;
-        if (!key || !*key) {
-            status = ombr_hashtable_count(node->children, &count);
-            count = count > node->hidden_children ? count - node->hidden_children : 0;
-        } else {
-            status = ombr_hashtable_value_count(node->children, key, &count);
-        }
-        if (status) return out(status);
-    }
-    *out_count = count;
+    if (uint32_t status = count_entries(node->children, key, node->hidden_children, out_count)) return out(status);
     return out(guard.release());
 }
 

@@ -369,18 +369,7 @@ uint32_t _ombr_hdo_value_remove(hdo_node *node, const char *name, uint32_t ordin
 uint32_t _ombr_hdo_value_count(hdo_node *node, const char *name, uint32_t *out_count) {
     LockGuard guard(node->lock);
     if (guard.status()) return out(guard.status());
-    uint32_t count = 0;
-    if (node->values) {
-        uint32_t status = 0;
-        if (!name || !*name) {
-            status = ombr_hashtable_count(node->values, &count);
-            count = count > node->hidden_values ? count - node->hidden_values : 0;
-        } else {
-            status = ombr_hashtable_value_count(node->values, name, &count);
-        }
-        if (status) return out(status);
-    }
-    *out_count = count;
+    if (uint32_t status = count_entries(node->values, name, node->hidden_values, out_count)) return out(status);
     return out(guard.release());
 }
 
