@@ -54,6 +54,9 @@ uint32_t _cantrix_map_error(uint32_t status);
 uint32_t _cantrix_clear_query(cantrix_query *query);
 uint32_t _cantrix_free_query(cantrix_query *query);
 uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer, uint32_t size);
+uint32_t _cantrix_create_fp_query_str(cantrix_query *query);
+uint32_t _cantrix_fingerprint_generated(void *query, uint32_t ignored, void *block);
+void _cantrix_fingerprint_vector_delete(uintptr_t block);
 }
 
 namespace cantrix {
@@ -76,6 +79,24 @@ constexpr uint32_t kInvalidToc = 0x908100C4u;
 constexpr uint32_t kNoSuitableInput = 0x908101A4u;
 constexpr uint32_t kBadManager = 0x90810320u;
 constexpr uint32_t kInvalidUtf8 = 0x908103A0u;
+
+// Fingerprint kinds: the generator's algorithm number, and whether the text
+// is an XML description with algorithm data (sent as fpx data with the
+// algorithm's name and version) or opaque (sent as tvx data).
+struct FingerprintKind {
+    const char *name;
+    uint32_t algorithm;
+    bool xml;
+};
+inline constexpr FingerprintKind kFingerprintKinds[] = {
+    {ZELTO_CANTRIX_FP_TVX, 1, false},     {ZELTO_CANTRIX_FP_FILE, 1, false},
+    {ZELTO_CANTRIX_FP_ZFPX, 3, true},     {ZELTO_CANTRIX_FP_3STREAM, 3, true},
+    {ZELTO_CANTRIX_FP_6STREAM, 5, true},
+};
+
+// The row of a kind text, with case (`ignore_case` 0) or without; null if
+// the text is no kind.
+const FingerprintKind *find_fingerprint_kind(const char *name, uint32_t ignore_case);
 
 // The module's bring-up lock record, for tests of its reset.
 const ombr_spinlock_t *module_init_lock();

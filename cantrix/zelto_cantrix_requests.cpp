@@ -294,11 +294,10 @@ extern "C" uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t ki
     if (!query || !out_response) return requests_fail(kInvalidArg);
     return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
         const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : nullptr;
-        auto is_kind = [&](const char *name) { return ombr_string_equal(query->fp_kind, name, 1); };
+        const FingerprintKind *fp_kind = find_fingerprint_kind(query->fp_kind, 1);
         uint32_t s = 0;
         const char *data_key = nullptr;
-        if (is_kind("zelto_cantrix_fp_zfpx") || is_kind("zelto_cantrix_fp_3stream") ||
-            is_kind("zelto_cantrix_fp_6stream")) {
+        if (fp_kind && fp_kind->xml) {
             data_key = "zelto_lookup_data_fpx_querydata";
             if (type) s = lookup->lookup_request_add(request, type, kRequestId, "audio-block", 1);
             if (s == 0)
@@ -307,7 +306,7 @@ extern "C" uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t ki
             if (s == 0)
                 s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_fpx_algver",
                                                     query->fp_algorithm_version, 1);
-        } else if (is_kind("zelto_cantrix_fp_tvx") || is_kind("zelto_cantrix_fp_file")) {
+        } else if (fp_kind) {
             data_key = "zelto_lookup_data_tvx_querydata";
             if (type) s = lookup->lookup_request_add(request, type, kRequestId, "cnx", 0);
         } else {

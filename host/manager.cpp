@@ -43,7 +43,8 @@ Registry &registry() {
         reg->services["_zelto_rvo_interface"].table = host::rvo_table();
         reg->services["_zelto_listmanager_interface"].table = host::lists_table();
         reg->services["_zelto_serialization_interface"].table = host::serialization_table();
-        // No signal-processing service: "_zelto_dsp_interface" stays absent.
+        // Signal processing exists only in a host built with Chromaprint.
+        if (const void *dsp = host::dsp_table()) reg->services["_zelto_dsp_interface"].table = dsp;
         reg->services[kLookupService].by_mode = true;
         return reg;
     }();

@@ -123,6 +123,20 @@ typedef struct zelto_serialization_interface {
     uint32_t (*serial_free)(void *data);
 } zelto_serialization_interface;
 
+/* Serial form of a fingerprint: this prefix, then the serialisation
+ * service's text of the fingerprint's XML description (see serial_decode). */
+#define ZELTO_ZTFP_SERIAL_PREFIX "ZTFP"
+
+/* Sample format numbers of dsp_generator_create, by bits per sample. */
+#define ZELTO_DSP_FORMAT_S8 1u
+#define ZELTO_DSP_FORMAT_S16 2u
+#define ZELTO_DSP_FORMAT_S32 3u
+
+/* Keys of dsp_generator_info: decimal texts with the number of blocks that
+ * a useful and a full-length fingerprint need. */
+#define ZELTO_DSP_INFO_MINBLOCKREQ "zelto_dsp_info_minblockreq"
+#define ZELTO_DSP_INFO_MAXBLOCKREQ "zelto_dsp_info_maxblockreq"
+
 typedef void *zelto_dsp_generator;
 /* Block callback of a generator: (callback data, ignored word, block). */
 typedef uint32_t (*zelto_dsp_block_callback)(void *callback_data, uint32_t ignored, void *block);
