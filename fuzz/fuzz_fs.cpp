@@ -177,6 +177,7 @@ void operations(const uint8_t *data, size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > 4096) return 0;
+    session();  // the package is up before the blocks are counted
     const int64_t blocks = zelto_manager_memory_live_blocks();
     if (data[0] % 2 == 0)
         lines(data + 1, size - 1);
