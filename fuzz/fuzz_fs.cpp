@@ -41,6 +41,10 @@ struct Session {
         check(mkdtemp(pattern) != nullptr);
         dir = pattern;
     }
+    ~Session() {
+        for (int i = 0; i < 4; ++i) unlink(path(i).c_str());
+        rmdir(dir.c_str());
+    }
     std::string path(int i) const { return dir + "/f" + std::to_string(i); }
 };
 
