@@ -76,10 +76,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             // A text of the tree is the same each time (a literal's text,
             // freed with its query, is not compared).
             uint32_t type = 0;
-            const char *data = nullptr;
+            const char *stored = nullptr;
             ombr_hdo_value_gettype(handle, &type);
-            if (type == OMBR_HDO_VALUE_STRING) ombr_hdo_value_getdata_string(handle, &data);
-            if (data && text == data && again != data) broken("two evaluations disagree on the text", path);
+            if (type == OMBR_HDO_VALUE_STRING) ombr_hdo_value_getdata_string(handle, &stored);
+            if (stored && text == stored && again != stored) broken("two evaluations disagree on the text", path);
             ombr_hdo_value_release(handle);
         }
         ombr_hdo_t child = nullptr;
