@@ -60,8 +60,9 @@ OMBR_API uint32_t ombr_fs_option_get(const char *key, const char **out_value);
 
 typedef struct ombr_file *ombr_file_t;
 
-/* Open flags. One of read, write and append is required; read with write
- * or append opens for both. */
+/* Open flags. One of read, write and append is required (a reserved name
+ * opens its standard stream whatever the flags); read with write or append
+ * opens for both. */
 #define OMBR_FS_FLAG_READ 0x01u
 #define OMBR_FS_FLAG_WRITE 0x02u
 #define OMBR_FS_FLAG_APPEND 0x04u
