@@ -275,8 +275,9 @@ OMBR_API uint32_t ombr_fs_file_read_at(ombr_file_t file, uint64_t offset, void *
 // end the buffer's last byte becomes 0 and the position moves by size - 1,
 // whatever was read; bytes after the data are left as they were.
 OMBR_API uint32_t ombr_fs_file_read_line(ombr_file_t file, char *buffer, uint32_t size) {
-    if (!buffer || size == 0) return kBadArg;
+    if (!buffer) return kBadArg;
     return with_descriptor(file, [&](int fd) {
+        // Size 0 reads nothing, which is the end of data.
         ssize_t n = retry_eintr([&] { return pread(fd, buffer, size, static_cast<off_t>(file->position)); });
         if (n < 0) return ombr::fs_map_error(errno);
         if (n == 0) return OMBR_FS_ERR_END_OF_DATA;
@@ -298,7 +299,7 @@ OMBR_API uint32_t ombr_fs_file_read_line(ombr_file_t file, char *buffer, uint32_
 }
 
 OMBR_API uint32_t ombr_fs_file_write(ombr_file_t file, const void *buffer, uint32_t size, uint32_t *out_written) {
-    if ((!buffer && size != 0) || !out_written) return kBadArg;
+    if (!buffer || !out_written) return kBadArg;
     return with_descriptor(file, [&](int fd) {
         ssize_t n = file->is_regular
                         ? retry_eintr([&] { return pwrite(fd, buffer, size, static_cast<off_t>(file->position)); })
@@ -332,7 +333,7 @@ OMBR_API uint32_t ombr_fs_file_vwrite(ombr_file_t file, const char *format, va_l
 
 OMBR_API uint32_t ombr_fs_file_write_at(ombr_file_t file, uint64_t offset, const void *buffer, uint32_t size,
                                         uint32_t *out_written) {
-    if ((!buffer && size != 0) || !out_written) return kBadArg;
+    if (!buffer || !out_written) return kBadArg;
     return with_descriptor(file, [&](int fd) {
         ssize_t n = retry_eintr([&] { return pwrite(fd, buffer, size, static_cast<off_t>(offset)); });
         if (n < 0) return ombr::fs_map_error(errno);

@@ -123,7 +123,12 @@ TEST_F(FsTest, NullArgumentsOfFileOperations) {
     EXPECT_EQ(ombr_fs_file_read(f, b, 4, nullptr), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_write(f, b, 4, nullptr), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_write_at(nullptr, 0, b, 4, &n), 0x90030001u);
-    EXPECT_EQ(ombr_fs_file_read_line(f, b, 0), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_read_line(f, nullptr, 4), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_read_line(f, b, 0), 0x90030049u);  // reads nothing: the end
+    // A null buffer is refused even for 0 bytes.
+    EXPECT_EQ(ombr_fs_file_write(f, nullptr, 0, &n), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_write_at(f, 0, nullptr, 0, &n), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_write_to_file(path("n").c_str(), nullptr, 0, 0), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_get_position(f, nullptr), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_size(nullptr, &v), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_get_eof(f, nullptr), 0x90030001u);
