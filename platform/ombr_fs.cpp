@@ -191,8 +191,10 @@ uint32_t ombr::fs_reopen_internal(ombr_file *file) {
 
 OMBR_API uint32_t ombr_fs_file_open(const char *name, uint32_t flags, uint32_t attributes, ombr_file_t *out_file) {
     if (s_fs.initialized == 0) return OMBR_FS_ERR_NOT_INITIALIZED;
-    if (!name || !out_file || (flags & kAccessFlags) == 0) return kBadArg;
-    if (name[0] == 0) return OMBR_FS_ERR_BAD_NAME;
+    if (!name || !out_file) return kBadArg;
+    // The flags matter only for a named file: a standard stream opens
+    // whatever they say. Checked here as well, before a slot is taken.
+    if ((flags & kAccessFlags) == 0 && !ombr::fs_is_reserved_name(name)) return kBadArg;
     const uint32_t name_size = ombr_string_bytelen(name);  // with the terminator
     auto *file = static_cast<ombr_file *>(ombr_memory_alloc(sizeof(ombr_file) + name_size));
     if (!file) return OMBR_FS_ERR_NO_MEMORY;
@@ -247,7 +249,7 @@ OMBR_API uint32_t ombr_fs_file_read(ombr_file_t file, void *buffer, uint32_t siz
                         : retry_eintr([&] { return read(fd, buffer, size); });
         if (n < 0) return ombr::fs_map_error(errno);
         file->position += static_cast<uint64_t>(n);
-        if (n == 0 && size != 0) file->at_eof = 1;
+        if (n == 0) file->at_eof = 1;
         ombr::fsmgr::update_metrics(file, static_cast<uint32_t>(n), 0, 0);
         *out_got = static_cast<uint32_t>(n);
         return 0u;
@@ -273,8 +275,9 @@ OMBR_API uint32_t ombr_fs_file_read_at(ombr_file_t file, uint64_t offset, void *
 // end the buffer's last byte becomes 0 and the position moves by size - 1,
 // whatever was read; bytes after the data are left as they were.
 OMBR_API uint32_t ombr_fs_file_read_line(ombr_file_t file, char *buffer, uint32_t size) {
-    if (!buffer || size == 0) return kBadArg;
+    if (!buffer) return kBadArg;
     return with_descriptor(file, [&](int fd) {
+        // Size 0 reads nothing, which is the end of data.
         ssize_t n = retry_eintr([&] { return pread(fd, buffer, size, static_cast<off_t>(file->position)); });
         if (n < 0) return ombr::fs_map_error(errno);
         if (n == 0) return OMBR_FS_ERR_END_OF_DATA;
@@ -296,7 +299,7 @@ OMBR_API uint32_t ombr_fs_file_read_line(ombr_file_t file, char *buffer, uint32_
 }
 
 OMBR_API uint32_t ombr_fs_file_write(ombr_file_t file, const void *buffer, uint32_t size, uint32_t *out_written) {
-    if ((!buffer && size != 0) || !out_written) return kBadArg;
+    if (!buffer || !out_written) return kBadArg;
     return with_descriptor(file, [&](int fd) {
         ssize_t n = file->is_regular
                         ? retry_eintr([&] { return pwrite(fd, buffer, size, static_cast<off_t>(file->position)); })
@@ -330,7 +333,7 @@ OMBR_API uint32_t ombr_fs_file_vwrite(ombr_file_t file, const char *format, va_l
 
 OMBR_API uint32_t ombr_fs_file_write_at(ombr_file_t file, uint64_t offset, const void *buffer, uint32_t size,
                                         uint32_t *out_written) {
-    if ((!buffer && size != 0) || !out_written) return kBadArg;
+    if (!buffer || !out_written) return kBadArg;
     return with_descriptor(file, [&](int fd) {
         ssize_t n = retry_eintr([&] { return pwrite(fd, buffer, size, static_cast<off_t>(offset)); });
         if (n < 0) return ombr::fs_map_error(errno);
@@ -379,7 +382,7 @@ OMBR_API uint32_t ombr_fs_file_get_eof(ombr_file_t file, uint8_t *out_eof) {
     if (!out_eof) return kBadArg;
     return with_descriptor(file, [&](int fd) {
         bool eof = file->at_eof != 0;
-        if (!eof && file->is_regular) {
+        if (!eof) {
             struct stat st{};
             uint32_t status = fstat_of(fd, &st);
             if (status != 0) return status;

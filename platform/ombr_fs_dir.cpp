@@ -10,6 +10,7 @@
 
 #include "ombr/ombr_fs.h"
 #include "ombr/ombr_string.h"
+#include "ombr/ombr_string_printf.h"
 #include "platform/ombr_frame.h"
 #include "platform/ombr_fs_internal.h"
 
@@ -39,28 +40,15 @@ uint32_t type_of_mode(mode_t mode) {
     return OMBR_FS_TYPE_OTHER;
 }
 
-uint32_t type_of_dirent(unsigned char d_type) {
-    switch (d_type) {
-        case DT_DIR: return OMBR_FS_TYPE_DIRECTORY;
-        case DT_REG: return OMBR_FS_TYPE_REGULAR;
-        case DT_LNK: return OMBR_FS_TYPE_LINK;
-        default: return OMBR_FS_TYPE_OTHER;
-    }
-}
-
-// The entry's type from lstat of "path/name" (a link reports itself). A
-// joined path that does not fit in 260 bytes falls back to the type the
-// directory listing gives.
-uint32_t entry_type(ombr_dir *dir, unsigned char d_type) {
+// The entry's type from stat of "path/name" rendered into 260 bytes: stat
+// follows links, so a link reports what it points to (and a dangling one
+// 0), and a joined path cut at 259 bytes names something else, usually
+// nothing, which is 0 as well.
+uint32_t entry_type(ombr_dir *dir) {
     char joined[kTypePathSize];
-    const uint32_t path_size = ombr_string_bytelen_nonull(dir->path());
-    const uint32_t name_size = ombr_string_bytelen_nonull(dir->entry);
-    if (path_size + 1 + name_size + 1 > sizeof joined) return type_of_dirent(d_type);
-    ombr_memory_memcpy(joined, dir->path(), path_size);
-    joined[path_size] = '/';
-    ombr_memory_memcpy(joined + path_size + 1, dir->entry, name_size + 1);
+    ombr_string_snprintf(joined, sizeof joined, "%s%c%s", dir->path(), '/', dir->entry);
     struct stat st{};
-    return lstat(joined, &st) == 0 ? type_of_mode(st.st_mode) : OMBR_FS_TYPE_OTHER;
+    return stat(joined, &st) == 0 ? type_of_mode(st.st_mode) : OMBR_FS_TYPE_OTHER;
 }
 
 }  // namespace
@@ -111,7 +99,7 @@ OMBR_API uint32_t ombr_fs_dir_next_entry(ombr_dir_t dir, const char **out_name, 
     ombr_memory_memcpy(dir->entry, entry->d_name, size);
     dir->entry[sizeof dir->entry - 1] = 0;
     *out_name = dir->entry;
-    if (out_type) *out_type = entry_type(dir, entry->d_type);
+    if (out_type) *out_type = entry_type(dir);
     return 0;
 }
 

@@ -155,7 +155,7 @@ OMBR_API uint32_t ombr_fs_file_rename(const char *old_name, const char *new_name
 
 // A write shorter than the data is reported as a full disk.
 OMBR_API uint32_t ombr_fs_file_write_to_file(const char *name, const void *data, uint32_t size, uint8_t append) {
-    if (!name || (!data && size != 0)) return kBadArg;
+    if (!name || !data) return kBadArg;
     const uint32_t flags = append ? OMBR_FS_FLAG_APPEND | OMBR_FS_FLAG_CREATE
                                   : OMBR_FS_FLAG_WRITE | OMBR_FS_FLAG_CREATE | OMBR_FS_FLAG_TRUNCATE;
     FileGuard file;

@@ -286,9 +286,11 @@ OMBR_API uint32_t ombr_thread_wait_and_cleanup(ombr_thread_t handle, uint32_t ti
     return thread_map_error(rc);
 }
 
+// A sleep that fails (a signal cut it short) reports the system call's
+// result, -1, through the map: the unknown system error, not EINTR's status.
 OMBR_API uint32_t ombr_thread_sleep(uint32_t milliseconds) {
     timespec delay{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
-    return nanosleep(&delay, nullptr) == 0 ? 0 : thread_map_error(errno);
+    return thread_map_error(nanosleep(&delay, nullptr));
 }
 
 OMBR_API uint32_t ombr_thread_get_id(ombr_thread_t handle, ombr_thread_id_t *out_id) {

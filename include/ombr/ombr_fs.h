@@ -60,8 +60,9 @@ OMBR_API uint32_t ombr_fs_option_get(const char *key, const char **out_value);
 
 typedef struct ombr_file *ombr_file_t;
 
-/* Open flags. One of read, write and append is required; read with write
- * or append opens for both. */
+/* Open flags. One of read, write and append is required (a reserved name
+ * opens its standard stream whatever the flags); read with write or append
+ * opens for both. */
 #define OMBR_FS_FLAG_READ 0x01u
 #define OMBR_FS_FLAG_WRITE 0x02u
 #define OMBR_FS_FLAG_APPEND 0x04u
@@ -137,7 +138,9 @@ OMBR_API uint32_t ombr_fs_file_copy(const char *source, const char *destination,
 
 typedef struct ombr_dir *ombr_dir_t;
 
-/* Entry types of ombr_fs_dir_next_entry. */
+/* Entry types of ombr_fs_dir_next_entry, from stat of "path/name" rendered
+ * in 260 bytes: stat follows links, so a link reports its target, and an
+ * entry whose joined path does not fit (or a dangling link) is OTHER. */
 #define OMBR_FS_TYPE_OTHER 0u
 #define OMBR_FS_TYPE_DIRECTORY 4u
 #define OMBR_FS_TYPE_REGULAR 8u

@@ -1,6 +1,7 @@
 // Threads, names, the per-thread store and events, with their waits.
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -135,6 +136,30 @@ TEST_F(ThreadTest, SleepWaitsAtLeastThatLong) {
     EXPECT_EQ(ombr_thread_sleep(30), 0u);
     EXPECT_GE(elapsed_ms(start), 30);
     EXPECT_EQ(ombr_thread_sleep(0), 0u);
+}
+
+// A sleep cut short by a signal reports the system call's result, -1,
+// through the thread map: the unknown system error.
+TEST_F(ThreadTest, SleepInterruptedBySignal) {
+    struct sigaction quiet{}, saved{};
+    quiet.sa_handler = [](int) {};
+    sigemptyset(&quiet.sa_mask);
+    ASSERT_EQ(sigaction(SIGUSR1, &quiet, &saved), 0);
+    std::atomic<uint32_t> status{1};
+    std::atomic<bool> done{false};
+    auto start = Clock::now();
+    std::thread sleeper([&] {
+        status = ombr_thread_sleep(20000);
+        done = true;
+    });
+    while (!done) {
+        pthread_kill(sleeper.native_handle(), SIGUSR1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    sleeper.join();
+    sigaction(SIGUSR1, &saved, nullptr);
+    EXPECT_EQ(status.load(), 0x9002003Eu);
+    EXPECT_LT(elapsed_ms(start), 10000);
 }
 
 TEST_F(ThreadTest, EveryAllocationFailureOfThreadCreation) {

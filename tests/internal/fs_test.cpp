@@ -47,7 +47,8 @@ TEST_F(FsTest, OpenRefusesBadArgumentsAndNames) {
     // Neither read, write nor append.
     EXPECT_EQ(ombr_fs_file_open(path("a").c_str(), OMBR_FS_FLAG_CREATE | OMBR_FS_FLAG_TRUNCATE, kAttrRW, &f),
               0x90030001u);
-    EXPECT_EQ(ombr_fs_file_open("", OMBR_FS_FLAG_READ, 0, &f), 0x90030046u);
+    // An empty name is the system's to refuse: no such file.
+    EXPECT_EQ(ombr_fs_file_open("", OMBR_FS_FLAG_READ, 0, &f), 0x90030041u);
     EXPECT_EQ(ombr_fs_file_open(path("missing").c_str(), OMBR_FS_FLAG_READ, 0, &f), 0x90030041u);
     EXPECT_EQ(ombr_fs_file_open(dir_.c_str(), OMBR_FS_FLAG_WRITE, 0, &f), 0x90030046u);  // EISDIR
     EXPECT_EQ(f, nullptr);
@@ -85,6 +86,9 @@ TEST_F(FsTest, WriteReadPositionAndEnd) {
     ASSERT_EQ(write_all(f, "J"), 0u);
     ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
     EXPECT_EQ(eof, 0u);  // a write clears the mark
+    EXPECT_EQ(read_some(f, 0), "");  // any read of 0 bytes marks the end
+    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
+    EXPECT_EQ(eof, 1u);
 
     // Positioned reads and writes leave the position alone.
     uint32_t n = 0;
@@ -119,7 +123,12 @@ TEST_F(FsTest, NullArgumentsOfFileOperations) {
     EXPECT_EQ(ombr_fs_file_read(f, b, 4, nullptr), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_write(f, b, 4, nullptr), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_write_at(nullptr, 0, b, 4, &n), 0x90030001u);
-    EXPECT_EQ(ombr_fs_file_read_line(f, b, 0), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_read_line(f, nullptr, 4), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_read_line(f, b, 0), 0x90030049u);  // reads nothing: the end
+    // A null buffer is refused even for 0 bytes.
+    EXPECT_EQ(ombr_fs_file_write(f, nullptr, 0, &n), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_write_at(f, 0, nullptr, 0, &n), 0x90030001u);
+    EXPECT_EQ(ombr_fs_file_write_to_file(path("n").c_str(), nullptr, 0, 0), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_get_position(f, nullptr), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_size(nullptr, &v), 0x90030001u);
     EXPECT_EQ(ombr_fs_file_get_eof(f, nullptr), 0x90030001u);
@@ -314,6 +323,17 @@ TEST_F(FsTest, StandardStreams) {
     ASSERT_EQ(ombr_fs_file_open(OMBR_FSNAME_STDERR, OMBR_FS_FLAG_WRITE, 0, &f), 0u);
     ASSERT_EQ(ombr_fs_file_close(f), 0u);
     EXPECT_NE(fcntl(2, F_GETFD), -1);
+    // A reserved name opens its stream whatever the flags say.
+    ASSERT_EQ(ombr_fs_file_open(OMBR_FSNAME_STDOUT, 0, 0, &f), 0u);
+    ASSERT_EQ(ombr_fs_file_close(f), 0u);
+    EXPECT_NE(fcntl(1, F_GETFD), -1);
+    // The end test compares position and size for any file: a device of
+    // size 0 is at its end from the start.
+    ASSERT_EQ(ombr_fs_file_open("/dev/null", OMBR_FS_FLAG_READ, 0, &f), 0u);
+    uint8_t eof = 0;
+    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
+    EXPECT_EQ(eof, 1u);
+    ASSERT_EQ(ombr_fs_file_close(f), 0u);
     int null_fd = open("/dev/null", O_RDONLY);
     dup2(null_fd, 0);
     close(null_fd);
@@ -366,6 +386,7 @@ TEST_F(FsTest, DirectoriesCreateListAndDelete) {
     write_file(d + "/file", "x");
     ASSERT_EQ(ombr_fs_dir_create((d + "/sub").c_str(), nullptr), 0u);
     ASSERT_EQ(symlink("file", (d + "/link").c_str()), 0);
+    ASSERT_EQ(symlink("nowhere", (d + "/dangling").c_str()), 0);
     ASSERT_EQ(mkfifo((d + "/fifo").c_str(), 0600), 0);
 
     ASSERT_EQ(ombr_fs_dir_create(d.c_str(), &dir), 0u);  // and opened
@@ -376,8 +397,14 @@ TEST_F(FsTest, DirectoriesCreateListAndDelete) {
     while ((st = ombr_fs_dir_next_entry(dir, &name, &type)) == 0) entries[name] = type;
     EXPECT_EQ(st, 0x90030049u);
     EXPECT_EQ(ombr_fs_dir_next_entry(dir, &name, nullptr), 0x90030049u);
-    EXPECT_EQ(entries, (std::map<std::string, uint32_t>{
-                           {".", 4}, {"..", 4}, {"file", 8}, {"sub", 4}, {"link", 16}, {"fifo", 0}}));
+    // Entries are typed by stat, which follows links.
+    EXPECT_EQ(entries, (std::map<std::string, uint32_t>{{".", 4},
+                                                        {"..", 4},
+                                                        {"file", 8},
+                                                        {"sub", 4},
+                                                        {"link", 8},
+                                                        {"dangling", 0},
+                                                        {"fifo", 0}}));
     ASSERT_EQ(ombr_fs_dir_close(dir), 0u);
     EXPECT_EQ(ombr_fs_dir_close(nullptr), 0u);
 
@@ -398,6 +425,25 @@ TEST_F(FsTest, DirectoriesCreateListAndDelete) {
     EXPECT_EQ(ombr_fs_dir_open(path("none").c_str(), &dir), 0x90030041u);
     EXPECT_EQ(ombr_fs_dir_open((d + "/file").c_str(), &dir), 0x90030041u);  // ENOTDIR
     EXPECT_EQ(ombr_fs_dir_next_entry(nullptr, &name, &type), 0x90030001u);
+}
+
+// "path/name" is rendered into 260 bytes before stat: an entry whose joined
+// path is cut names nothing and has type 0.
+TEST_F(FsTest, DirectoryEntryTypesPastTheTypingPathSize) {
+    const std::string d = path(std::string(250 - path("").size(), 'l'));
+    ASSERT_EQ(d.size(), 250u);
+    ASSERT_EQ(ombr_fs_dir_create(d.c_str(), nullptr), 0u);
+    const std::string fits(8, 'f'), cut(9, 'c');  // 250 + 1 + 8 = 259 bytes fit, 260 do not
+    write_file(d + "/" + fits, "x");
+    write_file(d + "/" + cut, "x");
+    ombr_dir_t dir = nullptr;
+    ASSERT_EQ(ombr_fs_dir_open(d.c_str(), &dir), 0u);
+    std::map<std::string, uint32_t> entries;
+    const char *name = nullptr;
+    uint32_t type = 99;
+    while (ombr_fs_dir_next_entry(dir, &name, &type) == 0) entries[name] = type;
+    ASSERT_EQ(ombr_fs_dir_close(dir), 0u);
+    EXPECT_EQ(entries, (std::map<std::string, uint32_t>{{".", 4}, {"..", 4}, {fits, 8}, {cut, 0}}));
 }
 
 TEST_F(FsTest, DirectoryDeleteWithParentsStopsAtTheFirstFailure) {

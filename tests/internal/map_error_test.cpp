@@ -52,3 +52,57 @@ TEST(ModuleLock, RecordIsZeroAfterTheLastShutdown) {
 }
 
 }  // namespace
+
+// The system error maps of the thread and file packages.
+#include <cerrno>
+
+#include "platform/ombr_fs_internal.h"
+#include "platform/ombr_thread_internal.h"
+
+namespace {
+
+TEST(MapError, ThreadAndFileSystemErrors) {
+    struct Row {
+        int error;
+        uint32_t status;
+    };
+    const Row thread_rows[] = {
+        {0, 0},
+        {EPERM, 0x90020284u},
+        {ESRCH, 0x90020003u},
+        {EINTR, 0x90020283u},
+        {EAGAIN, 0x90020282u},
+        {ENOMEM, 0x90020002u},
+        {EFAULT, 0x90020001u},
+        {EINVAL, 0x90020001u},
+        {EOPNOTSUPP, 0x90020001u},
+        {EBUSY, 0x90020006u},
+        {EDEADLK, 0x90020281u},
+        {ETIMEDOUT, 0x10020084u},  // soft
+        {ENOENT, 0x9002003Eu},     // any other
+        {-1, 0x9002003Eu},
+    };
+    for (const Row &r : thread_rows) EXPECT_EQ(ombr::thread_map_error(r.error), r.status) << r.error;
+    const Row fs_rows[] = {
+        {EPERM, 0x90030040u},
+        {EACCES, 0x90030040u},
+        {ENOENT, 0x90030041u},
+        {ENOTDIR, 0x90030041u},
+        {ENXIO, 0x9003000Bu},
+        {EBADF, 0x90030045u},
+        {EEXIST, 0x90030042u},
+        {EISDIR, 0x90030046u},
+        {EINVAL, 0x90030001u},
+        {89, 0x90030001u},
+        {EMFILE, 0x90030044u},
+        {ENOSPC, 0x90030043u},
+        {ENOTEMPTY, 0x10030050u},  // soft
+        {0, 0x9003003Eu},          // any other, 0 included
+        {ENAMETOOLONG, 0x9003003Eu},
+        {EFBIG, 0x9003003Eu},
+        {ENFILE, 0x9003003Eu},
+    };
+    for (const Row &r : fs_rows) EXPECT_EQ(ombr::fs_map_error(r.error), r.status) << r.error;
+}
+
+}  // namespace
