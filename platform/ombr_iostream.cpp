@@ -69,7 +69,9 @@ void free_putback(ombr_iostream *stream) {
 }
 
 ombr_iostream *new_record(uint32_t tail_size) {
-    auto *stream = static_cast<ombr_iostream *>(ombr_memory_alloc(sizeof(ombr_iostream) + tail_size));
+    uint64_t total = uint64_t{sizeof(ombr_iostream)} + tail_size;
+    if (total > SIZE_MAX) return nullptr;  // a 32-bit size would wrap
+    auto *stream = static_cast<ombr_iostream *>(ombr_memory_alloc(static_cast<size_t>(total)));
     if (!stream) return nullptr;
     ombr_memory_memset(stream, 0, sizeof *stream);
     stream->magic = kStreamMagic;
@@ -220,7 +222,9 @@ OMBR_API uint32_t ombr_iostream_putback(ombr_iostream_t stream, const void *data
     if (uint32_t status = check(stream)) return status;
     if (size == 0) return 0;
     if (!data) return OMBR_IOSTREAM_ERR_INVALID_ARG;
-    auto *node = static_cast<putback_node *>(ombr_memory_alloc(sizeof(putback_node) + size));
+    uint64_t total = uint64_t{sizeof(putback_node)} + size;
+    if (total > SIZE_MAX) return OMBR_IOSTREAM_ERR_NO_MEMORY;  // a 32-bit size would wrap
+    auto *node = static_cast<putback_node *>(ombr_memory_alloc(static_cast<size_t>(total)));
     if (!node) return OMBR_IOSTREAM_ERR_NO_MEMORY;
     node->read_pos = 0;
     node->size = size;
@@ -277,9 +281,11 @@ OMBR_API uint32_t ombr_iostream_read_entire(ombr_iostream_t stream, void **out_b
             return status;
         }
         if (got == 0) break;
-        if (size + got > capacity) {
-            uint32_t grown = (capacity + got) * 2;
-            auto *bigger = static_cast<uint8_t *>(ombr_memory_realloc(block, grown));
+        if (got > capacity - size) {
+            // The size is a 32-bit word: a stream beyond it cannot be held.
+            uint64_t wanted = (uint64_t{capacity} + got) * 2;
+            uint32_t grown = wanted > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(wanted);
+            auto *bigger = grown - size >= got ? static_cast<uint8_t *>(ombr_memory_realloc(block, grown)) : nullptr;
             if (!bigger) {
                 ombr_memory_free(block);
                 return OMBR_IOSTREAM_ERR_NO_MEMORY;

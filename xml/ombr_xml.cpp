@@ -67,6 +67,7 @@ bool valid_name(const char *name, uint32_t length) { return name && length != 0 
 
 // The zero-terminated copy of bytes, or null.
 char *copy_text(const void *bytes, uint32_t length) {
+    if (length == UINT32_MAX) return nullptr;  // length + 1 would wrap
     auto *copy = static_cast<char *>(xalloc(size_t{length} + 1));
     if (!copy) return nullptr;
     copy_bytes(copy, bytes, length);

@@ -538,18 +538,20 @@ uint32_t tree_helper(uint16_t event, void *user, const char *first, uint32_t fir
             return 0;
         }
         case UXML_EVENT_ATTRIBUTE: {
-            // An empty value allocates nothing, so the attribute is removed.
+            // An empty value allocates nothing, and neither does a failed
+            // unescape (not reported): a null value removes the attribute.
             char *value = nullptr;
             uint32_t capacity = 0;
-            if (unescape(second, second_length, &value, &capacity) != 0) return 0;  // not reported
+            (void)unescape(second, second_length, &value, &capacity);
             uint32_t status = set_attribute_assumed(frame->element, first, first_length, value);
             if (status != 0) xfree(value);
             return status;
         }
         case UXML_EVENT_DATA: {
+            // A failed unescape (not reported) or an empty run leaves no text.
             char *text = nullptr;
             uint32_t capacity = 0;
-            if (unescape(first, first_length, &text, &capacity) != 0 || !text) return 0;  // not reported
+            (void)unescape(first, first_length, &text, &capacity);
             return assume_data(frame->element, text, uXMLFree);
         }
         case UXML_EVENT_END:

@@ -200,6 +200,20 @@ TEST_F(IostreamTest, CallbackStreamReadsWritesAndFailures) {
     EXPECT_EQ(ombr_iostream_release(s), 0u);
 }
 
+// A buffer or push-back of nearly 4 GiB would wrap the record's size on a
+// 32-bit system: refused for want of memory instead of overrunning.
+TEST_F(IostreamTest, SizesThatWouldWrapAreRefused) {
+    if (sizeof(void *) != 4) GTEST_SKIP() << "sizes cannot wrap in a 64-bit address space";
+    Recorder rec;
+    ombr_iostream_callbacks calls{Recorder::read, nullptr, nullptr, nullptr, nullptr};
+    ombr_iostream_t s = nullptr;
+    EXPECT_EQ(ombr_iostream_create(&s, 0xFFFFFFF8u, &calls, &rec), OMBR_IOSTREAM_ERR_NO_MEMORY);
+    EXPECT_EQ(s, nullptr);
+    ASSERT_EQ(ombr_iostream_create(&s, 0, &calls, &rec), 0u);
+    EXPECT_EQ(ombr_iostream_putback(s, "x", 0xFFFFFFF8u), OMBR_IOSTREAM_ERR_NO_MEMORY);
+    EXPECT_EQ(ombr_iostream_release(s), 0u);
+}
+
 TEST_F(IostreamTest, ReadEntire) {
     ChunkSource source{std::string(5000, 'q') + "end", 0, 7};
     ombr_iostream_t s = chunk_stream(source);

@@ -360,4 +360,49 @@ TEST_F(XmlParseTest, BufferModeEventParseAllocatesNothing) {
     EXPECT_EQ(after, before);
 }
 
+// A failed unescape is not reported, and it leaves no value: an attribute
+// given again is removed, a later run of text clears the earlier one. Both
+// tree builders agree, whichever allocation fails.
+TEST_F(XmlParseTest, FailedUnescapeLeavesNoValue) {
+    const std::string doc = "<a b=\"1\" b=\"2\">x<c/>y</a>";
+    auto check = [](uxml_element *a) {
+        const char *b = uXMLGetAttrFromStr(a, "b");
+        const char *data = uXMLGetData(a);
+        EXPECT_TRUE(b == nullptr || std::string(b) == "2") << b;
+        EXPECT_TRUE(data == nullptr || std::string(data) == "y") << data;
+    };
+    uint64_t failures = for_each_allocation_failure([&](uint64_t) {
+        uxml_element *a = nullptr;
+        if (uXMLParseBufToElement(doc.data(), static_cast<uint32_t>(doc.size()), &a) == 0) check(a);
+        uXMLDisposeElement(a);
+    });
+    EXPECT_GT(failures, 4u);
+    failures = for_each_allocation_failure([&](uint64_t) {
+        uxml_element *holder = uXMLCreateEmptyElement();
+        if (!holder) return;
+        uxml_tree_frame bottom{nullptr, holder};
+        uxml_tree_frame *top = &bottom;
+        if (uXMLParseStr(doc.c_str(), TreeHelper, &top) == 0) check(uXMLGetSubElement(holder, 0));
+        while (top != &bottom) {  // frames a failed parse left open
+            uxml_tree_frame *prev = top->prev;
+            uXMLFree(top);
+            top = prev;
+        }
+        uXMLDisposeElement(holder);
+    });
+    EXPECT_GT(failures, 4u);
+
+    // An empty run handed to TreeHelper clears the text as well.
+    uxml_element *holder = uXMLCreateEmptyElement();
+    uxml_tree_frame bottom{nullptr, holder};
+    uxml_tree_frame *top = &bottom;
+    ASSERT_EQ(TreeHelper(UXML_EVENT_START, &top, "<", 1, "a", 1), 0u);
+    ASSERT_EQ(TreeHelper(UXML_EVENT_DATA, &top, "x", 1, nullptr, 0), 0u);
+    EXPECT_STREQ(uXMLGetData(top->element), "x");
+    ASSERT_EQ(TreeHelper(UXML_EVENT_DATA, &top, "", 0, nullptr, 0), 0u);
+    EXPECT_EQ(uXMLGetData(top->element), nullptr);
+    ASSERT_EQ(TreeHelper(UXML_EVENT_END, &top, "a", 1, ">", 1), 0u);
+    uXMLDisposeElement(holder);
+}
+
 }  // namespace
