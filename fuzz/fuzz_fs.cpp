@@ -41,6 +41,10 @@ struct Session {
         check(mkdtemp(pattern) != nullptr);
         dir = pattern;
     }
+    ~Session() {
+        for (int i = 0; i < 4; ++i) unlink(path(i).c_str());
+        rmdir(dir.c_str());
+    }
     std::string path(int i) const { return dir + "/f" + std::to_string(i); }
 };
 
@@ -177,6 +181,7 @@ void operations(const uint8_t *data, size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0 || size > 4096) return 0;
+    session();  // the package is up before the blocks are counted
     const int64_t blocks = zelto_manager_memory_live_blocks();
     if (data[0] % 2 == 0)
         lines(data + 1, size - 1);
