@@ -2,6 +2,7 @@
 #ifndef CANTRIX_INTERNAL_H
 #define CANTRIX_INTERNAL_H
 
+#include <atomic>
 #include <source_location>
 
 #include "ombr/ombr_base.h"
@@ -36,6 +37,17 @@ struct cantrix_query {
     uint32_t fp_max_block;
     uint32_t fp_end_flag;
 };
+
+// The busy flag is read by other threads without the query's lock (a find
+// on another thread tests it before it waits for the lock), so every access
+// is atomic; relaxed order is enough, as the flag only says whether the
+// callback runs now. The field stays one byte.
+inline bool query_busy(const cantrix_query *query) {
+    return std::atomic_ref<uint8_t>(const_cast<uint8_t &>(query->busy)).load(std::memory_order_relaxed) != 0;
+}
+inline void set_query_busy(cantrix_query *query, bool busy) {
+    std::atomic_ref<uint8_t>(query->busy).store(busy ? 1 : 0, std::memory_order_relaxed);
+}
 
 extern "C" {
 // Service tables held from bring-up to take-down.

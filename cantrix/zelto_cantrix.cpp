@@ -266,13 +266,13 @@ OMBR_API uint32_t zelto_cantrix_query_release(zelto_cantrix_query_handle query) 
     if (!query) return 0;
     if (uint32_t status = check_query_handle(kFunction, query)) return status;
     if (query->callback) {
-        if (query->busy)
+        if (query_busy(query))
             return report_argument(kFunction, kBusy, true,
                                    "Cannot call zelto_cantrix_query_release within own callback");
         uint8_t abort = 0;
-        query->busy = 1;
+        set_query_busy(query, true);
         query->callback(query->callback_data, query, ZELTO_CANTRIX_STATUS_RELEASE, 0, 0, &abort);
-        query->busy = 0;
+        set_query_busy(query, false);
     }
     g_cantrix_handlemanager_interface->handle_remove(query);
     _cantrix_free_query(query);
@@ -539,7 +539,7 @@ uint32_t run_find(const char *function, const char *busy_message, const char *bu
     if (zelto_cantrix_initchecks() == 0) return ombr::error_exit(kNotInitialized, 0, function);
     if (!out_response) return report_argument(function, kInvalidArg, true);
     if (uint32_t status = check_query_handle(function, query)) return status;
-    if (query->busy) {
+    if (query_busy(query)) {
         errorinfo_set(kBusy, kBusy, function, busy_message);
         return ombr::error_exit(kBusy, 0, busy_hook_name);
     }

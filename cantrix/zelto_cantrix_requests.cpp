@@ -78,10 +78,10 @@ extern "C" void _cantrix_lookup_callback(void *callback_data, const zelto_lookup
     uint32_t app_status = application_status(status->code);
     if (app_status != 0 && query->callback) {
         bool counters = (status->code == 9 || status->code == 10) && status->kind == 16;
-        query->busy = 1;
+        set_query_busy(query, true);
         query->callback(query->callback_data, query, app_status, counters ? status->value1 : 0,
                         counters ? static_cast<uint32_t>(status->value2) : 0, abort_flag);
-        query->busy = 0;
+        set_query_busy(query, false);
     } else if (status->code == 13) {
         errorinfo_set(status->value1, status->value1, nullptr, reinterpret_cast<const char *>(status->value2));
     }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -826,16 +827,64 @@ uint64_t count_rows(sqlite3 *db, const char *table) {
     return n;
 }
 
+// SQLite's integrity check of a catalogue file (the quicker structural form
+// when `quick`), through a read-only connection so that a damaged file is
+// never written to. Collects the problems found, at most 20; none means a
+// sound file with the catalogue's tables.
+std::vector<std::string> check_file(const std::string &path, bool quick) {
+    std::vector<std::string> problems;
+    sqlite3 *db = nullptr;
+    int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    if (rc == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 5000);
+        sqlite3_stmt *stmt = nullptr;
+        rc = sqlite3_prepare_v2(db, quick ? "PRAGMA quick_check(20)" : "PRAGMA integrity_check(20)", -1, &stmt,
+                                nullptr);
+        while (rc == SQLITE_OK && (rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+            const auto *line = reinterpret_cast<const char *>(sqlite3_column_text(stmt, 0));
+            if (line && std::strcmp(line, "ok") != 0) problems.emplace_back(line);
+            rc = SQLITE_OK;
+        }
+        sqlite3_finalize(stmt);
+        if (rc == SQLITE_DONE && problems.empty() &&
+            count_rows(db, "sqlite_master WHERE type = 'table' AND name IN ('meta', 'albums', 'discs', 'tocs')") != 4)
+            problems.emplace_back("not a catalogue: its tables are missing");
+    }
+    if (rc != SQLITE_OK && rc != SQLITE_DONE) problems.emplace_back(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+    sqlite3_close(db);
+    return problems;
+}
+
 }  // namespace
 
 // ---- Exported API -----------------------------------------------------------------------
 
+HOST_EXPORT uint32_t zelto_catalogue_check(const char *path, char **out_report) {
+    if (!path || !*path) return ZELTO_CATALOGUE_BAD_ARG;
+    struct stat st;
+    if (stat(path, &st) != 0) return ZELTO_CATALOGUE_NO_FILE;
+    const std::vector<std::string> problems = check_file(path, false);
+    if (out_report) {
+        std::string text = problems.empty() ? "ok\n" : "";
+        for (const std::string &line : problems) text += line + "\n";
+        auto *copy = static_cast<char *>(std::malloc(text.size() + 1));
+        if (!copy) return ZELTO_CATALOGUE_NO_MEMORY;
+        std::memcpy(copy, text.c_str(), text.size() + 1);
+        *out_report = copy;
+    }
+    return problems.empty() ? 0 : ZELTO_CATALOGUE_DATABASE;
+}
+
 HOST_EXPORT uint32_t zelto_catalogue_open(const char *path, uint32_t flags, zelto_catalogue **out_catalogue) {
     if (!path || !*path || !out_catalogue) return ZELTO_CATALOGUE_BAD_ARG;
     const std::string name(path);
-    if (!(flags & ZELTO_CATALOGUE_OPEN_CREATE) && name != ":memory:") {
+    if (name != ":memory:") {
         struct stat st;
-        if (stat(path, &st) != 0) return ZELTO_CATALOGUE_NO_FILE;
+        const bool exists = stat(path, &st) == 0;
+        if (!exists && !(flags & ZELTO_CATALOGUE_OPEN_CREATE)) return ZELTO_CATALOGUE_NO_FILE;
+        // A damaged file is refused before anything reads from it or writes
+        // to it: no answers from a broken index, no import into it.
+        if (exists && st.st_size > 0 && !check_file(name, true).empty()) return ZELTO_CATALOGUE_DATABASE;
     }
     try {
         auto c = std::make_unique<zelto_catalogue>();

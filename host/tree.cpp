@@ -384,6 +384,16 @@ struct Dumper {
     const char *const *value_keys;
     const char *const *child_keys;
     std::string out;
+    uint32_t failure = 0;  // the first read that failed; the dump then stops
+
+    // A read that worked. Soft statuses (nothing under the key, withheld)
+    // and "no such key here" (error value 0x000B in any package) are
+    // skipped; any other failure ends the dump with that status.
+    bool ok(uint32_t status) {
+        if (status == 0) return true;
+        if ((status & 0x80000000u) != 0 && (status & 0xFFFFu) != 0x000Bu && failure == 0) failure = status;
+        return false;
+    }
 
     void line(int depth, const std::string &text) {
         out.append(static_cast<size_t>(depth) * 2, ' ');
@@ -393,10 +403,10 @@ struct Dumper {
 
     void values(zelto_rvo_handle object, const char *key, int depth) {
         uint32_t count = 0;
-        if (zelto_manager_rvo_value_count(object, key, &count) != 0) return;
-        for (uint32_t i = 1; i <= count; ++i) {
+        if (!ok(zelto_manager_rvo_value_count(object, key, &count))) return;
+        for (uint32_t i = 1; i <= count && failure == 0; ++i) {
             const char *text = nullptr;
-            if (zelto_manager_rvo_value_get(object, key, i, &text) != 0 || !text) continue;
+            if (!ok(zelto_manager_rvo_value_get(object, key, i, &text)) || !text) continue;
             std::string l = key;
             l += " = ";
             host::append_quoted(l, text);
@@ -406,10 +416,10 @@ struct Dumper {
 
     void children(zelto_rvo_handle object, const char *key, int depth, const std::vector<std::string> *tags) {
         uint32_t count = 0;
-        if (zelto_manager_rvo_child_count(object, key, &count) != 0) return;
-        for (uint32_t i = 1; i <= count; ++i) {
+        if (!ok(zelto_manager_rvo_child_count(object, key, &count))) return;
+        for (uint32_t i = 1; i <= count && failure == 0; ++i) {
             zelto_rvo_handle child = nullptr;
-            if (zelto_manager_rvo_child_get(object, key, i, 1, &child) != 0) continue;
+            if (!ok(zelto_manager_rvo_child_get(object, key, i, 1, &child))) continue;
             std::string l = key;
             l += ' ';
             l += std::to_string(i);
@@ -427,7 +437,9 @@ struct Dumper {
         }
         const char *context = nullptr;
         uint32_t status = zelto_manager_rvo_get_context(object, &context);
-        if (status == 0 && context) {
+        const bool read = ok(status);
+        if (failure != 0) return;
+        if (read && context) {
             line(depth, context);
         } else {
             char buf[48];
@@ -606,6 +618,7 @@ HOST_EXPORT uint32_t zelto_manager_rvo_dump(zelto_rvo_handle object, const char 
     if (!out_text || !host::rvo_inner(object, &record, &provider)) return ZELTO_RVO_BAD_ARG;
     Dumper dumper{value_keys, child_keys, {}};
     dumper.walk(object, 0);
+    if (dumper.failure != 0) return dumper.failure;
     char *text = to_c_text(dumper.out);
     if (!text) return ZELTO_RVO_NO_MEMORY;
     *out_text = text;

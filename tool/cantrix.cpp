@@ -5,6 +5,7 @@
 //   cantrix search --artist "..." --album "..." --title "..." [--kind albums|tracks|matches|lyrics]
 //   cantrix catalogue import FILE...|DIR
 //   cantrix catalogue info
+//   cantrix catalogue check
 //
 // Exit codes are listed in kUsage below.
 #include <unistd.h>
@@ -44,6 +45,7 @@ constexpr const char *kUsageText =
     "                                [--kind albums|tracks|matches|lyrics]\n"
     "       cantrix [options] catalogue import FILE...|DIR...\n"
     "       cantrix [options] catalogue info\n"
+    "       cantrix [options] catalogue check   (SQLite's integrity check of the file)\n"
     "\n"
     "options:\n"
     "  --catalogue PATH   catalogue file (default: ./cantrix.catalogue; import creates it)\n"
@@ -60,7 +62,7 @@ constexpr const char *kUsageText =
     "  2  usage error: unknown command or option, missing or malformed option value\n"
     "  3  input refused by the module (malformed TOC, invalid text, fields this kind of\n"
     "     search does not take); its status is shown\n"
-    "  4  catalogue file missing or not readable as a catalogue\n"
+    "  4  catalogue file missing, damaged or not readable as a catalogue\n"
     "  5  lookup failed or was aborted\n"
     "  6  import failed\n"
     "  70 internal failure (initialisation, out of memory)\n";
@@ -190,10 +192,10 @@ Options parse(int argc, char **argv) {
     o.command = positional[0];
     size_t next = 1;
     if (o.command == "catalogue") {
-        if (positional.size() < 2) usage_error("catalogue needs 'import' or 'info'");
+        if (positional.size() < 2) usage_error("catalogue needs 'import', 'info' or 'check'");
         o.subcommand = positional[1];
         next = 2;
-        if (o.subcommand != "import" && o.subcommand != "info")
+        if (o.subcommand != "import" && o.subcommand != "info" && o.subcommand != "check")
             usage_error("unknown catalogue command '" + o.subcommand + "'");
     } else if (o.command != "identify" && o.command != "search") {
         usage_error("unknown command '" + o.command + "'");
@@ -572,6 +574,13 @@ class Session {
                          path.c_str());
             return kNoCatalogue;
         }
+        if (s == ZELTO_CATALOGUE_DATABASE) {
+            std::fprintf(stderr,
+                         "cantrix: catalogue '%s' is damaged or not a catalogue file; nothing was read from it or "
+                         "written to it ('cantrix catalogue check' shows what is wrong)\n",
+                         path.c_str());
+            return kNoCatalogue;
+        }
         if (s != 0) {
             std::fprintf(stderr, "cantrix: cannot open catalogue '%s': status 0x%08X (not a catalogue file?)\n",
                          path.c_str(), s);
@@ -728,6 +737,27 @@ int catalogue_info(const Options &o) {
     return kOk;
 }
 
+// SQLite's integrity check of the catalogue file, read-only: "ok" and exit 0,
+// or the problems found and exit 4.
+int catalogue_check(const Options &o) {
+    char *report = nullptr;
+    const uint32_t s = zelto_catalogue_check(o.catalogue.c_str(), &report);
+    if (s == ZELTO_CATALOGUE_NO_FILE) {
+        std::fprintf(stderr, "cantrix: catalogue '%s' does not exist\n", o.catalogue.c_str());
+        return kNoCatalogue;
+    }
+    if (s == 0) {
+        std::printf("catalogue %s: integrity check ok\n", o.catalogue.c_str());
+    } else if (s == ZELTO_CATALOGUE_DATABASE) {
+        std::printf("catalogue %s: damaged or not a catalogue; SQLite's integrity check reports:\n%s",
+                    o.catalogue.c_str(), report ? report : "");
+    } else {
+        std::fprintf(stderr, "cantrix: cannot check catalogue '%s': 0x%08X\n", o.catalogue.c_str(), s);
+    }
+    zelto_manager_text_free(report);
+    return s == 0 ? kOk : (s == ZELTO_CATALOGUE_DATABASE ? kNoCatalogue : kInternal);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -739,5 +769,6 @@ int main(int argc, char **argv) {
     if (o.command == "identify") return identify(o);
     if (o.command == "search") return search(o);
     if (o.subcommand == "import") return catalogue_import(o);
+    if (o.subcommand == "check") return catalogue_check(o);
     return catalogue_info(o);
 }

@@ -10,7 +10,9 @@ from itself, one row {code point, replacement UTF-8}:
     (EXTRA below: "ß" -> "ss", "Æ" -> "ae", "Ø" -> "o", ...);
   - combining marks (Mn, Me) map to nothing;
   - punctuation, symbols, separators and controls outside ASCII map to a blank,
-    so that they split words like ASCII punctuation does.
+    so that they split words like ASCII punctuation does;
+  - every key is folded again until it no longer changes (ASCII punctuation
+    of a decomposition becomes a blank too), so folding is idempotent.
 ASCII upper case letters are folded by the code itself and are not listed.
 
 Usage: tools/gen_fold_table.py [UnicodeData.txt] > host/catalogue/fold_table.inc
@@ -62,7 +64,7 @@ def lower(cp):
     return cp
 
 
-def key(cp):
+def raw_key(cp):
     cat = records[cp][2]
     if cp < 0x80:
         return None
@@ -84,6 +86,31 @@ def key(cp):
         out.append(chr(lower(d)))
     s = "".join(out)
     return None if s == chr(cp) else s
+
+
+def key(cp):
+    k = raw_key(cp)
+    if k is None:
+        return None
+    s = settle(k)
+    return None if s == chr(cp) else s
+
+
+def settle(text, depth=0):
+    """The key text with every character folded again until nothing changes,
+    so that folding a search key gives the same key: ASCII letters and digits
+    stay (lower case), other ASCII becomes a blank ("⑴" -> "(1)" -> " 1 "),
+    and a character that has a key of its own is replaced by that key."""
+    out = []
+    for c in text:
+        o = ord(c)
+        if o < 0x80:
+            out.append(c.lower() if c.isalnum() else " ")
+        elif depth < 8 and o in records and raw_key(o) is not None:
+            out.append(settle(raw_key(o), depth + 1))
+        else:
+            out.append(c)
+    return "".join(out)
 
 
 def c_escape(s):

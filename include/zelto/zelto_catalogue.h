@@ -72,12 +72,20 @@ extern "C" {
 
 typedef struct zelto_catalogue zelto_catalogue;
 
-/* Opens a catalogue file (":memory:" for a private, empty one). */
+/* Opens a catalogue file (":memory:" for a private, empty one). An existing
+ * file that fails SQLite's structural check (quick_check) is refused with
+ * ZELTO_CATALOGUE_DATABASE before anything is read from or written to it. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_open(const char *path, uint32_t flags, zelto_catalogue **out_catalogue);
 /* Closes it: uninstalls its table from every mode where it is installed.
  * Its table stays callable afterwards; request slots then refuse with
  * ZELTO_CATALOGUE_BAD_ARG. Null is accepted. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_close(zelto_catalogue *catalogue);
+/* Runs SQLite's full integrity check on a catalogue file through a
+ * read-only connection. 0 for a sound catalogue; ZELTO_CATALOGUE_DATABASE
+ * when the file is damaged or is no catalogue; ZELTO_CATALOGUE_NO_FILE.
+ * *out_report (may be null) gets "ok" or the problems found, one a line (at
+ * most 20), to be freed with zelto_manager_text_free. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_check(const char *path, char **out_report);
 /* Message of the last failure of a call on this catalogue, "" if none. */
 ZELTO_MANAGER_API const char *zelto_catalogue_last_message(zelto_catalogue *catalogue);
 

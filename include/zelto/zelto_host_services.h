@@ -136,8 +136,10 @@ ZELTO_MANAGER_API uint32_t zelto_manager_rvo_live_count(void);
  * children of a tree carry their tags in braces after the ordinal
  * ("zelto_ctx_track! 2 {matching}"). Within quotes, backslash, double quote,
  * newline, tab and other control bytes are escaped (\\, \", \n, \t, \xHH).
- * Values that the object's data flags withhold are not shown. The text is
- * freed with zelto_manager_text_free. */
+ * Values that the object's data flags withhold are not shown, nor keys that
+ * the object has nothing under or does not serve (error value 0x000B).
+ * Any other failing read ends the dump: its status is returned and no text
+ * is made. The text is freed with zelto_manager_text_free. */
 ZELTO_MANAGER_API uint32_t zelto_manager_rvo_dump(zelto_rvo_handle object, const char *const *value_keys,
                                                  const char *const *child_keys, char **out_text);
 ZELTO_MANAGER_API void zelto_manager_text_free(char *text);

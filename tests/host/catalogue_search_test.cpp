@@ -25,6 +25,38 @@ TEST(CatalogueText, FoldRemovesCaseAccentsAndPunctuation) {
     EXPECT_EQ(fold_words("Déjà-vu, encore"), (std::vector<std::string>{"deja", "vu", "encore"}));
 }
 
+// Folding a search key again gives the same key, for every character of
+// the Basic Multilingual Plane alone and between letters; compatibility
+// forms with ASCII punctuation in their decomposition lose it too.
+TEST(CatalogueText, FoldIsIdempotent) {
+    EXPECT_EQ(fold("\u2474"), "1");  // ⑴ decomposes to "(1)"
+    EXPECT_EQ(fold("Track\u2488two"), "track1 two");  // ⒈ decomposes to "1."
+    EXPECT_EQ(fold("\u3220"), "\u4e00");  // ㈠
+    auto utf8 = [](uint32_t cp) {
+        std::string s;
+        if (cp < 0x80) {
+            s += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            s += static_cast<char>(0xC0 | (cp >> 6));
+            s += static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+            s += static_cast<char>(0xE0 | (cp >> 12));
+            s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            s += static_cast<char>(0x80 | (cp & 0x3F));
+        }
+        return s;
+    };
+    uint32_t broken = 0;
+    for (uint32_t cp = 1; cp <= 0xFFFF; ++cp) {
+        if (cp >= 0xD800 && cp <= 0xDFFF) continue;
+        for (const std::string &text : {utf8(cp), "a" + utf8(cp) + "b"}) {
+            const std::string once = fold(text);
+            if (fold(once) != once && ++broken <= 5) ADD_FAILURE() << "U+" << std::hex << cp << ": " << once;
+        }
+    }
+    EXPECT_EQ(broken, 0u);
+}
+
 TEST(CatalogueText, FoldTableRowsMatchGeneratedFile) {
     std::ifstream in(catalogue_test::source_root() / "host/catalogue/fold_table.inc");
     ASSERT_TRUE(in);

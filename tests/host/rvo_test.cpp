@@ -27,12 +27,20 @@ uint32_t c_context(void *r, const char **out) {
     return 0;
 }
 // Only the top record has parts.
+// "zelto_ctx_broken!" and "zelto_val_broken" have one entry each, whose read
+// fails as if memory had run out.
+constexpr uint32_t kBrokenRead = 0x90810002u;
 uint32_t c_child_count(void *r, const char *key, uint32_t *out) {
+    if (std::strcmp(key, "zelto_ctx_broken!") == 0) {
+        *out = 1;
+        return 0;
+    }
     if (std::strcmp(key, "zelto_ctx_part!") != 0) return 0x9081000bu;
     *out = static_cast<Counted *>(r)->parent ? 0 : 2;
     return 0;
 }
 uint32_t c_child(void *r, const char *key, uint32_t ordinal, uint8_t flag, void **out, const zelto_rvo_provider **prov) {
+    if (std::strcmp(key, "zelto_ctx_broken!") == 0) return kBrokenRead;
     if (std::strcmp(key, "zelto_ctx_part!") != 0) return 0x9081000bu;
     if (ordinal == 0 || ordinal > 2 || static_cast<Counted *>(r)->parent) return 0x10810003u;
     auto *child = new Counted;
@@ -43,10 +51,11 @@ uint32_t c_child(void *r, const char *key, uint32_t ordinal, uint8_t flag, void 
     return 0;
 }
 uint32_t c_value_count(void *, const char *key, uint32_t *out) {
-    *out = std::strcmp(key, "zelto_val_name") == 0 ? 1 : 0;
+    *out = std::strcmp(key, "zelto_val_name") == 0 || std::strcmp(key, "zelto_val_broken") == 0 ? 1 : 0;
     return 0;
 }
 uint32_t c_value(void *r, const char *key, uint32_t ordinal, const char **out) {
+    if (std::strcmp(key, "zelto_val_broken") == 0) return kBrokenRead;
     if (std::strcmp(key, "zelto_val_name") != 0 || ordinal != 1) return 0x10810003u;
     *out = static_cast<Counted *>(r)->context.c_str();
     return 0;
@@ -286,6 +295,29 @@ TEST_F(RvoTest, DumpWalksOnlyTheGivenKeysOfForeignObjects) {
     zelto_manager_text_free(text);
     EXPECT_EQ(record.child_releases, 2);
     EXPECT_EQ(zelto_manager_rvo_dump(nullptr, values, children, &text), ZELTO_RVO_BAD_ARG);
+    zelto_manager_rvo_release(object);
+}
+
+TEST_F(RvoTest, DumpReportsAFailedReadInsteadOfSkippingIt) {
+    Counted record;
+    zelto_rvo_handle object = make(&record);
+    const char *none[] = {nullptr};
+    const char *broken_value[] = {"zelto_val_name", "zelto_val_broken", nullptr};
+    const char *broken_child[] = {"zelto_ctx_part!", "zelto_ctx_broken!", nullptr};
+    struct Case {
+        const char *const *values;
+        const char *const *children;
+    };
+    for (const Case &c : {Case{broken_value, none}, Case{none, broken_child}, Case{broken_value, broken_child}}) {
+        char sentinel = 0;
+        char *text = &sentinel;
+        EXPECT_EQ(zelto_manager_rvo_dump(object, c.values, c.children, &text), kBrokenRead);
+        EXPECT_EQ(text, &sentinel);  // no text on failure
+    }
+    // The keys apply at every level: the first part's own broken child
+    // stopped the dump inside it, and that part was given back. A broken
+    // value stops the dump before any child.
+    EXPECT_EQ(record.child_releases, 1);
     zelto_manager_rvo_release(object);
 }
 

@@ -58,7 +58,22 @@ expect 3 "cannot search matches by the given fields: status 0x908101A4" -- searc
 
 # A file that is not a catalogue.
 echo "not a database" > junk.db
-expect 4 "cannot open catalogue 'junk.db'" -- --catalogue junk.db catalogue info
+expect 4 "catalogue 'junk.db' is damaged or not a catalogue file" -- --catalogue junk.db catalogue info
+expect 4 "damaged or not a catalogue; SQLite's integrity check reports" -- --catalogue junk.db catalogue check
+
+# SQLite's integrity check of a sound and of a damaged catalogue; ordinary
+# commands refuse the damaged one and leave it as it is.
+expect 0 "catalogue cantrix.catalogue: integrity check ok" -- catalogue check
+cp cantrix.catalogue damaged.catalogue
+size=$(stat -c %s damaged.catalogue)
+truncate -s $((size / 2)) damaged.catalogue
+sum=$(md5sum < damaged.catalogue)
+expect 4 "damaged or not a catalogue; SQLite's integrity check reports" -- --catalogue damaged.catalogue catalogue check
+expect 4 "'cantrix catalogue check' shows what is wrong" -- --catalogue damaged.catalogue identify --toc "150 14672 27367 41225"
+expect 4 "is damaged" -- --catalogue damaged.catalogue search --artist "Mira Solene"
+expect 4 "is damaged" -- --catalogue damaged.catalogue catalogue import "$src/data/sample"
+[ "$(md5sum < damaged.catalogue)" = "$sum" ] || fail "the damaged catalogue was changed"
+expect 4 "does not exist" -- --catalogue nowhere.db catalogue check
 
 if [ "$failures" -ne 0 ]; then
   echo "$failures check(s) failed"

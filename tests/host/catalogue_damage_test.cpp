@@ -1,0 +1,226 @@
+// Damaged catalogues: an import killed with SIGKILL at several moments
+// leaves a sound catalogue that keeps every album it had before; truncated
+// and byte-flipped files fail SQLite's integrity check, are refused at open
+// and are never written to.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "host/catalogue/catalogue.h"
+#include "release_json.h"
+#include "zelto/zelto_catalogue.h"
+#include "zelto/zelto_host_services.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace release_json;
+
+// Album n of a generated set: three tracks and a TOC of its own.
+std::string numbered_release(uint32_t n) {
+    const uint32_t base = 150 + n * 7;
+    return release("gen-" + std::to_string(n), "Generated Album " + std::to_string(n), "Artist " + std::to_string(n % 97),
+                   "2001-01-01",
+                   {{{base, base + 15000, base + 30000}, base + 45000,
+                     {{"One", 200000}, {"Two", 200000}, {"Three", 200000}}}});
+}
+
+const std::vector<uint32_t> kEarlierToc = {150, 14672, 27367, 41225};
+
+class CatalogueDamage : public ::testing::Test {
+   protected:
+    void SetUp() override {
+        char dir[] = "/tmp/cantrix-damage-XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        dir_ = dir;
+        path_ = dir_ + "/damage.catalogue";
+        // The catalogue as the user had it before.
+        write(dir_ + "/earlier.json",
+              {release("alb-lanterns", "Lanterns of Glass", "Mira Solenne", "2004-05-01",
+                       {{{150, 14672, 27367}, 41225,
+                         {{"Quiet Harbour", 193626}, {"Paper Comets", 169266}, {"The Long Thaw", 184773}}}}),
+               numbered_release(100000), numbered_release(100001)});
+        ASSERT_EQ(import(dir_ + "/earlier.json"), 0u);
+        expect_earlier_albums();
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    static void write(const std::string &file, const std::vector<std::string> &releases) {
+        std::ofstream out(file);
+        for (const std::string &r : releases) out << r << "\n";
+    }
+    uint32_t import(const std::string &file) {
+        zelto_catalogue *catalogue = nullptr;
+        uint32_t s = zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &catalogue);
+        if (s == 0) s = zelto_catalogue_import(catalogue, file.c_str(), nullptr, nullptr, nullptr);
+        zelto_catalogue_close(catalogue);
+        return s;
+    }
+    std::string check(uint32_t *status) const {
+        char *report = nullptr;
+        *status = zelto_catalogue_check(path_.c_str(), &report);
+        std::string text = report ? report : "";
+        zelto_manager_text_free(report);
+        return text;
+    }
+    // The earlier albums, each found by its TOC or its numbered title.
+    void expect_earlier_albums() {
+        std::unique_ptr<catalogue::Catalogue> cat;
+        ASSERT_TRUE(catalogue::Catalogue::open(path_, cat).ok());
+        catalogue::TocResult toc;
+        ASSERT_TRUE(cat->lookup_toc(kEarlierToc, {}, toc).ok());
+        EXPECT_EQ(toc.kind, catalogue::MatchKind::single);
+        for (uint32_t n : {100000u, 100001u}) {
+            catalogue::TextQuery query;
+            query.album_title = "Generated Album " + std::to_string(n);
+            catalogue::AlbumSearchResult found;
+            ASSERT_TRUE(cat->search_albums(query, {}, found).ok());
+            EXPECT_FALSE(found.hits.empty()) << n;
+        }
+    }
+    std::string dir_, path_;
+};
+
+TEST_F(CatalogueDamage, ImportKilledAtSeveralMoments) {
+    std::vector<std::string> releases;
+    for (uint32_t n = 0; n < 2500; ++n) releases.push_back(numbered_release(n));
+    write(dir_ + "/big.jsonl", releases);
+    uint64_t albums_before = 3;
+    for (const useconds_t delay : {0u, 50000u, 400000u, 1000000u}) {
+        SCOPED_TRACE(delay);
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) _exit(import(dir_ + "/big.jsonl") == 0 ? 0 : 1);
+        usleep(delay);
+        kill(child, SIGKILL);
+        int wstatus = 0;
+        ASSERT_EQ(waitpid(child, &wstatus, 0), child);
+
+        uint32_t status = 1;
+        const std::string report = check(&status);
+        EXPECT_EQ(status, 0u) << report;
+        EXPECT_EQ(report, "ok\n");
+        zelto_catalogue *catalogue = nullptr;
+        ASSERT_EQ(zelto_catalogue_open(path_.c_str(), 0, &catalogue), 0u);
+        zelto_catalogue_info info{};
+        ASSERT_EQ(zelto_catalogue_get_info(catalogue, &info), 0u);
+        zelto_catalogue_close(catalogue);
+        // Albums already stored stay; a killed import only ever adds.
+        EXPECT_GE(info.albums, albums_before);
+        albums_before = info.albums;
+        RecordProperty("albums_after_kill_at_" + std::to_string(delay) + "us", std::to_string(info.albums));
+        expect_earlier_albums();
+    }
+    // The import runs to its end once it is left alone.
+    EXPECT_EQ(import(dir_ + "/big.jsonl"), 0u);
+    zelto_catalogue *catalogue = nullptr;
+    ASSERT_EQ(zelto_catalogue_open(path_.c_str(), 0, &catalogue), 0u);
+    zelto_catalogue_info info{};
+    ASSERT_EQ(zelto_catalogue_get_info(catalogue, &info), 0u);
+    zelto_catalogue_close(catalogue);
+    EXPECT_EQ(info.albums, 2503u);
+    uint32_t status = 1;
+    EXPECT_EQ(check(&status), "ok\n");
+    expect_earlier_albums();
+}
+
+// A file damaged on disk: the full check names the damage, opening refuses
+// it (also for an import, which would write into it), and the file is left
+// byte for byte as it was.
+TEST_F(CatalogueDamage, TruncatedAndFlippedFilesAreReportedAndRefused) {
+    std::vector<std::string> releases;
+    for (uint32_t n = 0; n < 300; ++n) releases.push_back(numbered_release(n));
+    write(dir_ + "/more.jsonl", releases);
+    ASSERT_EQ(import(dir_ + "/more.jsonl"), 0u);
+    // Fold the write-ahead log into the file, so that the file alone holds it.
+    {
+        std::unique_ptr<catalogue::Catalogue> cat;
+        ASSERT_TRUE(catalogue::Catalogue::open(path_, cat).ok());
+    }
+    const std::string good = dir_ + "/good.catalogue";
+    fs::copy_file(path_, good);
+    const uintmax_t size = fs::file_size(good);
+    ASSERT_GT(size, 16u * 4096u);
+
+    struct Damage {
+        const char *name;
+        uintmax_t truncate_to;  // 0: no truncation
+        std::vector<uintmax_t> flips;
+    };
+    const std::vector<Damage> damages = {
+        {"truncated to half", size / 2, {}},
+        {"truncated to one page and a bit", 4096 + 100, {}},
+        {"truncated inside the header", 60, {}},
+        {"header magic flipped", 0, {0, 5}},
+        {"page headers flipped", 0, {2 * 4096, 3 * 4096 + 1, 5 * 4096, 8 * 4096 + 3}},
+    };
+    for (const Damage &d : damages) {
+        SCOPED_TRACE(d.name);
+        fs::remove(path_);
+        fs::remove(path_ + "-wal");
+        fs::remove(path_ + "-shm");
+        fs::copy_file(good, path_);
+        if (d.truncate_to) fs::resize_file(path_, d.truncate_to);
+        {
+            std::fstream f(path_, std::ios::in | std::ios::out | std::ios::binary);
+            for (uintmax_t at : d.flips) {
+                f.seekg(static_cast<std::streamoff>(at));
+                const int c = f.get();
+                f.seekp(static_cast<std::streamoff>(at));
+                f.put(static_cast<char>(c ^ 0xA5));
+            }
+        }
+        std::ifstream before_in(path_, std::ios::binary);
+        const std::string before((std::istreambuf_iterator<char>(before_in)), std::istreambuf_iterator<char>());
+
+        uint32_t status = 0;
+        const std::string report = check(&status);
+        EXPECT_EQ(status, ZELTO_CATALOGUE_DATABASE) << report;
+        EXPECT_NE(report, "ok\n");
+        EXPECT_FALSE(report.empty());
+        zelto_catalogue *catalogue = nullptr;
+        EXPECT_EQ(zelto_catalogue_open(path_.c_str(), 0, &catalogue), ZELTO_CATALOGUE_DATABASE);
+        EXPECT_EQ(zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &catalogue),
+                  ZELTO_CATALOGUE_DATABASE);
+        EXPECT_EQ(catalogue, nullptr);
+
+        std::ifstream after_in(path_, std::ios::binary);
+        const std::string after((std::istreambuf_iterator<char>(after_in)), std::istreambuf_iterator<char>());
+        EXPECT_TRUE(after == before) << "the damaged file was changed";
+    }
+}
+
+TEST_F(CatalogueDamage, CheckOfSoundMissingAndForeignFiles) {
+    uint32_t status = 1;
+    EXPECT_EQ(check(&status), "ok\n");
+    EXPECT_EQ(status, 0u);
+    char *report = nullptr;
+    EXPECT_EQ(zelto_catalogue_check((dir_ + "/none").c_str(), &report), ZELTO_CATALOGUE_NO_FILE);
+    EXPECT_EQ(report, nullptr);
+    EXPECT_EQ(zelto_catalogue_check(nullptr, &report), ZELTO_CATALOGUE_BAD_ARG);
+    // A text file, and an SQLite file of another program.
+    write(dir_ + "/text.catalogue", {"not a database at all, just some words"});
+    EXPECT_EQ(zelto_catalogue_check((dir_ + "/text.catalogue").c_str(), nullptr), ZELTO_CATALOGUE_DATABASE);
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open((dir_ + "/other.db").c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(id INTEGER PRIMARY KEY, text TEXT)", nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+    EXPECT_EQ(zelto_catalogue_check((dir_ + "/other.db").c_str(), &report), ZELTO_CATALOGUE_DATABASE);
+    EXPECT_STREQ(report, "not a catalogue: its tables are missing\n");
+    zelto_manager_text_free(report);
+    // Opening refuses it too, rather than adding a catalogue's tables to it.
+    zelto_catalogue *catalogue = nullptr;
+    EXPECT_EQ(zelto_catalogue_open((dir_ + "/other.db").c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &catalogue),
+              ZELTO_CATALOGUE_DATABASE);
+}
+
+}  // namespace
