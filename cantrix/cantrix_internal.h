@@ -58,24 +58,27 @@ uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer, uint32_t 
 
 namespace cantrix {
 
-constexpr uint32_t kPackage = 0x81;
+constexpr uint32_t kPackage = ZELTO_CANTRIX_PACKAGE;
 constexpr uint32_t kQueryMagic = 0x77ADDA77u;
 constexpr const char *kUnit = "zelto_cantrix";
 
-// Status codes of the module.
-constexpr uint32_t kInvalidArg = 0x90810001u;
-constexpr uint32_t kNoMemory = 0x90810002u;
-constexpr uint32_t kNotFound = 0x10810003u;
-constexpr uint32_t kBusy = 0x90810006u;
-constexpr uint32_t kNotInitialized = 0x90810007u;
-constexpr uint32_t kInitFailed = 0x9081000Au;
-constexpr uint32_t kUnsupported = 0x9081000Bu;
-constexpr uint32_t kInvalidData = 0x9081000Cu;
-constexpr uint32_t kNoService = 0x9081003Fu;
-constexpr uint32_t kInvalidToc = 0x908100C4u;
-constexpr uint32_t kNoSuitableInput = 0x908101A4u;
-constexpr uint32_t kBadManager = 0x90810320u;
-constexpr uint32_t kInvalidUtf8 = 0x908103A0u;
+// Status codes of the module, by their public names.
+constexpr uint32_t kInvalidArg = ZELTO_CANTRIX_INVALID_ARG;
+constexpr uint32_t kNoMemory = ZELTO_CANTRIX_NO_MEMORY;
+constexpr uint32_t kNoObject = ZELTO_CANTRIX_RESULT_NO_OBJECT;
+constexpr uint32_t kNotFound = ZELTO_CANTRIX_NOT_FOUND;
+constexpr uint32_t kBusy = ZELTO_CANTRIX_BUSY;
+constexpr uint32_t kNotInitialized = ZELTO_CANTRIX_NOT_INITIALIZED;
+constexpr uint32_t kInitFailed = ZELTO_CANTRIX_INIT_FAILED;
+constexpr uint32_t kUnsupported = ZELTO_CANTRIX_UNSUPPORTED;
+constexpr uint32_t kInvalidData = ZELTO_CANTRIX_INVALID_DATA;
+constexpr uint32_t kNoService = ZELTO_CANTRIX_NO_SERVICE;
+constexpr uint32_t kInvalidToc = ZELTO_CANTRIX_INVALID_TOC;
+constexpr uint32_t kFpKindUnsendable = ZELTO_CANTRIX_FP_KIND_UNSENDABLE;
+constexpr uint32_t kNoSuitableInput = ZELTO_CANTRIX_NO_SUITABLE_INPUT;
+constexpr uint32_t kBadManager = ZELTO_CANTRIX_BAD_MANAGER;
+constexpr uint32_t kRangeInvalid = ZELTO_CANTRIX_RANGE_INVALID;
+constexpr uint32_t kInvalidUtf8 = ZELTO_CANTRIX_INVALID_UTF8;
 
 // The module's bring-up lock record, for tests of its reset.
 const ombr_spinlock_t *module_init_lock();

@@ -20,7 +20,7 @@ namespace {
 
 using namespace cantrix;
 
-constexpr const char *kModuleVersion = "3.2.0.422";
+constexpr const char *kModuleVersion = ombr::kVersion;
 constexpr const char *kModuleBuildDate = "2013-01-08 07:56-0800";
 constexpr uint32_t kLogPackageAlias = 0x31;
 
@@ -78,17 +78,15 @@ extern "C" uint32_t _cantrix_init_func(const zelto_manager_table *manager) {
         started[i] = status == 0;
     }
     if (status == 0) status = manager->register_package(kPackage, "ZELTO CNX");
-    if (status == 0) status = fetch_table(manager, "_zelto_errorinfo_interface", g_cantrix_errorinfo_interface);
-    if (status == 0)
-        status = fetch_table(manager, "_zelto_handlemanager_interface", g_cantrix_handlemanager_interface);
-    if (status == 0) status = fetch_table(manager, "_zelto_userinfo_interface", g_cantrix_userinfo_interface);
-    if (status == 0) status = fetch_table(manager, "_zelto_rvo_interface", g_cantrix_rvo_interface);
-    if (status == 0) status = fetch_table(manager, "_zelto_listmanager_interface", g_cantrix_lists_interface);
-    if (status == 0)
-        status = fetch_table(manager, "_zelto_serialization_interface", g_cantrix_serialization_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_ERRORINFO, g_cantrix_errorinfo_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_HANDLEMANAGER, g_cantrix_handlemanager_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_USERINFO, g_cantrix_userinfo_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_RVO, g_cantrix_rvo_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_LISTS, g_cantrix_lists_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_SERIALIZATION, g_cantrix_serialization_interface);
     if (status == 0) {
         // Signal processing is optional: without it the module still comes up.
-        (void)fetch_table(manager, "_zelto_dsp_interface", g_cantrix_dsp_interface);
+        (void)fetch_table(manager, ZELTO_SERVICE_DSP, g_cantrix_dsp_interface);
         return 0;
     }
     _cantrix_shutdown_func(0);
@@ -119,12 +117,12 @@ extern "C" uint32_t _cantrix_map_error(uint32_t status) {
     if (value == 3) return kNotFound;
     switch (package) {
         case 4:
-        case 20: return 0x90810400u;
-        case 7: return 0x90810404u;
-        case 14: return 0x90810405u;
-        case 16: return 0x90810403u;
-        case 21: return 0x90810402u;
-        default: return 0x90810000u | value;
+        case 20: return ZELTO_CANTRIX_LOOKUP_FAILED;
+        case 7: return ZELTO_CANTRIX_MANAGER_FAILED;
+        case 14: return ZELTO_CANTRIX_SERIAL_FAILED;
+        case 16: return ZELTO_CANTRIX_RVO_FAILED;
+        case 21: return ZELTO_CANTRIX_LISTS_FAILED;
+        default: return ZELTO_CANTRIX_FAILURE | value;
     }
 }
 
@@ -248,7 +246,7 @@ OMBR_API uint32_t zelto_cantrix_query_create(zelto_user_handle user, zelto_cantr
     query->callback_data = callback_data;
     g_cantrix_userinfo_interface->userinfo_addref(user);
     // A user without this option leaves the mode null, which acts as online.
-    (void)g_cantrix_userinfo_interface->userinfo_option_get(user, "zelto_useroption_lookup_mode", &query->lookup_mode);
+    (void)g_cantrix_userinfo_interface->userinfo_option_get(user, ZELTO_USEROPTION_LOOKUP_MODE, &query->lookup_mode);
 
     working = ombr_thread_critsec_create(&query->lock);
     if (working == 0) working = g_cantrix_handlemanager_interface->handle_add(query);
@@ -283,11 +281,6 @@ OMBR_API uint32_t zelto_cantrix_query_release(zelto_cantrix_query_handle query) 
 
 namespace {
 
-constexpr const char *kModeOnline = "zelto_lookupmode_online";
-constexpr const char *kModeOnlineNoCache = "zelto_lookupmode_online_nocache";
-constexpr const char *kModeLocal = "zelto_lookupmode_local";
-constexpr uint32_t kRangeInvalid = 0x90810361u;
-
 enum class ValueTest { none, mode, range, language, flag };
 
 struct OptionRow {
@@ -300,24 +293,24 @@ struct OptionRow {
 
 // Keys in the order they are matched; keys compare without regard to case.
 constexpr OptionRow kOptions[] = {
-    {"zelto_cantrix_option_lookupmode", ValueTest::mode, 0, nullptr, true},
-    {"zelto_cantrix_result_range_start", ValueTest::range, 0, "1", true},
-    {"zelto_cantrix_result_range_size", ValueTest::range, 0, nullptr, true},
-    {"zelto_cantrix_preferred_lang", ValueTest::language, 0, nullptr, true},
-    {"zelto_cantrix_option_enable_classical", ValueTest::flag, 0x4000000u, "false", true},
-    {"zelto_cantrix_option_enable_globalids", ValueTest::flag, 0x800000u, "false", true},
-    {"zelto_cantrix_option_enable_dsp", ValueTest::flag, 0x1000000u, "false", true},
-    {"zelto_cantrix_option_enable_sonic", ValueTest::flag, 0x1000000u, "false", true},
-    {"zelto_cantrix_option_enable_playlist", ValueTest::flag, 0x1000000u, "false", true},
-    {"zelto_cantrix_option_enable_link", ValueTest::flag, 0x400000u, "false", true},
-    {"zelto_query_option_enable_aim", ValueTest::flag, 0x8000000u, "false", true},
-    {"zelto_cantrix_single_result", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_result_prefer_xid", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_result_prefer_coverart", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_option_revision_check", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_option_search_preset", ValueTest::none, 0, nullptr, false},
-    {"zelto_cantrix_option_output", ValueTest::none, 0, nullptr, false},
-    {"zelto_cantrix_option_additional_credits", ValueTest::none, 0, nullptr, false},
+    {ZELTO_CANTRIX_OPTION_LOOKUP_MODE, ValueTest::mode, 0, nullptr, true},
+    {ZELTO_CANTRIX_OPTION_RANGE_START, ValueTest::range, 0, "1", true},
+    {ZELTO_CANTRIX_OPTION_RANGE_SIZE, ValueTest::range, 0, nullptr, true},
+    {ZELTO_CANTRIX_OPTION_PREFERRED_LANG, ValueTest::language, 0, nullptr, true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_CLASSICAL, ValueTest::flag, ZELTO_DATA_CLASSICAL, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_GLOBALIDS, ValueTest::flag, ZELTO_DATA_GLOBALIDS, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_DSP, ValueTest::flag, ZELTO_DATA_PLAYLIST, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_SONIC, ValueTest::flag, ZELTO_DATA_PLAYLIST, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_PLAYLIST, ValueTest::flag, ZELTO_DATA_PLAYLIST, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_LINK, ValueTest::flag, ZELTO_DATA_LINK, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_AIM, ValueTest::flag, ZELTO_DATA_AIM, "false", true},
+    {ZELTO_CANTRIX_OPTION_SINGLE_RESULT, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_PREFER_XID, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_PREFER_COVERART, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_REVISION_CHECK, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_SEARCH_PRESET, ValueTest::none, 0, nullptr, false},
+    {ZELTO_CANTRIX_OPTION_OUTPUT, ValueTest::none, 0, nullptr, false},
+    {ZELTO_CANTRIX_OPTION_ADDITIONAL_CREDITS, ValueTest::none, 0, nullptr, false},
 };
 
 const OptionRow *find_option(const char *key) {
@@ -329,7 +322,7 @@ const OptionRow *find_option(const char *key) {
 // The module's own constant for a mode text, compared with case; null if
 // the text is no mode.
 const char *mode_constant(const char *value) {
-    const char *const modes[] = {kModeOnline, kModeOnlineNoCache, kModeLocal};
+    const char *const modes[] = {ZELTO_LOOKUPMODE_ONLINE, ZELTO_LOOKUPMODE_ONLINE_NOCACHE, ZELTO_LOOKUPMODE_LOCAL};
     for (const char *mode : modes)
         if (ombr_string_equal(mode, value, 0)) return mode;
     return nullptr;
@@ -495,12 +488,14 @@ extern "C" uint32_t _cantrix_map_response_code(zelto_rvo_handle object, const ch
         const char *code;
         const char *match_type;
     } kCodes[] = {
-        {"zelto_result_no_matches", "NONE"},          {"zelto_result_single_match", "SINGLE"},
-        {"zelto_result_fuzzy_matches", "FUZZY"},      {"zelto_result_multiexact_matches", "MULTI"},
-        {"zelto_result_no_new_rev", nullptr},
+        {ZELTO_RESULT_NO_MATCHES, ZELTO_MATCH_TYPE_NONE},
+        {ZELTO_RESULT_SINGLE_MATCH, ZELTO_MATCH_TYPE_SINGLE},
+        {ZELTO_RESULT_FUZZY_MATCHES, ZELTO_MATCH_TYPE_FUZZY},
+        {ZELTO_RESULT_MULTIEXACT_MATCHES, ZELTO_MATCH_TYPE_MULTI},
+        {ZELTO_RESULT_NO_NEW_REV, nullptr},
     };
     const char *code = nullptr;
-    uint32_t status = g_cantrix_rvo_interface->rvo_value_get(object, "_sdkmgr_val_response_code", 1, &code);
+    uint32_t status = g_cantrix_rvo_interface->rvo_value_get(object, ZELTO_VAL_RESPONSE_CODE, 1, &code);
     if (status != 0) return ombr::fail(status, kUnit);
     const char *match_type = nullptr;
     for (const auto &row : kCodes)
@@ -554,17 +549,16 @@ uint32_t run_find(const char *function, const char *busy_message, const char *bu
         QueryLock guard(query);
         const char *language = nullptr;
         if (query->options && g_cantrix_lists_interface && find.info &&
-            ombr_stringmap_value_find(query->options, "zelto_cantrix_preferred_lang", &language) == 0) {
+            ombr_stringmap_value_find(query->options, ZELTO_CANTRIX_OPTION_PREFERRED_LANG, &language) == 0) {
             const char *yielded = nullptr;
             (void)g_cantrix_lists_interface->list_language_get(language, &yielded);
-            if (yielded) info_add(find, "_sdkmgr_val_lookup_lang", yielded);
+            if (yielded) info_add(find, ZELTO_VAL_LOOKUP_LANG, yielded);
         }
         working = body(find);
         if (working == 0) {
             zelto_rvo_handle object = nullptr;
-            working = g_cantrix_rvo_interface->rvo_create(find.response, &g_cantrix_rvo_response_provider,
-                                                          query->user, "zelto_locale_music", query->data_flags,
-                                                          &object);
+            working = g_cantrix_rvo_interface->rvo_create(find.response, &g_cantrix_rvo_response_provider, query->user,
+                                                          ZELTO_LOCALE_GROUP_MUSIC, query->data_flags, &object);
             if (working == 0)
                 *out_response = object;
             else
@@ -579,16 +573,15 @@ uint32_t run_find(const char *function, const char *busy_message, const char *bu
 // The search preset of a query, or null when it is absent or empty.
 const char *search_preset(const cantrix_query *query) {
     const char *preset = nullptr;
-    if (!query->options ||
-        ombr_stringmap_value_find(query->options, "zelto_cantrix_option_search_preset", &preset) != 0)
+    if (!query->options || ombr_stringmap_value_find(query->options, ZELTO_CANTRIX_OPTION_SEARCH_PRESET, &preset) != 0)
         return nullptr;
     return ombr_string_isempty(preset) ? nullptr : preset;
 }
 
 // Keys an input object passes on to the results found through it.
 constexpr const char *kInheritedKeys[] = {
-    "_sdkmgr_val_lookup_type",  "_sdkmgr_val_match_type",  "_sdkmgr_val_lookup_lang",
-    "zelto_val_toc_album",      "zelto_val_txtmatchscore", "_sdkmgr_val_alb_workorders",
+    ZELTO_VAL_LOOKUP_TYPE, ZELTO_VAL_MATCH_TYPE,    ZELTO_VAL_LOOKUP_LANG,
+    ZELTO_VAL_TOC_ALBUM,   ZELTO_VAL_TXTMATCHSCORE, ZELTO_VAL_ALB_WORKORDERS,
 };
 
 }  // namespace
@@ -603,20 +596,20 @@ OMBR_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle que
             uint32_t status = 0;
             const char *preset = search_preset(q);
             if (preset || (q->text_fields && !q->input_rvo)) {
-                if ((status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT"))) return status;
+                if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT))) return status;
                 status = preset ? _cantrix_perform_presetsearch(q, 1, preset, &find.object)
                                 : _cantrix_perform_albumsearch(q, 1, &find.object);
                 if (status != 0) return status;
                 if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
+                if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
                 return _cantrix_process_search_response(q, find.object, find.info, &find.response);
             }
             if (q->input_rvo) {
                 if ((status = _cantrix_perform_rvolookup(q, 1, &find.object))) return status;
                 if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
                 if (find.info) {
-                    info_add(find, "_sdkmgr_val_match_type", match_type);
-                    info_add(find, "_sdkmgr_val_lookup_type", "TUI");
+                    info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
+                    info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TUI);
                     // The input object's history wins over the new values.
                     for (const char *key : kInheritedKeys) {
                         const char *value = nullptr;
@@ -629,16 +622,17 @@ OMBR_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle que
             const bool toc = q->toc_offsets != nullptr;
             if (!toc && !q->fp_data)
                 return no_suitable_input(kFunction, "No suitable input provided to perform Album search");
-            if ((status = info_add(find, "_sdkmgr_val_lookup_type", toc ? "TOC" : "FP"))) return status;
+            if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, toc ? ZELTO_LOOKUP_BY_TOC : ZELTO_LOOKUP_BY_FP)))
+                return status;
             status = toc ? _cantrix_perform_toclookup(q, 1, &find.object) : _cantrix_perform_fpxlookup(q, 1, &find.object);
             if (status != 0) return status;
             if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-            if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
+            if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
             if (toc) {
                 char text[1024];
                 ombr_memory_memset(text, 0, sizeof text);
                 if ((status = _cantrix_build_toc_string(q, text, sizeof text))) return status;
-                if ((status = info_add(find, "zelto_val_toc_album", text))) return status;
+                if ((status = info_add(find, ZELTO_VAL_TOC_ALBUM, text))) return status;
             }
             return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
         });
@@ -650,9 +644,9 @@ namespace {
 
 // The text fields a query accepts, compared exactly at set time.
 constexpr const char *kTextFields[] = {
-    "zelto_cantrix_field_artist",       "zelto_cantrix_field_album",        "zelto_cantrix_field_title",
-    "zelto_cantrix_field_composer",     "zelto_cantrix_field_fragment",     "zelto_cantrix_field_album_artist",
-    "zelto_cantrix_field_track_artist", "zelto_cantrix_field_lyric",
+    ZELTO_CANTRIX_FIELD_ARTIST,       ZELTO_CANTRIX_FIELD_ALBUM,    ZELTO_CANTRIX_FIELD_TITLE,
+    ZELTO_CANTRIX_FIELD_COMPOSER,     ZELTO_CANTRIX_FIELD_FRAGMENT, ZELTO_CANTRIX_FIELD_ALBUM_ARTIST,
+    ZELTO_CANTRIX_FIELD_TRACK_ARTIST, ZELTO_CANTRIX_FIELD_LYRIC,
 };
 
 bool is_text_field(const char *field) {
@@ -726,13 +720,13 @@ OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle que
                         const char *preset = search_preset(q);
                         uint32_t status = 0;
                         // A TOC is no input for tracks.
-                        const char *type = preset || (!q->input_rvo && q->text_fields) ? "TEXT"
-                                           : q->input_rvo                             ? "TUI"
-                                           : q->fp_data                               ? "FP"
-                                                                                      : nullptr;
+                        const char *type = preset || (!q->input_rvo && q->text_fields) ? ZELTO_LOOKUP_BY_TEXT
+                                           : q->input_rvo                              ? ZELTO_LOOKUP_BY_TUI
+                                           : q->fp_data                                ? ZELTO_LOOKUP_BY_FP
+                                                                                       : nullptr;
                         if (!type)
                             return no_suitable_input(kFunction, "No suitable input provided to perform Track search");
-                        if ((status = info_add(find, "_sdkmgr_val_lookup_type", type))) return status;
+                        if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, type))) return status;
                         if (preset)
                             status = _cantrix_perform_presetsearch(q, 2, preset, &find.object);
                         else if (q->input_rvo)
@@ -744,7 +738,7 @@ OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle que
                         if (status != 0) return status;
                         const char *match_type = nullptr;
                         if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                        if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
+                        if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
                         return _cantrix_process_track_response(q, find.object, find.info, &find.response);
                     });
 }
@@ -757,19 +751,19 @@ OMBR_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle qu
                         cantrix_query *q = find.query;
                         if (!q->text_fields)
                             return no_suitable_input(kFunction, "No input text provided to perform match search");
-                        uint32_t status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT");
+                        uint32_t status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT);
                         if (status == 0) status = _cantrix_perform_matchsearch(q, &find.object);
                         const char *match_type = nullptr;
                         if (status == 0) status = _cantrix_map_response_code(find.object, &match_type);
-                        if (status == 0) status = info_add(find, "_sdkmgr_val_match_type", match_type);
+                        if (status == 0) status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
                         const char *context = nullptr;
                         if (status == 0) status = g_cantrix_rvo_interface->rvo_get_context(find.object, &context);
                         if (status == 0) {
                             // Albums that came back alone still reach the application as matches.
-                            status = ombr_string_equal(context, "zelto_ctx_response_match", 0)
+                            status = ombr_string_equal(context, ZELTO_CTX_RESPONSE_MATCH, 0)
                                          ? _cantrix_process_match_response(q, find.object, find.info, &find.response)
                                          : _cantrix_process_album_response(q, find.object, find.info,
-                                                                           "zelto_ctx_response_match", &find.response);
+                                                                           ZELTO_CTX_RESPONSE_MATCH, &find.response);
                         }
                         g_cantrix_rvo_interface->rvo_release(find.object);
                         find.object = nullptr;
@@ -790,7 +784,7 @@ OMBR_API uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle que
                             }
                             return no_suitable_input(kFunction, "No input text provided to perform Lyric search");
                         }
-                        uint32_t status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT");
+                        uint32_t status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT);
                         if (status == 0)
                             status = preset ? _cantrix_perform_presetsearch(q, 3, preset, &find.object)
                                             : _cantrix_perform_lyricsearch(q, &find.object);
@@ -798,7 +792,7 @@ OMBR_API uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle que
                             // A missing response code only leaves the match type out here.
                             const char *match_type = nullptr;
                             if (_cantrix_map_response_code(find.object, &match_type) == 0)
-                                status = info_add(find, "_sdkmgr_val_match_type", match_type);
+                                status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
                         }
                         if (status == 0)
                             status = _cantrix_process_lyric_response(q, find.object, find.info, &find.response);

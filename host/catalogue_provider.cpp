@@ -23,8 +23,13 @@
 
 namespace {
 
-constexpr uint32_t kEventKind = 16;
-enum EventCode : uint32_t { kStarted = 1, kSent = 8, kFound = 9, kBuilding = 10, kReady = 11, kDone = 12, kError = 13 };
+constexpr uint32_t kStarted = ZELTO_LOOKUP_EVENT_STARTED;
+constexpr uint32_t kSent = ZELTO_LOOKUP_EVENT_SENT;
+constexpr uint32_t kFound = ZELTO_LOOKUP_EVENT_FOUND;
+constexpr uint32_t kBuilding = ZELTO_LOOKUP_EVENT_BUILDING;
+constexpr uint32_t kReady = ZELTO_LOOKUP_EVENT_READY;
+constexpr uint32_t kDone = ZELTO_LOOKUP_EVENT_DONE;
+constexpr uint32_t kError = ZELTO_LOOKUP_EVENT_ERROR;
 
 // The provider table comes first so that a table pointer leads back to its
 // owner; owners are never freed, only retired (see zelto_catalogue_close).
@@ -158,20 +163,20 @@ class Node {
     }
     // "zelto_ctx_title!off" -> title node with its display text.
     Node &title(const std::string &text) {
-        Node t("zelto_ctx_title");
-        t.value("zelto_val_display", text);
-        return child("zelto_ctx_title!off", t);
+        Node t(ZELTO_CTX_TITLE);
+        t.value(ZELTO_VAL_DISPLAY, text);
+        return child(ZELTO_CHILD_TITLE_OFFICIAL, t);
     }
     // "zelto_ctx_artist!" -> artist node -> "zelto_ctx_name!off" -> name node.
     Node &artist(const std::string &text) {
-        Node a("zelto_ctx_artist");
+        Node a(ZELTO_CTX_ARTIST);
         a.name(text);
-        return child("zelto_ctx_artist!", a);
+        return child(ZELTO_CHILD_ARTIST, a);
     }
     Node &name(const std::string &text) {
-        Node n("zelto_ctx_name");
-        n.value("zelto_val_display", text);
-        return child("zelto_ctx_name!off", n);
+        Node n(ZELTO_CTX_NAME);
+        n.value(ZELTO_VAL_DISPLAY, text);
+        return child(ZELTO_CHILD_NAME_OFFICIAL, n);
     }
 
    private:
@@ -228,7 +233,7 @@ class Events {
     bool send(uint32_t code, uint32_t value1 = 0, uintptr_t value2 = 0) {
         if (aborted_) return false;
         if (!request_.callback) return true;
-        zelto_lookup_status record{kEventKind, code, value1, value2};
+        zelto_lookup_status record{ZELTO_LOOKUP_EVENT_KIND_COUNTERS, code, value1, value2};
         request_.callback(request_.callback_data, &record, &flag_);
         if (flag_ == 1) aborted_ = true;
         return !aborted_;
@@ -263,38 +268,33 @@ bool contains(const std::vector<uint32_t> &v, uint32_t x) {
 }
 
 Node track_node(const catalogue::Album &album, const catalogue::Track &track, uint32_t position) {
-    Node t("zelto_ctx_track");
-    t.value("zelto_val_tracknumber", position)
-        .value("zelto_val_tui", track.tui)
-        .value("zelto_val_tui_tag", track.tag);
-    if (track.duration_ms) t.value("zelto_val_duration", track.duration_ms);
+    Node t(ZELTO_CTX_TRACK);
+    t.value(ZELTO_VAL_TRACKNUMBER, position).value(ZELTO_VAL_TUI, track.tui).value(ZELTO_VAL_TUI_TAG, track.tag);
+    if (track.duration_ms) t.value(ZELTO_VAL_DURATION, track.duration_ms);
     t.title(track.title);
     t.artist(track.artist.empty() ? album.artist : track.artist);
     return t;
 }
 
 Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
-    Node a("zelto_ctx_album");
+    Node a(ZELTO_CTX_ALBUM);
     const catalogue::Disc *toc_disc = nullptr;
     for (const auto &disc : album.discs)
         if (disc.number == shape.disc_number) toc_disc = &disc;
     if (!toc_disc && !album.discs.empty()) toc_disc = &album.discs.front();
-    a.value("zelto_val_tui", album.tui)
-        .value("zelto_val_tui_tag", album.tag)
-        .value("_sdkmgr_val_tui_rev", album.revision);
+    a.value(ZELTO_VAL_TUI, album.tui).value(ZELTO_VAL_TUI_TAG, album.tag).value(ZELTO_VAL_TUI_REV, album.revision);
     if (toc_disc && !toc_disc->tocs.empty()) {
-        a.value("_sdkmgr_val_mui", first_toc_mui(*toc_disc));
-        if (!toc_disc->tocs.front().media_id.empty())
-            a.value("_sdkmgr_val_muitag", toc_disc->tocs.front().media_id);
+        a.value(ZELTO_VAL_MUI, first_toc_mui(*toc_disc));
+        if (!toc_disc->tocs.front().media_id.empty()) a.value(ZELTO_VAL_MUITAG, toc_disc->tocs.front().media_id);
     }
-    a.value("zelto_val_title", album.title).value("zelto_val_artist", album.artist);
-    if (album.year) a.value("zelto_val_year", album.year);
-    if (!album.genre.empty()) a.value("zelto_val_genre", album.genre);
-    a.value("zelto_val_albumtrackcnt", album.track_count()).value("zelto_val_full_result", shape.full ? "1" : "0");
-    for (uint32_t m : shape.matched) a.value("zelto_val_track_matched", m);
+    a.value(ZELTO_VAL_TITLE, album.title).value(ZELTO_VAL_ARTIST, album.artist);
+    if (album.year) a.value(ZELTO_VAL_YEAR, album.year);
+    if (!album.genre.empty()) a.value(ZELTO_VAL_GENRE, album.genre);
+    a.value(ZELTO_VAL_ALBUMTRACKCNT, album.track_count()).value(ZELTO_VAL_FULL_RESULT, shape.full ? "1" : "0");
+    for (uint32_t m : shape.matched) a.value(ZELTO_VAL_TRACK_MATCHED, m);
     std::string toc = shape.toc;
     if (toc.empty() && toc_disc && !toc_disc->tocs.empty()) toc = catalogue::toc_text(toc_disc->tocs.front().offsets);
-    if (!toc.empty()) a.value("zelto_val_toc", toc);
+    if (!toc.empty()) a.value(ZELTO_VAL_TOC, toc);
     a.title(album.title);
     a.artist(album.artist);
     uint32_t position = 0;
@@ -303,7 +303,7 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
             ++position;
             const bool matching = contains(shape.matched, position);
             if (!shape.full && !matching) continue;
-            a.child(matching ? "zelto_ctx_track!matching" : "zelto_ctx_track!", track_node(album, track, position));
+            a.child(matching ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK, track_node(album, track, position));
         }
     }
     return a;
@@ -322,14 +322,14 @@ uint32_t position_of(const catalogue::Album &album, uint32_t disc_number, uint32
 
 Node response_root(const char *context, const char *code) {
     Node root(context);
-    root.value("_sdkmgr_val_response_code", std::string(code));
+    root.value(ZELTO_VAL_RESPONSE_CODE, std::string(code));
     return root;
 }
 
 void range_values(Node &root, const catalogue::Page &page) {
-    root.value("zelto_val_rangestart", page.range_start)
-        .value("zelto_val_rangeend", page.range_end)
-        .value("zelto_val_rangecount", page.total);
+    root.value(ZELTO_VAL_RANGESTART, page.range_start)
+        .value(ZELTO_VAL_RANGEEND, page.range_end)
+        .value(ZELTO_VAL_RANGECOUNT, page.total);
 }
 
 // Runs one lookup against the catalogue.
@@ -373,8 +373,8 @@ class Executor {
 
     bool read_range(std::string &why) {
         uint32_t start = 1, end = 0;
-        if (!number_of(lookup_, "zelto_lookup_data_result_range_start", 1, start) ||
-            !number_of(lookup_, "zelto_lookup_data_result_range_end", 0, end)) {
+        if (!number_of(lookup_, ZELTO_LOOKUP_DATA_RANGE_START, 1, start) ||
+            !number_of(lookup_, ZELTO_LOOKUP_DATA_RANGE_END, 0, end)) {
             why = "result range is not a number";
             return false;
         }
@@ -384,19 +384,19 @@ class Executor {
             why = "result range ends before it starts";
             return false;
         }
-        if (true_text(find(lookup_.options, "zelto_lookup_option_result_single"))) end = start;
+        if (true_text(find(lookup_.options, ZELTO_LOOKUP_OPTION_RESULT_SINGLE))) end = start;
         range_ = {start, end};
         return true;
     }
 
     catalogue::TextQuery text_query() const {
         catalogue::TextQuery q;
-        q.album_title = text_of(lookup_, "zelto_lookup_data_album_title");
-        q.album_artist = text_of(lookup_, "zelto_lookup_data_album_artist");
-        q.track_title = text_of(lookup_, "zelto_lookup_data_track_title");
-        q.track_artist = text_of(lookup_, "zelto_lookup_data_track_artist");
-        q.artist = text_of(lookup_, "zelto_lookup_data_artist");
-        q.composer = text_of(lookup_, "zelto_lookup_data_composer");
+        q.album_title = text_of(lookup_, ZELTO_LOOKUP_DATA_ALBUM_TITLE);
+        q.album_artist = text_of(lookup_, ZELTO_LOOKUP_DATA_ALBUM_ARTIST);
+        q.track_title = text_of(lookup_, ZELTO_LOOKUP_DATA_TRACK_TITLE);
+        q.track_artist = text_of(lookup_, ZELTO_LOOKUP_DATA_TRACK_ARTIST);
+        q.artist = text_of(lookup_, ZELTO_LOOKUP_DATA_ARTIST);
+        q.composer = text_of(lookup_, ZELTO_LOOKUP_DATA_COMPOSER);
         return q;
     }
 
@@ -409,32 +409,32 @@ class Executor {
         std::string why;
         if (!read_range(why)) return failure(ZELTO_CATALOGUE_INVALID_DATA, why);
         const std::string &type = lookup_.type;
-        if (type == "zelto_lookup_type_album") {
-            if (has("zelto_lookup_data_toc")) return toc_lookup();
-            if (has("zelto_lookup_data_tui") || has("zelto_lookup_data_mui") || has("zelto_lookup_data_media_id"))
+        if (type == ZELTO_LOOKUP_TYPE_ALBUM) {
+            if (has(ZELTO_LOOKUP_DATA_TOC)) return toc_lookup();
+            if (has(ZELTO_LOOKUP_DATA_TUI) || has(ZELTO_LOOKUP_DATA_MUI) || has(ZELTO_LOOKUP_DATA_MEDIA_ID))
                 return identifier_lookup(false);
             if (has_text(text_query())) return album_search();
-            if (has("zelto_lookup_data_tvx_querydata") || has("zelto_lookup_data_fpx_querydata"))
-                return no_match("zelto_ctx_response");  // the catalogue holds no fingerprints
+            if (has(ZELTO_LOOKUP_DATA_TVX_QUERYDATA) || has(ZELTO_LOOKUP_DATA_FPX_QUERYDATA))
+                return no_match(ZELTO_CTX_RESPONSE);  // the catalogue holds no fingerprints
             return failure(ZELTO_CATALOGUE_INVALID_DATA, "album lookup without TOC, identifier or text");
         }
-        if (type == "zelto_lookup_type_track") {
-            if (has("zelto_lookup_data_tui") || has("zelto_lookup_data_mui") || has("zelto_lookup_data_media_id"))
+        if (type == ZELTO_LOOKUP_TYPE_TRACK) {
+            if (has(ZELTO_LOOKUP_DATA_TUI) || has(ZELTO_LOOKUP_DATA_MUI) || has(ZELTO_LOOKUP_DATA_MEDIA_ID))
                 return identifier_lookup(true);
             if (has_text(text_query())) return track_search();
-            if (has("zelto_lookup_data_tvx_querydata") || has("zelto_lookup_data_fpx_querydata"))
-                return no_match("zelto_ctx_response");
+            if (has(ZELTO_LOOKUP_DATA_TVX_QUERYDATA) || has(ZELTO_LOOKUP_DATA_FPX_QUERYDATA))
+                return no_match(ZELTO_CTX_RESPONSE);
             return failure(ZELTO_CATALOGUE_INVALID_DATA, "track lookup without identifier or text");
         }
-        if (type == "zelto_lookup_type_text_match") {
+        if (type == ZELTO_LOOKUP_TYPE_TEXT_MATCH) {
             if (has_text(text_query())) return match_search();
             return failure(ZELTO_CATALOGUE_INVALID_DATA, "match lookup without text");
         }
-        if (type == "zelto_lookup_type_lyric") {
+        if (type == ZELTO_LOOKUP_TYPE_LYRIC) {
             catalogue::LyricQuery q;
-            q.title = text_of(lookup_, "zelto_lookup_data_lyric_title");
-            q.artist = text_of(lookup_, "zelto_lookup_data_lyric_artist");
-            q.fragment = text_of(lookup_, "zelto_lookup_data_lyric_fragment");
+            q.title = text_of(lookup_, ZELTO_LOOKUP_DATA_LYRIC_TITLE);
+            q.artist = text_of(lookup_, ZELTO_LOOKUP_DATA_LYRIC_ARTIST);
+            q.fragment = text_of(lookup_, ZELTO_LOOKUP_DATA_LYRIC_FRAGMENT);
             if (q.title.empty() && q.artist.empty() && q.fragment.empty())
                 return failure(ZELTO_CATALOGUE_INVALID_DATA, "lyric lookup without text");
             return lyric_search(q);
@@ -456,12 +456,12 @@ class Executor {
     Outcome toc_lookup() {
         if (!events_.send(kSent)) return aborted();
         catalogue::TocResult result;
-        catalogue::Status s = db_.lookup_toc(text_of(lookup_, "zelto_lookup_data_toc"), range_, result);
+        catalogue::Status s = db_.lookup_toc(text_of(lookup_, ZELTO_LOOKUP_DATA_TOC), range_, result);
         if (!s.ok()) return failure(s);
         const auto count = static_cast<uint32_t>(result.hits.size());
         if (!found(result.total, count)) return aborted();
         Outcome o;
-        o.tree = response_root("zelto_ctx_response", catalogue::response_code(result.kind));
+        o.tree = response_root(ZELTO_CTX_RESPONSE, catalogue::response_code(result.kind));
         range_values(o.tree, result);
         uint32_t done = 0;
         for (const auto &hit : result.hits) {
@@ -475,7 +475,7 @@ class Executor {
                 if (disc.number == hit.disc_number)
                     for (const auto &track : disc.tracks)
                         shape.matched.push_back(position_of(album, disc.number, track.number));
-            o.tree.child("zelto_ctx_album!", album_node(album, shape));
+            o.tree.child(ZELTO_CHILD_ALBUM, album_node(album, shape));
             if (!building(++done, count)) return aborted();
         }
         if (!events_.send(kReady)) return aborted();
@@ -488,14 +488,14 @@ class Executor {
         if (!events_.send(kSent)) return aborted();
         catalogue::IdentifierHit hit;
         catalogue::Status s;
-        const std::string tui = text_of(lookup_, "zelto_lookup_data_tui");
-        const std::string tag = text_of(lookup_, "zelto_lookup_data_tui_tag");
+        const std::string tui = text_of(lookup_, ZELTO_LOOKUP_DATA_TUI);
+        const std::string tag = text_of(lookup_, ZELTO_LOOKUP_DATA_TUI_TAG);
         if (!tui.empty())
             s = db_.lookup_tui(tui, tag, hit);
         else
-            s = db_.lookup_media(text_of(lookup_, "zelto_lookup_data_mui"),
-                                 text_of(lookup_, "zelto_lookup_data_media_id"), hit);
-        const char *context = "zelto_ctx_response";
+            s = db_.lookup_media(text_of(lookup_, ZELTO_LOOKUP_DATA_MUI), text_of(lookup_, ZELTO_LOOKUP_DATA_MEDIA_ID),
+                                 hit);
+        const char *context = ZELTO_CTX_RESPONSE;
         if (s.code == catalogue::Code::not_found) {
             if (!found(0, 0) || !events_.send(kReady)) return aborted();
             Outcome o;
@@ -503,9 +503,9 @@ class Executor {
             return o;
         }
         if (!s.ok()) return failure(s);
-        if (has("zelto_lookup_data_rev") && !tui.empty()) {
+        if (has(ZELTO_LOOKUP_DATA_REV) && !tui.empty()) {
             uint32_t revision = 0;
-            if (!number_of(lookup_, "zelto_lookup_data_rev", 0, revision))
+            if (!number_of(lookup_, ZELTO_LOOKUP_DATA_REV, 0, revision))
                 return failure(ZELTO_CATALOGUE_INVALID_DATA, "revision is not a number");
             catalogue::RevisionCheck check = catalogue::RevisionCheck::unknown;
             if (!(s = db_.check_revision(tui, tag, revision, check)).ok()) return failure(s);
@@ -526,13 +526,13 @@ class Executor {
         uint32_t matched = 0;
         if (hit.kind == catalogue::IdentifierHit::Kind::track)
             matched = position_of(album, hit.disc_number, hit.track_number);
-        else if (!number_of(lookup_, "zelto_lookup_data_track_matched", 0, matched))
+        else if (!number_of(lookup_, ZELTO_LOOKUP_DATA_TRACK_MATCHED, 0, matched))
             matched = 0;
         if (matched && matched <= album.track_count()) shape.matched.push_back(matched);
         Outcome o;
         o.tree = response_root(context, catalogue::response_code(catalogue::MatchKind::single));
         if (!tracks) {
-            o.tree.child("zelto_ctx_album!", album_node(album, shape));
+            o.tree.child(ZELTO_CHILD_ALBUM, album_node(album, shape));
         } else {
             // Track lookups: the matched track alone, or every track of the album.
             uint32_t position = 0;
@@ -540,8 +540,7 @@ class Executor {
                 for (const auto &track : disc.tracks) {
                     ++position;
                     if (shape.matched.empty() || contains(shape.matched, position))
-                        o.tree.child(contains(shape.matched, position) ? "zelto_ctx_track!matching"
-                                                                       : "zelto_ctx_track!",
+                        o.tree.child(contains(shape.matched, position) ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK,
                                      track_node(album, track, position));
                 }
         }
@@ -587,53 +586,52 @@ class Executor {
 
     Outcome album_search() {
         return paged_answer<catalogue::AlbumSearchResult>(
-            "zelto_ctx_response", [&](auto &result) { return db_.search_albums(text_query(), range_, result); },
+            ZELTO_CTX_RESPONSE, [&](auto &result) { return db_.search_albums(text_query(), range_, result); },
             [&](Node &root, const catalogue::AlbumHit &hit) {
                 std::vector<uint32_t> matched;
                 for (const auto &m : hit.matched_tracks) matched.push_back(m.position);
                 Node a;
                 catalogue::Status s = partial_album(hit.album_id, matched, a);
-                if (s.ok()) root.child("zelto_ctx_album!", a);
+                if (s.ok()) root.child(ZELTO_CHILD_ALBUM, a);
                 return s;
             });
     }
 
     Outcome track_search() {
         return paged_answer<catalogue::TrackSearchResult>(
-            "zelto_ctx_response", [&](auto &result) { return db_.search_tracks(text_query(), range_, result); },
+            ZELTO_CTX_RESPONSE, [&](auto &result) { return db_.search_tracks(text_query(), range_, result); },
             [&](Node &root, const catalogue::TrackHit &hit) {
-                Node t("zelto_ctx_track");
-                t.value("zelto_val_tracknumber", hit.position)
-                    .value("zelto_val_tui", hit.tui)
-                    .value("zelto_val_tui_tag", hit.tag);
-                if (hit.duration_ms) t.value("zelto_val_duration", hit.duration_ms);
-                t.value("zelto_val_album_tui", hit.album_tui);
+                Node t(ZELTO_CTX_TRACK);
+                t.value(ZELTO_VAL_TRACKNUMBER, hit.position)
+                    .value(ZELTO_VAL_TUI, hit.tui)
+                    .value(ZELTO_VAL_TUI_TAG, hit.tag);
+                if (hit.duration_ms) t.value(ZELTO_VAL_DURATION, hit.duration_ms);
+                t.value(ZELTO_VAL_ALBUM_TUI, hit.album_tui);
                 t.title(hit.title);
                 t.artist(hit.artist);
-                root.child("zelto_ctx_track!", t);
+                root.child(ZELTO_CHILD_TRACK, t);
                 return catalogue::Status{};
             });
     }
 
     Outcome match_search() {
         return paged_answer<catalogue::MatchSearchResult>(
-            "zelto_ctx_response_match",
-            [&](auto &result) { return db_.search_matches(text_query(), range_, result); },
+            ZELTO_CTX_RESPONSE_MATCH, [&](auto &result) { return db_.search_matches(text_query(), range_, result); },
             [&](Node &root, const catalogue::MatchHit &hit) {
                 if (hit.kind == catalogue::MatchHit::Kind::album) {
                     Node a;
                     catalogue::Status s = partial_album(hit.id, {}, a);
                     if (!s.ok()) return s;
-                    a.value("_sdkmgr_val_text_match_album_score", hit.album_score)
-                        .value("_sdkmgr_val_text_match_contrib_score", hit.contributor_score)
-                        .value("_sdkmgr_val_text_match_track_score", hit.track_score);
-                    root.child("zelto_ctx_response_match!", a);
+                    a.value(ZELTO_VAL_TEXT_MATCH_ALBUM_SCORE, hit.album_score)
+                        .value(ZELTO_VAL_TEXT_MATCH_CONTRIB_SCORE, hit.contributor_score)
+                        .value(ZELTO_VAL_TEXT_MATCH_TRACK_SCORE, hit.track_score);
+                    root.child(ZELTO_CHILD_RESPONSE_MATCH, a);
                 } else {
-                    Node c("zelto_ctx_contributor");
+                    Node c(ZELTO_CTX_CONTRIBUTOR);
                     c.name(hit.title);
-                    c.value("_sdkmgr_val_text_match_contrib_score", hit.contributor_score)
-                        .value("zelto_val_collab_result", hit.collaboration ? "1" : "0");
-                    root.child("zelto_ctx_response_match!", c);
+                    c.value(ZELTO_VAL_TEXT_MATCH_CONTRIB_SCORE, hit.contributor_score)
+                        .value(ZELTO_VAL_COLLAB_RESULT, hit.collaboration ? "1" : "0");
+                    root.child(ZELTO_CHILD_RESPONSE_MATCH, c);
                 }
                 return catalogue::Status{};
             });
@@ -641,18 +639,18 @@ class Executor {
 
     Outcome lyric_search(const catalogue::LyricQuery &query) {
         return paged_answer<catalogue::LyricSearchResult>(
-            "zelto_ctx_response", [&](auto &result) { return db_.search_lyrics(query, range_, result); },
+            ZELTO_CTX_RESPONSE, [&](auto &result) { return db_.search_lyrics(query, range_, result); },
             [&](Node &root, const catalogue::LyricHit &hit) {
                 catalogue::Lyric lyric;
                 catalogue::Status s = db_.get_lyric(hit.lyric_id, lyric);
                 if (!s.ok()) return s;
-                Node l("zelto_ctx_lyric");
+                Node l(ZELTO_CTX_LYRIC);
                 l.title(lyric.title);
                 l.artist(lyric.artist);
-                l.value("zelto_val_lyric_text", lyric.text);
-                if (!lyric.language.empty()) l.value("zelto_val_language", lyric.language);
-                if (!lyric.album_tui.empty()) l.value("zelto_val_album_tui", lyric.album_tui);
-                root.child("zelto_ctx_lyric!", l);
+                l.value(ZELTO_VAL_LYRIC_TEXT, lyric.text);
+                if (!lyric.language.empty()) l.value(ZELTO_VAL_LANGUAGE, lyric.language);
+                if (!lyric.album_tui.empty()) l.value(ZELTO_VAL_ALBUM_TUI, lyric.album_tui);
+                root.child(ZELTO_CHILD_LYRIC, l);
                 return s;
             });
     }
@@ -784,7 +782,7 @@ uint32_t request_get_result(zelto_lookup_request handle, const char *request_id,
     if (!catalogue_of(request) || !request_id || !out_result) return ZELTO_CATALOGUE_BAD_ARG;
     Lookup *l = lookup_of(request, request_id);
     if (!l || !l->result) return ZELTO_CATALOGUE_NO_RESULT;
-    return zelto_manager_tree_to_rvo(l->result, request->user, "zelto_locale_music", 0, out_result);
+    return zelto_manager_tree_to_rvo(l->result, request->user, ZELTO_LOCALE_GROUP_MUSIC, 0, out_result);
 }
 
 uint32_t request_release(zelto_lookup_request handle) {

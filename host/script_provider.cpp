@@ -162,11 +162,9 @@ uint32_t option_flag(const char *key) {
         const char *key;
         uint32_t flag;
     } kFlags[] = {
-        {"zelto_lookup_option_link", ZELTO_DATA_LINK},
-        {"zelto_lookup_option_globalids", ZELTO_DATA_GLOBALIDS},
-        {"zelto_lookup_option_playlist", ZELTO_DATA_PLAYLIST},
-        {"zelto_lookup_option_class", ZELTO_DATA_CLASSICAL},
-        {"zelto_lookup_option_aim", ZELTO_DATA_AIM},
+        {ZELTO_LOOKUP_OPTION_LINK, ZELTO_DATA_LINK},         {ZELTO_LOOKUP_OPTION_GLOBALIDS, ZELTO_DATA_GLOBALIDS},
+        {ZELTO_LOOKUP_OPTION_PLAYLIST, ZELTO_DATA_PLAYLIST}, {ZELTO_LOOKUP_OPTION_CLASS, ZELTO_DATA_CLASSICAL},
+        {ZELTO_LOOKUP_OPTION_AIM, ZELTO_DATA_AIM},
     };
     for (auto &entry : kFlags)
         if (std::strcmp(entry.key, key) == 0) return entry.flag;
@@ -306,7 +304,7 @@ uint32_t request_get_result(zelto_lookup_request handle, const char *request_id,
         tree = request->result;
         zelto_manager_tree_addref(tree);
     }
-    status = zelto_manager_tree_to_rvo(tree, request->user, "zelto_locale_music", request->flags, out_result);
+    status = zelto_manager_tree_to_rvo(tree, request->user, ZELTO_LOCALE_GROUP_MUSIC, request->flags, out_result);
     zelto_manager_tree_release(tree);
     return status;
 }
@@ -516,7 +514,7 @@ HOST_EXPORT uint32_t zelto_script_answer_error(zelto_script *script, uint32_t in
         answer->texts.emplace_back(text);
         pointer = reinterpret_cast<uintptr_t>(answer->texts.back().c_str());
     }
-    answer->events.push_back({kind, 13, error_code, pointer});
+    answer->events.push_back({kind, ZELTO_LOOKUP_EVENT_ERROR, error_code, pointer});
     return 0;
 }
 

@@ -55,7 +55,7 @@ namespace {
 
 std::atomic<uint32_t> g_tree_live{0};
 
-constexpr const char kCtxPrefix[] = "zelto_ctx_";
+constexpr const char kCtxPrefix[] = ZELTO_CTX_PREFIX;
 
 bool live_tree(const zelto_manager_tree *tree) { return tree && host::handles_valid(tree, host::kTreeMagic); }
 
@@ -77,7 +77,9 @@ void tree_drop(zelto_manager_tree *tree) {
 
 bool starts_with(const char *text, const char *prefix) { return std::strncmp(text, prefix, std::strlen(prefix)) == 0; }
 
-bool is_value_key(const char *key) { return starts_with(key, "zelto_val_") || starts_with(key, "_sdkmgr_val_"); }
+bool is_value_key(const char *key) {
+    return starts_with(key, ZELTO_VAL_PREFIX) || starts_with(key, ZELTO_SDKMGR_VAL_PREFIX);
+}
 
 // Splits "zelto_ctx_track!matching" into base and selector. A child key must
 // begin with "zelto_ctx_", have a name, and contain the "!".
@@ -169,7 +171,7 @@ bool node_number(zelto_manager_tree *node, const std::string &base, uint32_t *ou
         *out = node->number;
         return true;
     }
-    std::string key = "zelto_val_" + base.substr(sizeof(kCtxPrefix) - 1) + "number";
+    std::string key = ZELTO_VAL_PREFIX + base.substr(sizeof(kCtxPrefix) - 1) + "number";
     for (auto &value : node->values) {
         if (value->key != key) continue;
         const std::string &text = value->text;

@@ -104,14 +104,14 @@ Options parse(int argc, char **argv) {
         const char *flag, *field;
     };
     static constexpr TextOption kText[] = {
-        {"--artist", "zelto_cantrix_field_artist"},
-        {"--album", "zelto_cantrix_field_album"},
-        {"--title", "zelto_cantrix_field_title"},
-        {"--composer", "zelto_cantrix_field_composer"},
-        {"--album-artist", "zelto_cantrix_field_album_artist"},
-        {"--track-artist", "zelto_cantrix_field_track_artist"},
-        {"--lyric", "zelto_cantrix_field_lyric"},
-        {"--fragment", "zelto_cantrix_field_fragment"},
+        {"--artist", ZELTO_CANTRIX_FIELD_ARTIST},
+        {"--album", ZELTO_CANTRIX_FIELD_ALBUM},
+        {"--title", ZELTO_CANTRIX_FIELD_TITLE},
+        {"--composer", ZELTO_CANTRIX_FIELD_COMPOSER},
+        {"--album-artist", ZELTO_CANTRIX_FIELD_ALBUM_ARTIST},
+        {"--track-artist", ZELTO_CANTRIX_FIELD_TRACK_ARTIST},
+        {"--lyric", ZELTO_CANTRIX_FIELD_LYRIC},
+        {"--fragment", ZELTO_CANTRIX_FIELD_FRAGMENT},
     };
     std::vector<std::string> positional;
     for (int i = 1; i < argc; ++i) {
@@ -209,38 +209,13 @@ Options parse(int argc, char **argv) {
     return o;
 }
 
-// ---- Status texts -------------------------------------------------------------------
-
-const char *status_meaning(uint32_t status) {
-    switch (status) {
-        case ZELTO_CANTRIX_INVALID_ARG: return "invalid argument";
-        case ZELTO_CANTRIX_NO_MEMORY: return "out of memory";
-        case ZELTO_CANTRIX_RESULT_NO_OBJECT: return "result without object";
-        case ZELTO_CANTRIX_NOT_FOUND: return "not found";
-        case ZELTO_CANTRIX_BUSY: return "query busy";
-        case ZELTO_CANTRIX_NOT_INITIALIZED: return "module not initialised";
-        case ZELTO_CANTRIX_INIT_FAILED: return "initialisation failed";
-        case ZELTO_CANTRIX_UNSUPPORTED: return "unsupported";
-        case ZELTO_CANTRIX_INVALID_DATA: return "invalid data";
-        case ZELTO_CANTRIX_NO_SERVICE: return "no lookup provider for this mode";
-        case ZELTO_CANTRIX_INVALID_TOC: return "invalid TOC";
-        case ZELTO_CANTRIX_NO_SUITABLE_INPUT: return "no suitable input for this search";
-        case ZELTO_CANTRIX_RANGE_INVALID: return "invalid result range";
-        case ZELTO_CANTRIX_INVALID_UTF8: return "invalid UTF-8";
-        case ZELTO_CATALOGUE_ABORTED: return "lookup aborted";
-        case ZELTO_CATALOGUE_INVALID_DATA: return "request data refused by the catalogue";
-        case ZELTO_CATALOGUE_DATABASE: return "catalogue database failure";
-    }
-    return "failure";
-}
-
 // Prints a failed call with the module's status, its meaning and the last
 // error message of the manager.
 void report(const char *what, uint32_t status) {
     const char *message = nullptr;
     uint32_t source = 0;
     zelto_manager_errorinfo_get(&source, nullptr, &message);
-    std::fprintf(stderr, "cantrix: %s: status 0x%08X (%s)", what, status, status_meaning(status));
+    std::fprintf(stderr, "cantrix: %s: status 0x%08X (%s)", what, status, zelto_manager_status_text(status));
     if (message && *message) std::fprintf(stderr, ": %s", message);
     std::fputc('\n', stderr);
 }
@@ -278,13 +253,13 @@ class Object {
         return h_ && zelto_manager_rvo_get_context(h_, &c) == 0 && c ? c : "";
     }
     // Display texts of the title and the artist.
-    std::string title() const { return child("zelto_ctx_title!off", 1).value("zelto_val_display"); }
+    std::string title() const { return child(ZELTO_CHILD_TITLE_OFFICIAL, 1).value(ZELTO_VAL_DISPLAY); }
     std::string artist() const {
-        return child("zelto_ctx_artist!", 1).child("zelto_ctx_name!off", 1).value("zelto_val_display");
+        return child(ZELTO_CHILD_ARTIST, 1).child(ZELTO_CHILD_NAME_OFFICIAL, 1).value(ZELTO_VAL_DISPLAY);
     }
-    std::string name() const { return child("zelto_ctx_name!off", 1).value("zelto_val_display"); }
+    std::string name() const { return child(ZELTO_CHILD_NAME_OFFICIAL, 1).value(ZELTO_VAL_DISPLAY); }
 
-   private:
+ private:
     zelto_rvo_handle h_ = nullptr;
 };
 
@@ -361,30 +336,30 @@ class Json {
 };
 
 void print_tracks_text(const Object &album) {
-    const uint32_t n = album.count("zelto_ctx_track!");
+    const uint32_t n = album.count(ZELTO_CHILD_TRACK);
     for (uint32_t i = 1; i <= n; ++i) {
-        Object t = album.child("zelto_ctx_track!", i);
-        std::printf("    %3s. %s", t.value("zelto_val_tracknumber").c_str(), t.title().c_str());
+        Object t = album.child(ZELTO_CHILD_TRACK, i);
+        std::printf("    %3s. %s", t.value(ZELTO_VAL_TRACKNUMBER).c_str(), t.title().c_str());
         const std::string artist = t.artist(), album_artist = album.artist();
         if (!artist.empty() && artist != album_artist) std::printf(" - %s", artist.c_str());
-        const std::string d = duration_text(t.value("zelto_val_duration"));
+        const std::string d = duration_text(t.value(ZELTO_VAL_DURATION));
         if (!d.empty()) std::printf(" (%s)", d.c_str());
         std::putchar('\n');
     }
 }
 
 void json_tracks(Json &j, const Object &album) {
-    const uint32_t n = album.count("zelto_ctx_track!");
+    const uint32_t n = album.count(ZELTO_CHILD_TRACK);
     j.key("tracks");
     j.open('[');
     for (uint32_t i = 1; i <= n; ++i) {
-        Object t = album.child("zelto_ctx_track!", i);
+        Object t = album.child(ZELTO_CHILD_TRACK, i);
         j.open('{');
-        j.num("number", t.value("zelto_val_tracknumber"));
+        j.num("number", t.value(ZELTO_VAL_TRACKNUMBER));
         j.str("title", t.title());
         j.str("artist", t.artist());
-        j.num("duration_ms", t.value("zelto_val_duration"));
-        j.str("tui", t.value("zelto_val_tui"));
+        j.num("duration_ms", t.value(ZELTO_VAL_DURATION));
+        j.str("tui", t.value(ZELTO_VAL_TUI));
         j.close('}');
     }
     j.close(']');
@@ -392,10 +367,10 @@ void json_tracks(Json &j, const Object &album) {
 
 // Child key of the rows for each kind of search.
 const char *row_key(const std::string &kind) {
-    if (kind == "tracks") return "zelto_ctx_track!";
-    if (kind == "matches") return "zelto_ctx_response_match!";
-    if (kind == "lyrics") return "zelto_ctx_lyric!";
-    return "zelto_ctx_album!";
+    if (kind == "tracks") return ZELTO_CHILD_TRACK;
+    if (kind == "matches") return ZELTO_CHILD_RESPONSE_MATCH;
+    if (kind == "lyrics") return ZELTO_CHILD_LYRIC;
+    return ZELTO_CHILD_ALBUM;
 }
 
 void print_response(const Object &response, const std::string &kind, bool json) {
@@ -405,28 +380,28 @@ void print_response(const Object &response, const std::string &kind, bool json) 
     if (json) {
         j.open('{');
         j.str("kind", kind);
-        j.num("range_start", response.value("zelto_val_rangestart"));
-        j.num("range_end", response.value("zelto_val_rangeend"));
-        j.num("range_count", response.value("zelto_val_rangecount"));
+        j.num("range_start", response.value(ZELTO_VAL_RANGESTART));
+        j.num("range_end", response.value(ZELTO_VAL_RANGEEND));
+        j.num("range_count", response.value(ZELTO_VAL_RANGECOUNT));
         j.key("results");
         j.open('[');
     } else if (rows == 0) {
         std::printf("no match\n");
         return;
     } else {
-        const std::string count = response.value("zelto_val_rangecount");
+        const std::string count = response.value(ZELTO_VAL_RANGECOUNT);
         std::printf("%u result%s", rows, rows == 1 ? "" : "s");
         if (!count.empty() && count != "0")
-            std::printf(" (%s to %s of %s)", response.value("zelto_val_rangestart").c_str(),
-                        response.value("zelto_val_rangeend").c_str(), count.c_str());
+            std::printf(" (%s to %s of %s)", response.value(ZELTO_VAL_RANGESTART).c_str(),
+                        response.value(ZELTO_VAL_RANGEEND).c_str(), count.c_str());
         std::putchar('\n');
     }
     for (uint32_t i = 1; i <= rows; ++i) {
         Object row = response.child(key, i);
         const std::string context = row.context();
-        const std::string score = row.value("zelto_val_txtmatchscore");
-        const std::string match_type = row.value("_sdkmgr_val_match_type");
-        const std::string lookup_type = row.value("_sdkmgr_val_lookup_type");
+        const std::string score = row.value(ZELTO_VAL_TXTMATCHSCORE);
+        const std::string match_type = row.value(ZELTO_VAL_MATCH_TYPE);
+        const std::string lookup_type = row.value(ZELTO_VAL_LOOKUP_TYPE);
         if (json) {
             j.open('{');
             j.str("context", context);
@@ -436,57 +411,57 @@ void print_response(const Object &response, const std::string &kind, bool json) 
         } else {
             std::printf("\n[%u]", i);
         }
-        if (context == "zelto_ctx_album") {
-            const std::string title = row.title().empty() ? row.value("zelto_val_title") : row.title();
-            const std::string artist = row.artist().empty() ? row.value("zelto_val_artist") : row.artist();
+        if (context == ZELTO_CTX_ALBUM) {
+            const std::string title = row.title().empty() ? row.value(ZELTO_VAL_TITLE) : row.title();
+            const std::string artist = row.artist().empty() ? row.value(ZELTO_VAL_ARTIST) : row.artist();
             if (json) {
                 j.str("title", title);
                 j.str("artist", artist);
-                j.num("year", row.value("zelto_val_year"));
-                j.str("genre", row.value("zelto_val_genre"));
-                j.num("track_count", row.value("zelto_val_albumtrackcnt"));
-                j.str("tui", row.value("zelto_val_tui"));
-                j.str("toc", row.value("zelto_val_toc"));
+                j.num("year", row.value(ZELTO_VAL_YEAR));
+                j.str("genre", row.value(ZELTO_VAL_GENRE));
+                j.num("track_count", row.value(ZELTO_VAL_ALBUMTRACKCNT));
+                j.str("tui", row.value(ZELTO_VAL_TUI));
+                j.str("toc", row.value(ZELTO_VAL_TOC));
                 json_tracks(j, row);
             } else {
                 std::printf(" %s - %s", artist.c_str(), title.c_str());
-                const std::string year = row.value("zelto_val_year");
+                const std::string year = row.value(ZELTO_VAL_YEAR);
                 if (!year.empty()) std::printf(" (%s)", year.c_str());
                 std::putchar('\n');
-                const std::string genre = row.value("zelto_val_genre");
-                std::printf("    tracks: %s", row.value("zelto_val_albumtrackcnt").c_str());
+                const std::string genre = row.value(ZELTO_VAL_GENRE);
+                std::printf("    tracks: %s", row.value(ZELTO_VAL_ALBUMTRACKCNT).c_str());
                 if (!genre.empty()) std::printf("  genre: %s", genre.c_str());
-                std::printf("  id: %s\n", row.value("zelto_val_tui").c_str());
+                std::printf("  id: %s\n", row.value(ZELTO_VAL_TUI).c_str());
                 print_tracks_text(row);
             }
-        } else if (context == "zelto_ctx_track") {
+        } else if (context == ZELTO_CTX_TRACK) {
             if (json) {
-                j.num("number", row.value("zelto_val_tracknumber"));
+                j.num("number", row.value(ZELTO_VAL_TRACKNUMBER));
                 j.str("title", row.title());
                 j.str("artist", row.artist());
-                j.num("duration_ms", row.value("zelto_val_duration"));
-                j.str("tui", row.value("zelto_val_tui"));
+                j.num("duration_ms", row.value(ZELTO_VAL_DURATION));
+                j.str("tui", row.value(ZELTO_VAL_TUI));
             } else {
                 std::printf(" %s - %s", row.artist().c_str(), row.title().c_str());
-                const std::string d = duration_text(row.value("zelto_val_duration"));
+                const std::string d = duration_text(row.value(ZELTO_VAL_DURATION));
                 if (!d.empty()) std::printf(" (%s)", d.c_str());
                 std::putchar('\n');
             }
-        } else if (context == "zelto_ctx_contributor") {
+        } else if (context == ZELTO_CTX_CONTRIBUTOR) {
             if (json) {
                 j.str("name", row.name());
-                j.str("collaboration", row.value("zelto_val_collab_result"));
+                j.str("collaboration", row.value(ZELTO_VAL_COLLAB_RESULT));
             } else {
                 std::printf(" contributor: %s\n", row.name().c_str());
             }
-        } else if (context == "zelto_ctx_lyric") {
+        } else if (context == ZELTO_CTX_LYRIC) {
             if (json) {
                 j.str("title", row.title());
                 j.str("artist", row.artist());
-                j.str("text", row.value("zelto_val_lyric_text"));
+                j.str("text", row.value(ZELTO_VAL_LYRIC_TEXT));
             } else {
                 std::printf(" lyric: %s - %s\n", row.artist().c_str(), row.title().c_str());
-                std::string text = row.value("zelto_val_lyric_text");
+                std::string text = row.value(ZELTO_VAL_LYRIC_TEXT);
                 if (text.size() > 200) text = text.substr(0, 200) + "...";
                 std::printf("    %s\n", text.c_str());
             }
@@ -517,18 +492,18 @@ void lookup_status(void *data, zelto_cantrix_query_handle, uint32_t status, uint
                    uint8_t *) {
     auto *p = static_cast<LookupProgress *>(data);
     if (!p->show || status == ZELTO_CANTRIX_STATUS_RELEASE) return;
-    const char *what = status == 10   ? "started"
-                       : status == 20 ? "searching"
-                       : status == 30 ? "found"
-                       : status == 40 ? "building"
-                       : status == 50 ? "answer ready"
-                       : status == 100 ? "done"
-                                       : "working";
-    if (status == 30 || status == 40)
+    const char *what = status == ZELTO_CANTRIX_STATUS_STARTED    ? "started"
+                       : status == ZELTO_CANTRIX_STATUS_SENT     ? "searching"
+                       : status == ZELTO_CANTRIX_STATUS_FOUND    ? "found"
+                       : status == ZELTO_CANTRIX_STATUS_BUILDING ? "building"
+                       : status == ZELTO_CANTRIX_STATUS_READY    ? "answer ready"
+                       : status == ZELTO_CANTRIX_STATUS_DONE     ? "done"
+                                                                 : "working";
+    if (status == ZELTO_CANTRIX_STATUS_FOUND || status == ZELTO_CANTRIX_STATUS_BUILDING)
         std::fprintf(stderr, "\r\033[Klookup: %s %u/%u", what, value1, value2);
     else
         std::fprintf(stderr, "\r\033[Klookup: %s", what);
-    if (status == 100) std::fputc('\n', stderr);
+    if (status == ZELTO_CANTRIX_STATUS_DONE) std::fputc('\n', stderr);
     std::fflush(stderr);
 }
 
@@ -593,9 +568,9 @@ class Session {
             return kInternal;
         }
         if ((s = zelto_manager_user_create("cantrix", &user_)) != 0 ||
-            (s = zelto_manager_user_option_set(
-                 user_, "zelto_useroption_lookup_mode",
-                 o.mode == "local" ? "zelto_lookupmode_local" : "zelto_lookupmode_online")) != 0) {
+            (s = zelto_manager_user_option_set(user_, ZELTO_USEROPTION_LOOKUP_MODE,
+                                               o.mode == "local" ? ZELTO_LOOKUPMODE_LOCAL : ZELTO_LOOKUPMODE_ONLINE)) !=
+                0) {
             std::fprintf(stderr, "cantrix: cannot create the user: 0x%08X\n", s);
             return kInternal;
         }
@@ -608,10 +583,10 @@ class Session {
             if (st != 0) report((std::string("option ") + key).c_str(), st);
             return st == 0;
         };
-        if (o.single && !option("zelto_cantrix_single_result", "1")) return kBadInput;
-        if (!o.lang.empty() && !option("zelto_cantrix_preferred_lang", o.lang)) return kBadInput;
-        if (o.start && !option("zelto_cantrix_result_range_start", std::to_string(*o.start))) return kBadInput;
-        if (o.size && !option("zelto_cantrix_result_range_size", std::to_string(*o.size))) return kBadInput;
+        if (o.single && !option(ZELTO_CANTRIX_OPTION_SINGLE_RESULT, "1")) return kBadInput;
+        if (!o.lang.empty() && !option(ZELTO_CANTRIX_OPTION_PREFERRED_LANG, o.lang)) return kBadInput;
+        if (o.start && !option(ZELTO_CANTRIX_OPTION_RANGE_START, std::to_string(*o.start))) return kBadInput;
+        if (o.size && !option(ZELTO_CANTRIX_OPTION_RANGE_SIZE, std::to_string(*o.size))) return kBadInput;
         return kOk;
     }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "host/catalogue/catalogue.h"
+#include "zelto/zelto_keys.h"
 
 namespace catalogue {
 
@@ -302,15 +303,15 @@ const char *code_name(Code code) {
 
 const char *response_code(MatchKind kind) {
     switch (kind) {
-        case MatchKind::single: return "zelto_result_single_match";
-        case MatchKind::multi_exact: return "zelto_result_multiexact_matches";
-        case MatchKind::fuzzy: return "zelto_result_fuzzy_matches";
+        case MatchKind::single: return ZELTO_RESULT_SINGLE_MATCH;
+        case MatchKind::multi_exact: return ZELTO_RESULT_MULTIEXACT_MATCHES;
+        case MatchKind::fuzzy: return ZELTO_RESULT_FUZZY_MATCHES;
         case MatchKind::none: break;
     }
-    return "zelto_result_no_matches";
+    return ZELTO_RESULT_NO_MATCHES;
 }
 
-const char *const kResponseNoNewRevision = "zelto_result_no_new_rev";
+const char *const kResponseNoNewRevision = ZELTO_RESULT_NO_NEW_REV;
 
 uint32_t Album::track_count() const {
     uint32_t n = 0;
