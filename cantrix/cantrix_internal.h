@@ -53,7 +53,8 @@ uint32_t _cantrix_shutdown_func(uint32_t flag);
 uint32_t _cantrix_map_error(uint32_t status);
 uint32_t _cantrix_clear_query(cantrix_query *query);
 uint32_t _cantrix_free_query(cantrix_query *query);
-uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer, uint32_t size);
+// The match type ("SINGLE", ...) of a provider's response code, or null.
+uint32_t _cantrix_map_response_code(zelto_rvo_handle object, const char **out_text);
 }
 
 namespace cantrix {

@@ -1,7 +1,8 @@
 // Module lifecycle, status mapping, the public entry and exit pattern, and
 // the query handle.
 #include "cantrix/cantrix_internal.h"
-#include "cantrix/cantrix_rvo.h"
+#include "cantrix/cantrix_requests.h"
+#include "cantrix/cantrix_responses.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 
@@ -471,17 +472,6 @@ OMBR_API uint32_t zelto_cantrix_query_set_toc_string(zelto_cantrix_query_handle 
 }
 
 // ---- Find operations ----------------------------------------------------------------------
-
-extern "C" {
-uint32_t _cantrix_perform_presetsearch(cantrix_query *query, uint32_t kind, const char *preset,
-                                       zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_albumsearch(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_matchsearch(cantrix_query *query, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_lyricsearch(cantrix_query *query, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_rvolookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-}
 
 extern "C" uint32_t _cantrix_map_response_code(zelto_rvo_handle object, const char **out_text) {
     static constexpr struct {

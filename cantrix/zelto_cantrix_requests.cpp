@@ -1,6 +1,6 @@
 // Requests to the lookup provider: the TOC text, options, range, the
 // progress callback and the lookups themselves.
-#include "cantrix/cantrix_internal.h"
+#include "cantrix/cantrix_requests.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 

@@ -1,12 +1,10 @@
 // Reshaping a provider's answer into the rows of a response record.
-#include "cantrix/cantrix_rvo.h"
+#include "cantrix/cantrix_requests.h"
+#include "cantrix/cantrix_responses.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 #include "ombr/ombr_string_fuzzy.h"
 #include "ombr/ombr_textcorr_normalize.h"
-
-extern "C" uint32_t _cantrix_get_album_full_disc(cantrix_query *query, zelto_rvo_handle album,
-                                                 zelto_rvo_handle *out_album);
 
 namespace {
 

@@ -87,6 +87,8 @@ uint32_t _ombr_hashtable_genhash(const char *key, bool case_sensitive) {
     return h;
 }
 
+namespace {
+
 // The ordinal-th item with this key, in chain (= insertion) order.
 uint32_t _ombr_hashtable_finditem(const ombr_hashtable *table, const char *key, uint32_t hash, uint32_t ordinal,
                                   item_t **out_item) {
@@ -252,8 +254,6 @@ void _ombr_hashtable_removeitem(ombr_hashtable *table, item_t *item) {
     table->count -= 1;
 }
 
-namespace {
-
 // Adds a fresh item; on failure the item dies without its value reaching
 // the callback, since the value still belongs to the caller.
 uint32_t add_or_discard(ombr_hashtable *table, item_t *item) {
@@ -264,8 +264,6 @@ uint32_t add_or_discard(ombr_hashtable *table, item_t *item) {
     }
     return status;
 }
-
-}  // namespace
 
 // Replaces an item by a new one with the same key: the entry moves to the
 // end of the order list and of its chain.
@@ -290,8 +288,6 @@ uint32_t _ombr_hashtable_updateitem(ombr_hashtable *table, item_t *old, const vo
     }
     return 0;
 }
-
-namespace {
 
 void clear_items(ombr_hashtable *table) {
     for (item_t *item = table->order_head, *next; item; item = next) {

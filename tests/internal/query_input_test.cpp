@@ -3,16 +3,11 @@
 #include <string>
 #include <vector>
 
-#include "cantrix/cantrix_internal.h"
+#include "cantrix/cantrix_requests.h"
 #include "log_capture.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 #include "script_fixture.h"
-
-extern "C" {
-uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-}
 
 namespace {
 
