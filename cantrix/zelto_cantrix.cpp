@@ -25,8 +25,8 @@ constexpr const char *kModuleVersion = ombr::kVersion;
 constexpr const char *kModuleBuildDate = "2013-01-08 07:56-0800";
 constexpr uint32_t kLogPackageAlias = 0x31;
 
-ombr_spinlock_t _g_init_lock;
-uint32_t _g_initialized = 0;
+// Bring-up lock and count of the module, in the base packages' frame.
+ombr::PackageState _g_module_frame;
 
 // Writes a notice line to the module's package and to its alias package.
 template <typename... Args>
@@ -133,12 +133,9 @@ OMBR_API uint32_t zelto_cantrix_initialize(const zelto_manager_table *manager) {
     if (manager->magic != ZELTO_MANAGER_MAGIC || !ombr_string_equal(manager->version, ZELTO_MANAGER_VERSION, 1))
         return ombr::error_exit(kBadManager, 0, kFunction);
 
-    uint32_t status = 0;
-    ombr_spinlock_lock(&_g_init_lock);
-    if (_g_initialized == 0) status = _cantrix_init_func(manager);
-    if (status == 0) _g_initialized += 1;
-    ombr_spinlock_unlock(&_g_init_lock);
-    if (status != 0) return ombr::error_exit(kInitFailed, 0, kFunction);
+    // The frame runs the bring-up at the first call only and counts the calls.
+    if (ombr::package_initialize(_g_module_frame, [manager] { return _cantrix_init_func(manager); }) != 0)
+        return ombr::error_exit(kInitFailed, 0, kFunction);
 
     log_notice_twice("Cantrix Initialize: Version %s  Built %s", kModuleVersion, kModuleBuildDate);
     return 0;
@@ -146,24 +143,15 @@ OMBR_API uint32_t zelto_cantrix_initialize(const zelto_manager_table *manager) {
 
 OMBR_API uint32_t zelto_cantrix_shutdown(void) {
     log_notice_twice("Cantrix Shutdown");
-    uint32_t working = 7;
-    if (_g_initialized != 0) {
-        ombr_spinlock_lock(&_g_init_lock);
-        working = 0;
-        if (_g_initialized == 1) working = _cantrix_shutdown_func(1);
-        _g_initialized -= 1;
-        ombr_spinlock_unlock(&_g_init_lock);
-        if (_g_initialized == 0) {
-            ombr_spinlock_delete(&_g_init_lock);
-            ombr_memory_memset(&_g_init_lock, 0, sizeof _g_init_lock);
-        }
-    }
+    // 7 while down; the last take-down gives the tables back and takes the
+    // base packages down.
+    const uint32_t working = ombr::package_shutdown(_g_module_frame, [] { return _cantrix_shutdown_func(1); });
     return ombr::error_exit(_cantrix_map_error(working), 0, "zelto_cantrix_shutdown");
 }
 
-OMBR_API uint32_t zelto_cantrix_initchecks(void) { return _g_initialized; }
+OMBR_API uint32_t zelto_cantrix_initchecks(void) { return _g_module_frame.count(); }
 
-const ombr_spinlock_t *cantrix::module_init_lock() { return &_g_init_lock; }
+const ombr_spinlock_t *cantrix::module_init_lock() { return &_g_module_frame.init_lock; }
 OMBR_API const char *zelto_cantrix_get_version(void) { return kModuleVersion; }
 OMBR_API const char *zelto_cantrix_get_build_date(void) { return kModuleBuildDate; }
 

@@ -77,7 +77,12 @@ uint32_t register_package(uint32_t number, const char *name) {
 }
 
 const zelto_manager_table g_table = {
-    ZELTO_MANAGER_MAGIC, ZELTO_MANAGER_VERSION, interface_get, nullptr, nullptr, register_package,
+    .magic = ZELTO_MANAGER_MAGIC,
+    .version = ZELTO_MANAGER_VERSION,
+    .interface_get = interface_get,
+    .reserved3 = nullptr,
+    .reserved4 = nullptr,
+    .register_package = register_package,
 };
 
 }  // namespace

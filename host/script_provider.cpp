@@ -329,18 +329,22 @@ uint32_t request_release(zelto_lookup_request handle) {
     return 0;
 }
 
-zelto_lookup_interface make_table() {
-    zelto_lookup_interface table{};
-    table.lookup_release = host::table_release;
-    table.lookup_request_create = request_create;
-    table.lookup_request_add = request_add;
-    table.lookup_request_set_data = request_set_data;
-    table.lookup_request_set_option = request_set_option;
-    table.lookup_request_execute = request_execute;
-    table.lookup_request_get_result = request_get_result;
-    table.lookup_request_release = request_release;
-    return table;
-}
+// Each script holds two copies, one per mode, so that a table leads back to
+// its script and mode.
+constexpr zelto_lookup_interface kTable = {
+    .lookup_release = host::table_release,
+    .reserved1 = nullptr,
+    .lookup_request_create = request_create,
+    .lookup_request_add = request_add,
+    .lookup_request_set_data = request_set_data,
+    .reserved5 = nullptr,
+    .reserved6 = nullptr,
+    .lookup_request_set_option = request_set_option,
+    .lookup_request_execute = request_execute,
+    .lookup_request_get_result = request_get_result,
+    .reserved10 = nullptr,
+    .lookup_request_release = request_release,
+};
 
 void clear_answers(zelto_script *script) {
     for (auto &answer : script->answers) zelto_manager_tree_release(answer->tree);
@@ -418,7 +422,7 @@ const Call *find_call(const Record &record, const char *name, const char *key) {
 HOST_EXPORT uint32_t zelto_script_create(zelto_script **out_script) {
     if (!out_script) return ZELTO_SCRIPT_BAD_ARG;
     auto *script = new zelto_script;
-    script->tables = new zelto_lookup_interface[2]{make_table(), make_table()};
+    script->tables = new zelto_lookup_interface[2]{kTable, kTable};
     {
         std::lock_guard<std::mutex> guard(g_scripts_mutex);
         scripts().insert(script);

@@ -335,8 +335,17 @@ uint32_t tp_release(void *record) {
 }
 
 const zelto_rvo_provider g_provider = {
-    nullptr,     tp_get_context, tp_get_child_count, tp_get_child,  tp_get_value_count, tp_get_value,
-    nullptr,     tp_render_value, tp_set_locale,     tp_get_locale, tp_release,
+    .reserved0 = nullptr,
+    .get_context = tp_get_context,
+    .get_child_count = tp_get_child_count,
+    .get_child = tp_get_child,
+    .get_value_count = tp_get_value_count,
+    .get_value = tp_get_value,
+    .reserved6 = nullptr,
+    .render_value = tp_render_value,
+    .set_locale = tp_set_locale,
+    .get_locale = tp_get_locale,
+    .release = tp_release,
 };
 
 // True if `target` is `root` or lies below it.

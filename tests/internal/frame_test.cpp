@@ -55,6 +55,28 @@ TEST(PackageFrame, FailedBringUpGivesTenAndUnwinds) {
     EXPECT_EQ(zelto_manager_memory_init_count(), mem_before);
 }
 
+// Bring-up and take-down of a package that brings up others, racing on
+// several threads: the counts end where they began.
+TEST(PackageFrame, RacingBringUpAndTakeDownKeepTheCounts) {
+    ASSERT_EQ(ombr_datatypes_initchecks(), 0u);
+    const uint32_t mem_before = zelto_manager_memory_init_count();
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                if (ombr_datatypes_initialize() != 0 || ombr_string_initchecks() == 0) ++failures;
+                if (ombr_datatypes_shutdown() != 0) ++failures;
+            }
+        });
+    for (auto &thread : threads) thread.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(ombr_datatypes_initchecks(), 0u);
+    EXPECT_EQ(ombr_string_initchecks(), 0u);
+    EXPECT_EQ(ombr_thread_initchecks(), 0u);
+    EXPECT_EQ(zelto_manager_memory_init_count(), mem_before);
+}
+
 TEST(PackageFrame, VersionsAndBuildDates) {
     EXPECT_STREQ(ombr_thread_get_version(), "3.2.0.422");
     EXPECT_STREQ(ombr_hdo_get_version(), "3.2.0.422");
