@@ -26,6 +26,10 @@ struct cantrix_query {
     zelto_rvo_handle input_rvo;
     ombr_stringmap *text_fields;
     ombr_vector *toc_offsets;
+    // A first offset of 0, which only the add call accepts, is held here:
+    // the vector stores no entry of 0. The table is then 0 followed by the
+    // vector's numbers.
+    uint8_t toc_starts_at_zero;
     char *fp_data;
     char *fp_kind;
     char *fp_algorithm_name;

@@ -187,6 +187,7 @@ extern "C" uint32_t _cantrix_clear_query(cantrix_query *query) {
     query->text_fields = nullptr;
     ombr_vector_delete(query->toc_offsets);
     query->toc_offsets = nullptr;
+    query->toc_starts_at_zero = 0;
     char **texts[] = {&query->fp_data, &query->fp_kind, &query->fp_algorithm_name, &query->fp_algorithm_version};
     for (char **text : texts) {
         ombr_string_free(*text);
@@ -398,13 +399,19 @@ OMBR_API uint32_t zelto_cantrix_query_add_toc_offset(zelto_cantrix_query_handle 
                               uint32_t status = ombr_vector_create(&q->toc_offsets, 0, nullptr, nullptr);
                               if (status != 0) return status;
                           }
-                          uint32_t count = 0;
-                          ombr_vector_count(q->toc_offsets, &count);
+                          uint32_t stored = 0;
+                          ombr_vector_count(q->toc_offsets, &stored);
+                          const uint32_t count = stored + q->toc_starts_at_zero;
                           if (count >= kMaxAddedOffsets) return kInvalidToc;
                           if (count != 0) {
-                              uintptr_t last = 0;
-                              ombr_vector_getindex(q->toc_offsets, count - 1, &last);
+                              uintptr_t last = 0;  // the leading 0 when the vector is empty
+                              if (stored != 0) ombr_vector_getindex(q->toc_offsets, stored - 1, &last);
                               if (last >= offset) return kInvalidToc;
+                          }
+                          // A first 0 is kept beside the vector, which takes no 0.
+                          if (offset == 0 && q->toc_offsets) {
+                              q->toc_starts_at_zero = 1;
+                              return 0;
                           }
                           // With fingerprint data and no vector this fails: no vector was made.
                           return ombr_vector_add(q->toc_offsets, offset);
@@ -428,6 +435,7 @@ OMBR_API uint32_t zelto_cantrix_query_set_toc_string(zelto_cantrix_query_handle 
         if (query->fp_data) {
             ombr_vector_delete(query->toc_offsets);
             query->toc_offsets = nullptr;
+            query->toc_starts_at_zero = 0;
         } else {
             _cantrix_clear_query(query);
         }
@@ -503,24 +511,36 @@ uint32_t no_suitable_input(const char *function, const char *message) {
     return kNoSuitableInput;
 }
 
+constexpr const char *kBusyOnHandle = "Cantrix query already in progress on this handle";
+
+// What sets the four find operations apart at their opening and closing.
+struct FindFrame {
+    const char *function;
+    const char *busy_message;
+    const char *busy_hook_name;  // the name the error hook hears for a busy query
+    bool info_required;          // an info map that cannot be made ends the call
+    bool releases_object;        // the closing gives the lookup's object back
+};
+
 // The opening and closing shared by the find operations. `body` chooses
 // the branch, runs lookup and processing, and leaves the lookup's object
-// and the response record in the state.
+// and the response record in the state. Matches and lyrics give the object
+// back in their body, so their closing makes no second release.
 template <typename Body>
-uint32_t run_find(const char *function, const char *busy_message, const char *busy_hook_name, bool info_required,
-                  zelto_cantrix_query_handle query, zelto_rvo_handle *out_response, Body body) {
+uint32_t run_find(const FindFrame &frame, zelto_cantrix_query_handle query, zelto_rvo_handle *out_response, Body body) {
+    const char *function = frame.function;
     if (zelto_cantrix_initchecks() == 0) return ombr::error_exit(kNotInitialized, 0, function);
     if (!out_response) return report_argument(function, kInvalidArg, true);
     if (uint32_t status = check_query_handle(function, query)) return status;
     if (query->busy) {
-        errorinfo_set(kBusy, kBusy, function, busy_message);
-        return ombr::error_exit(kBusy, 0, busy_hook_name);
+        errorinfo_set(kBusy, kBusy, function, frame.busy_message);
+        return ombr::error_exit(kBusy, 0, frame.busy_hook_name);
     }
     FindState find{query, nullptr, nullptr, nullptr};
     uint32_t working = ombr_stringmap_create(&find.info, 0);
     if (working != 0) {
         find.info = nullptr;
-        if (info_required) return finish(function, working);
+        if (frame.info_required) return finish(function, working);
         working = 0;
     }
     {
@@ -544,7 +564,7 @@ uint32_t run_find(const char *function, const char *busy_message, const char *bu
         }
     }
     ombr_stringmap_delete(find.info);
-    g_cantrix_rvo_interface->rvo_release(find.object);
+    if (frame.releases_object) g_cantrix_rvo_interface->rvo_release(find.object);
     return finish(function, working);
 }
 
@@ -566,54 +586,53 @@ constexpr const char *kInheritedKeys[] = {
 
 OMBR_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_albums";
-    return run_find(
-        kFunction, "Cantrix query already in progress on this handle", kFunction, false, query, out_response,
-        [&](FindState &find) -> uint32_t {
-            cantrix_query *q = find.query;
-            const char *match_type = nullptr;
-            uint32_t status = 0;
-            const char *preset = search_preset(q);
-            if (preset || (q->text_fields && !q->input_rvo)) {
-                if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT))) return status;
-                status = preset ? _cantrix_perform_presetsearch(q, 1, preset, &find.object)
-                                : _cantrix_perform_albumsearch(q, 1, &find.object);
-                if (status != 0) return status;
-                if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
-                return _cantrix_process_search_response(q, find.object, find.info, &find.response);
-            }
-            if (q->input_rvo) {
-                if ((status = _cantrix_perform_rvolookup(q, 1, &find.object))) return status;
-                if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                if (find.info) {
-                    info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
-                    info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TUI);
-                    // The input object's history wins over the new values.
-                    for (const char *key : kInheritedKeys) {
-                        const char *value = nullptr;
-                        if (g_cantrix_rvo_interface->rvo_value_get(q->input_rvo, key, 1, &value) == 0)
-                            info_add(find, key, value);
-                    }
-                }
-                return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
-            }
-            const bool toc = q->toc_offsets != nullptr;
-            if (!toc && !q->fp_data)
-                return no_suitable_input(kFunction, "No suitable input provided to perform Album search");
-            if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, toc ? ZELTO_LOOKUP_BY_TOC : ZELTO_LOOKUP_BY_FP)))
-                return status;
-            status = toc ? _cantrix_perform_toclookup(q, 1, &find.object) : _cantrix_perform_fpxlookup(q, 1, &find.object);
+    constexpr FindFrame kFrame{kFunction, kBusyOnHandle, kFunction, false, true};
+    return run_find(kFrame, query, out_response, [&](FindState &find) -> uint32_t {
+        cantrix_query *q = find.query;
+        const char *match_type = nullptr;
+        uint32_t status = 0;
+        const char *preset = search_preset(q);
+        if (preset || (q->text_fields && !q->input_rvo)) {
+            if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT))) return status;
+            status = preset ? _cantrix_perform_presetsearch(q, 1, preset, &find.object)
+                            : _cantrix_perform_albumsearch(q, 1, &find.object);
             if (status != 0) return status;
             if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
             if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
-            if (toc) {
-                char text[1024];
-                ombr_memory_memset(text, 0, sizeof text);
-                if ((status = _cantrix_build_toc_string(q, text, sizeof text))) return status;
-                if ((status = info_add(find, ZELTO_VAL_TOC_ALBUM, text))) return status;
+            return _cantrix_process_search_response(q, find.object, find.info, &find.response);
+        }
+        if (q->input_rvo) {
+            if ((status = _cantrix_perform_rvolookup(q, 1, &find.object))) return status;
+            if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
+            if (find.info) {
+                info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
+                info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TUI);
+                // The input object's history wins over the new values.
+                for (const char *key : kInheritedKeys) {
+                    const char *value = nullptr;
+                    if (g_cantrix_rvo_interface->rvo_value_get(q->input_rvo, key, 1, &value) == 0)
+                        info_add(find, key, value);
+                }
             }
             return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
-        });
+        }
+        const bool toc = q->toc_offsets != nullptr;
+        if (!toc && !q->fp_data)
+            return no_suitable_input(kFunction, "No suitable input provided to perform Album search");
+        if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, toc ? ZELTO_LOOKUP_BY_TOC : ZELTO_LOOKUP_BY_FP)))
+            return status;
+        status = toc ? _cantrix_perform_toclookup(q, 1, &find.object) : _cantrix_perform_fpxlookup(q, 1, &find.object);
+        if (status != 0) return status;
+        if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
+        if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
+        if (toc) {
+            char text[1024];
+            ombr_memory_memset(text, 0, sizeof text);
+            if ((status = _cantrix_build_toc_string(q, text, sizeof text))) return status;
+            if ((status = info_add(find, ZELTO_VAL_TOC_ALBUM, text))) return status;
+        }
+        return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
+    });
 }
 
 // ---- Text and object input ----------------------------------------------------------------
@@ -692,8 +711,9 @@ OMBR_API uint32_t zelto_cantrix_query_set_rvo(zelto_cantrix_query_handle query, 
 
 OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_tracks";
-    return run_find(kFunction, "Cantrix query already in progress on this handle", kFunction, false, query,
-                    out_response, [&](FindState &find) -> uint32_t {
+    constexpr FindFrame kFrame{kFunction, kBusyOnHandle, kFunction, false, true};
+    return run_find(kFrame, query, out_response,
+                    [&](FindState &find) -> uint32_t {
                         cantrix_query *q = find.query;
                         const char *preset = search_preset(q);
                         uint32_t status = 0;
@@ -724,8 +744,9 @@ OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle que
 OMBR_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_matches";
     // The busy report names the lyric find in the log; kept as it is.
-    return run_find(kFunction, "Cantrix query already in progress on this handle", "zelto_cantrix_query_find_lyrics",
-                    true, query, out_response, [&](FindState &find) -> uint32_t {
+    constexpr FindFrame kFrame{kFunction, kBusyOnHandle, "zelto_cantrix_query_find_lyrics", true, false};
+    return run_find(kFrame, query, out_response,
+                    [&](FindState &find) -> uint32_t {
                         cantrix_query *q = find.query;
                         if (!q->text_fields)
                             return no_suitable_input(kFunction, "No input text provided to perform match search");
@@ -751,31 +772,30 @@ OMBR_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle qu
 
 OMBR_API uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_lyrics";
-    return run_find(kFunction, "Cantrix query already in progress", kFunction, false, query, out_response,
-                    [&](FindState &find) -> uint32_t {
-                        cantrix_query *q = find.query;
-                        const char *preset = search_preset(q);
-                        if (!preset && !q->text_fields) {
-                            if (q->input_rvo) {
-                                errorinfo_set(kUnsupported, kUnsupported, kFunction, "Cannot perform Lyric query by ID");
-                                return kUnsupported;
-                            }
-                            return no_suitable_input(kFunction, "No input text provided to perform Lyric search");
-                        }
-                        uint32_t status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT);
-                        if (status == 0)
-                            status = preset ? _cantrix_perform_presetsearch(q, 3, preset, &find.object)
-                                            : _cantrix_perform_lyricsearch(q, &find.object);
-                        if (status == 0) {
-                            // A missing response code only leaves the match type out here.
-                            const char *match_type = nullptr;
-                            if (_cantrix_map_response_code(find.object, &match_type) == 0)
-                                status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
-                        }
-                        if (status == 0)
-                            status = _cantrix_process_lyric_response(q, find.object, find.info, &find.response);
-                        g_cantrix_rvo_interface->rvo_release(find.object);
-                        find.object = nullptr;
-                        return status;
-                    });
+    constexpr FindFrame kFrame{kFunction, "Cantrix query already in progress", kFunction, false, false};
+    return run_find(kFrame, query, out_response, [&](FindState &find) -> uint32_t {
+        cantrix_query *q = find.query;
+        const char *preset = search_preset(q);
+        if (!preset && !q->text_fields) {
+            if (q->input_rvo) {
+                errorinfo_set(kUnsupported, kUnsupported, kFunction, "Cannot perform Lyric query by ID");
+                return kUnsupported;
+            }
+            return no_suitable_input(kFunction, "No input text provided to perform Lyric search");
+        }
+        uint32_t status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT);
+        if (status == 0)
+            status = preset ? _cantrix_perform_presetsearch(q, 3, preset, &find.object)
+                            : _cantrix_perform_lyricsearch(q, &find.object);
+        if (status == 0) {
+            // A missing response code only leaves the match type out here.
+            const char *match_type = nullptr;
+            if (_cantrix_map_response_code(find.object, &match_type) == 0)
+                status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
+        }
+        if (status == 0) status = _cantrix_process_lyric_response(q, find.object, find.info, &find.response);
+        g_cantrix_rvo_interface->rvo_release(find.object);
+        find.object = nullptr;
+        return status;
+    });
 }

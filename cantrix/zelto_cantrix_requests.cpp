@@ -10,9 +10,11 @@ extern "C" uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer
     uint32_t used = 0;
     // The room is counted exactly, blanks included: a table longer than the
     // buffer ends at the last number that fits whole, never past the buffer.
+    // A leading 0 stands beside the vector and comes first.
+    const uint32_t lead = query->toc_starts_at_zero ? 1 : 0;
     for (uint32_t index = 0;; ++index) {
         uintptr_t entry = 0;
-        if (ombr_vector_getindex(query->toc_offsets, index, &entry) != 0) break;
+        if (index >= lead && ombr_vector_getindex(query->toc_offsets, index - lead, &entry) != 0) break;
         char digits[16];
         ombr_string_u32toa(static_cast<uint32_t>(entry), digits, sizeof digits);
         uint32_t needed = ombr_string_bytelen_nonull(digits) + (index > 0 ? 1 : 0);
