@@ -59,6 +59,9 @@ uint32_t _cantrix_clear_query(cantrix_query *query);
 uint32_t _cantrix_free_query(cantrix_query *query);
 // The match type ("SINGLE", ...) of a provider's response code, or null.
 uint32_t _cantrix_map_response_code(zelto_rvo_handle object, const char **out_text);
+uint32_t _cantrix_create_fp_query_str(cantrix_query *query);
+uint32_t _cantrix_fingerprint_generated(void *query, uint32_t ignored, void *block);
+void _cantrix_fingerprint_vector_delete(uintptr_t block);
 }
 
 namespace cantrix {
@@ -84,6 +87,24 @@ constexpr uint32_t kNoSuitableInput = ZELTO_CANTRIX_NO_SUITABLE_INPUT;
 constexpr uint32_t kBadManager = ZELTO_CANTRIX_BAD_MANAGER;
 constexpr uint32_t kRangeInvalid = ZELTO_CANTRIX_RANGE_INVALID;
 constexpr uint32_t kInvalidUtf8 = ZELTO_CANTRIX_INVALID_UTF8;
+
+// Fingerprint kinds: the generator's algorithm number, and whether the text
+// is an XML description with algorithm data (sent as fpx data with the
+// algorithm's name and version) or opaque (sent as tvx data).
+struct FingerprintKind {
+    const char *name;
+    uint32_t algorithm;
+    bool xml;
+};
+inline constexpr FingerprintKind kFingerprintKinds[] = {
+    {ZELTO_CANTRIX_FP_TVX, 1, false},     {ZELTO_CANTRIX_FP_FILE, 1, false},
+    {ZELTO_CANTRIX_FP_ZFPX, 3, true},     {ZELTO_CANTRIX_FP_3STREAM, 3, true},
+    {ZELTO_CANTRIX_FP_6STREAM, 5, true},
+};
+
+// The row of a kind text, with case (`ignore_case` 0) or without; null if
+// the text is no kind.
+const FingerprintKind *find_fingerprint_kind(const char *name, uint32_t ignore_case);
 
 // The module's bring-up lock record, for tests of its reset.
 const ombr_spinlock_t *module_init_lock();

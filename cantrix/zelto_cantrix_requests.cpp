@@ -297,10 +297,10 @@ extern "C" uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t ki
     if (!query || !out_response) return requests_fail(kInvalidArg);
     return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
         const char *type = kind == 1 ? ZELTO_LOOKUP_TYPE_ALBUM : kind == 2 ? ZELTO_LOOKUP_TYPE_TRACK : nullptr;
-        auto is_kind = [&](const char *name) { return ombr_string_equal(query->fp_kind, name, 1); };
+        const FingerprintKind *fp_kind = find_fingerprint_kind(query->fp_kind, 1);
         uint32_t s = 0;
         const char *data_key = nullptr;
-        if (is_kind(ZELTO_CANTRIX_FP_ZFPX) || is_kind(ZELTO_CANTRIX_FP_3STREAM) || is_kind(ZELTO_CANTRIX_FP_6STREAM)) {
+        if (fp_kind && fp_kind->xml) {
             data_key = ZELTO_LOOKUP_DATA_FPX_QUERYDATA;
             if (type) s = lookup->lookup_request_add(request, type, kRequestId, "audio-block", 1);
             if (s == 0)
@@ -309,7 +309,7 @@ extern "C" uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t ki
             if (s == 0)
                 s = lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_FPX_ALGVER,
                                                     query->fp_algorithm_version, 1);
-        } else if (is_kind(ZELTO_CANTRIX_FP_TVX) || is_kind(ZELTO_CANTRIX_FP_FILE)) {
+        } else if (fp_kind) {
             data_key = ZELTO_LOOKUP_DATA_TVX_QUERYDATA;
             if (type) s = lookup->lookup_request_add(request, type, kRequestId, "cnx", 0);
         } else {

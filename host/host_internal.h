@@ -36,6 +36,8 @@ const void *users_table();
 const void *rvo_table();
 const void *lists_table();
 const void *serialization_table();
+// Null when the host was built without Chromaprint.
+const void *dsp_table();
 
 // The provider table and record behind a live result object; false if the
 // handle is not a live object.

@@ -42,7 +42,8 @@ Registry &registry() {
         reg->services[ZELTO_SERVICE_RVO].table = host::rvo_table();
         reg->services[ZELTO_SERVICE_LISTS].table = host::lists_table();
         reg->services[ZELTO_SERVICE_SERIALIZATION].table = host::serialization_table();
-        // No signal-processing service: "_zelto_dsp_interface" stays absent.
+        // Signal processing exists only in a host built with Chromaprint.
+        if (const void *dsp = host::dsp_table()) reg->services[ZELTO_SERVICE_DSP].table = dsp;
         reg->services[ZELTO_SERVICE_LOOKUP].by_mode = true;
         return reg;
     }();

@@ -1,6 +1,7 @@
 // Serialisation service: the serial text form of a block is its base64
-// encoding. Decoded blocks are tracked so that serial_free refuses pointers
-// it did not hand out and tests can see blocks that were never freed.
+// encoding, and a fingerprint's serial form is "ZTFP" followed by that text.
+// Decoded blocks are tracked so that serial_free refuses pointers it did not
+// hand out and tests can see blocks that were never freed.
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -101,10 +102,12 @@ HOST_EXPORT uint32_t zelto_manager_serial_decode(const char *text, void **out_da
 
 HOST_EXPORT uint32_t zelto_manager_serial_free(void *data) { return serial_free(data); }
 
-HOST_EXPORT uint32_t zelto_manager_serial_encode(const void *data, uint32_t size, char **out_text) {
-    if ((!data && size) || !out_text) return ZELTO_SERIAL_BAD_ARG;
+namespace {
+
+// Base64 text of a block, after `prefix`, in a block for zelto_manager_text_free.
+uint32_t encode(const char *prefix, const void *data, uint32_t size, char **out_text) {
     const auto *in = static_cast<const unsigned char *>(data);
-    std::string text;
+    std::string text = prefix;
     for (uint32_t i = 0; i < size; i += 3) {
         uint32_t n = static_cast<uint32_t>(in[i]) << 16;
         if (i + 1 < size) n |= static_cast<uint32_t>(in[i + 1]) << 8;
@@ -119,6 +122,21 @@ HOST_EXPORT uint32_t zelto_manager_serial_encode(const void *data, uint32_t size
     std::memcpy(out, text.c_str(), text.size() + 1);
     *out_text = out;
     return 0;
+}
+
+}  // namespace
+
+HOST_EXPORT uint32_t zelto_manager_serial_encode(const void *data, uint32_t size, char **out_text) {
+    if ((!data && size) || !out_text) return ZELTO_SERIAL_BAD_ARG;
+    return encode("", data, size, out_text);
+}
+
+HOST_EXPORT uint32_t zelto_manager_fp_serialize(const char *description, char **out_text) {
+    if (!description || !out_text) return ZELTO_SERIAL_BAD_ARG;
+    const char *first = description;
+    while (is_blank(*first)) ++first;
+    if (*first != '<') return ZELTO_SERIAL_BAD_ARG;
+    return encode(ZELTO_ZTFP_SERIAL_PREFIX, description, static_cast<uint32_t>(std::strlen(description)), out_text);
 }
 
 HOST_EXPORT uint32_t zelto_manager_serial_live_blocks(void) {

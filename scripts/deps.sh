@@ -5,7 +5,7 @@ set -euo pipefail
 
 need=()
 for pkg in cmake make g++ g++-multilib googletest libgtest-dev libgmock-dev libbenchmark-dev \
-           libsqlite3-dev nlohmann-json3-dev unicode-data python3 binutils; do
+           libsqlite3-dev libchromaprint-dev pkg-config nlohmann-json3-dev libdiscid-dev unicode-data python3 binutils; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then
@@ -15,21 +15,24 @@ if [ ${#need[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}" >/dev/null
 fi
 
-# The 32-bit build links the host against Debian's 32-bit SQLite library.
-# Only the runtime package is unpacked into the build tree (the headers are
-# the same for both widths), which avoids pulling in a whole i386 tool chain.
-sqlite32_dir=build/deps-i386
-if [ ! -e "$sqlite32_dir/usr/lib/i386-linux-gnu/libsqlite3.so.0" ]; then
+# The 32-bit build links the host against Debian's 32-bit SQLite library and
+# the tool against its 32-bit libdiscid. Only the runtime packages are
+# unpacked into the build tree (the headers are the same for both widths),
+# which avoids pulling in a whole i386 tool chain.
+deps32_dir=build/deps-i386
+for lib in libsqlite3-0:libsqlite3.so.0 libdiscid0:libdiscid.so.0; do
+  pkg=${lib%%:*} so=${lib#*:}
+  [ -e "$deps32_dir/usr/lib/i386-linux-gnu/$so" ] && continue
   SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO=sudo
   if ! dpkg --print-foreign-architectures | grep -qx i386; then
     $SUDO dpkg --add-architecture i386
     $SUDO apt-get update -qq || echo "apt-get update reported errors; trying the download anyway"
   fi
-  mkdir -p "$sqlite32_dir"
+  mkdir -p "$deps32_dir"
   tmp=$(mktemp -d)
   chmod 777 "$tmp"
-  (cd "$tmp" && apt-get download -qq libsqlite3-0:i386 2>/dev/null) \
-    || { $SUDO apt-get update -qq || true; (cd "$tmp" && apt-get download -qq libsqlite3-0:i386); }
-  dpkg-deb -x "$tmp"/libsqlite3-0_*_i386.deb "$sqlite32_dir"
+  (cd "$tmp" && apt-get download -qq "$pkg:i386" 2>/dev/null) \
+    || { $SUDO apt-get update -qq || true; (cd "$tmp" && apt-get download -qq "$pkg:i386"); }
+  dpkg-deb -x "$tmp/${pkg}"_*_i386.deb "$deps32_dir"
   rm -rf "$tmp"
-fi
+done

@@ -211,6 +211,67 @@ ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_text(zelto_cantrix_query_hand
  * that is not live. */
 ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_rvo(zelto_cantrix_query_handle query, zelto_rvo_handle object);
 
+/* ---- Fingerprint input ------------------------------------------------------------- *
+ *
+ * Audio is described by a fingerprint of one of these kinds (compared with
+ * case when generating). The kind decides the generator's algorithm and
+ * how a find operation sends the text:
+ *
+ *   kind                       algorithm  text                    sent as
+ *   ZELTO_CANTRIX_FP_TVX       1          opaque                  tvx query data
+ *   ZELTO_CANTRIX_FP_FILE      1          opaque                  tvx query data
+ *   ZELTO_CANTRIX_FP_ZFPX      3          XML description         fpx query data, with
+ *   ZELTO_CANTRIX_FP_3STREAM   3          XML description           the algorithm's name
+ *   ZELTO_CANTRIX_FP_6STREAM   5          XML description           and version
+ *
+ * An XML description has any root element with a child ALGORITHM whose
+ * elements NAME and VERSION give the algorithm's name and version; the rest
+ * is the signal-processing service's (the reference host's forms are in
+ * zelto_host_services.h). The kind texts are those of zelto/zelto_keys.h.
+ */
+/* Starts generating a fingerprint of a ZELTO_CANTRIX_FP_* kind from PCM
+ * audio through the manager's signal-processing service. Widths 8, 16 or 32
+ * bits, 1 or 2 channels; rate, width and channels must not be 0. Drops the
+ * other inputs unless a table of contents is set, which then stays beside
+ * the fingerprint. Statuses: ZELTO_CANTRIX_INVALID_ARG (empty kind, a zero
+ * number, unknown kind), ZELTO_CANTRIX_NO_SERVICE (no signal processing),
+ * ZELTO_CANTRIX_UNSUPPORTED (width or channels; the query is unchanged), the
+ * mapped status of a generator that cannot be made. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_fingerprint_begin(zelto_cantrix_query_handle query, const char *fp_kind,
+                                                                 uint32_t sample_rate, uint32_t bits_per_sample,
+                                                                 uint32_t channels);
+/* Streams samples (size in bytes) to the generator; the module keeps no
+ * copy. *out_complete (may be null) becomes 1 once the generator says so or
+ * has delivered as many blocks as a full-length fingerprint needs; further
+ * writes are still taken. Not tested for a module that is down. Statuses:
+ * ZELTO_CANTRIX_NO_SERVICE, the mapped status of the generator. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_fingerprint_write(zelto_cantrix_query_handle query,
+                                                                 const void *sample_data, uint32_t size,
+                                                                 uint8_t *out_complete);
+/* Ends generation and builds the fingerprint text from the blocks. With no
+ * blocks there is no text, and the find operations see no fingerprint. Not
+ * tested for a module that is down. Statuses: ZELTO_CANTRIX_NO_SERVICE,
+ * ZELTO_CANTRIX_INVALID_DATA (an XML kind whose text names no algorithm),
+ * ZELTO_CANTRIX_NO_MEMORY. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_fingerprint_end(zelto_cantrix_query_handle query);
+/* Sets a ready-made fingerprint: plain, or "ZTFP" followed by the
+ * serialisation service's text of an XML description (see
+ * zelto_manager_fp_serialize). A text that parses as XML becomes kind
+ * ZELTO_CANTRIX_FP_ZFPX; other plain text stands as given under fp_kind.
+ * Both texts are copied. Needs no signal-processing service. Statuses:
+ * ZELTO_CANTRIX_INVALID_ARG (empty data or kind), ZELTO_CANTRIX_INVALID_UTF8,
+ * ZELTO_CANTRIX_INVALID_DATA (a "ZTFP" payload or ZFPX text that is not an
+ * XML description with its algorithm), the mapped status of serial_decode,
+ * ZELTO_CANTRIX_NO_MEMORY. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_set_fp_data(zelto_cantrix_query_handle query, const char *fp_data,
+                                                           const char *fp_kind);
+/* The fingerprint text (may be null; out_text may be null too); called
+ * between write and end, the text of the blocks so far. The text is borrowed
+ * from the query until its inputs change. Statuses: ZELTO_CANTRIX_NO_SERVICE
+ * (no signal processing, even for data that was set), those of
+ * zelto_cantrix_query_fingerprint_end. */
+ZELTO_CANTRIX_API uint32_t zelto_cantrix_query_get_fp_data(zelto_cantrix_query_handle query, const char **out_text);
+
 /* ---- Find operations ------------------------------------------------------------------ *
  *
  * Each runs one lookup through the lookup provider of the query's mode, on

@@ -17,8 +17,11 @@
  *  - Lookup providers ("_zelto_lookup_interface"): one table per mode,
  *    installed by the application (see also zelto_script_provider.h).
  *
- * The signal-processing service ("_zelto_dsp_interface") is not offered: an
- * interface_get for it fails with ZELTO_MANAGER_NO_SERVICE.
+ *  - Signal processing ("_zelto_dsp_interface"): fingerprint generators on
+ *    Chromaprint, and the writer of the "ZTFP" serial form of a fingerprint.
+ *    A host built without Chromaprint does not offer it: interface_get then
+ *    fails with ZELTO_MANAGER_NO_SERVICE, and zelto_manager_dsp_table()
+ *    gives null.
  *
  * Status words of these services use the package bytes below. A soft status
  * (0x10...) with error value 3 means "absent": no such value, no such child,
@@ -43,6 +46,7 @@ extern "C" {
 #define ZELTO_HOST_PKG_SERIAL 0x0Eu
 #define ZELTO_HOST_PKG_RVO 0x10u
 #define ZELTO_HOST_PKG_LISTS 0x15u
+#define ZELTO_HOST_PKG_DSP 0x18u
 
 /* Result objects and trees. */
 #define ZELTO_RVO_BAD_ARG 0x90100001u     /* null or invalid handle, malformed key */
@@ -58,6 +62,13 @@ extern "C" {
 #define ZELTO_SERIAL_BAD_ARG 0x900E0001u
 #define ZELTO_SERIAL_NO_MEMORY 0x900E0002u
 #define ZELTO_SERIAL_MALFORMED 0x900E000Cu
+/* Signal processing. */
+#define ZELTO_DSP_BAD_ARG 0x90180001u     /* null or foreign generator or block, missing output */
+#define ZELTO_DSP_NO_MEMORY 0x90180002u
+#define ZELTO_DSP_UNKNOWN_KEY 0x10180003u /* dsp_generator_info: no such key */
+#define ZELTO_DSP_FAILED 0x90180005u      /* Chromaprint refused the audio */
+#define ZELTO_DSP_UNSUPPORTED 0x9018000Bu /* algorithm, sample format, channels or rate */
+#define ZELTO_DSP_ENDED 0x90180010u       /* write after end */
 /* Lookup providers of the host (the catalogue and the script provider). */
 #define ZELTO_LOOKUP_BAD_ARG 0x90040001u      /* null or invalid argument, a request or table no longer live */
 #define ZELTO_LOOKUP_NO_MEMORY 0x90040002u
@@ -244,6 +255,93 @@ ZELTO_MANAGER_API uint32_t zelto_manager_serial_free(void *data);
 ZELTO_MANAGER_API uint32_t zelto_manager_serial_encode(const void *data, uint32_t size, char **out_text);
 /* Decoded blocks not yet freed. */
 ZELTO_MANAGER_API uint32_t zelto_manager_serial_live_blocks(void);
+
+/* ---- Signal processing: fingerprints ------------------------------------------------------- *
+ *
+ * The "_zelto_dsp_interface" table (layout in zelto_services.h) makes
+ * audio fingerprints with Chromaprint. Its algorithm numbers map so:
+ *
+ *   number  Chromaprint algorithm               query text
+ *   1       CHROMAPRINT_ALGORITHM_TEST2 ("2")   plain
+ *   3       CHROMAPRINT_ALGORITHM_TEST2 ("2")   XML description
+ *   5       CHROMAPRINT_ALGORITHM_TEST5 ("5")   XML description
+ *
+ * Algorithm 2 is Chromaprint's default, the one AcoustID uses; 5 has a finer
+ * time resolution (92 ms items instead of 123 ms). Any other number is
+ * refused with ZELTO_DSP_UNSUPPORTED.
+ *
+ * Audio: sample formats ZELTO_DSP_FORMAT_S8 (8-bit unsigned, 128 is silence,
+ * as in WAV files), _S16 and _S32 (signed), native byte order, 1 or 2
+ * interleaved channels, sample rates from 1001 to 1000000 Hz. 8- and
+ * 32-bit samples are converted to 16-bit on the way in; aligned 16-bit
+ * samples go to Chromaprint as they are. No samples are kept, save the
+ * bytes of a frame that a write leaves incomplete, which the next write
+ * completes (end drops them). Sizes given to dsp_generator_write are bytes.
+ *
+ * Slots:
+ *  - dsp_generator_create(algorithm, rate, format, channels, 0, callback,
+ *    data, out): the callback is required.
+ *  - dsp_generator_write: blocks of ZELTO_DSP_BLOCK_ITEMS raw fingerprint
+ *    items reach the callback from inside the call as soon as they are
+ *    computed, the first after Chromaprint's delay (about 2.6 seconds of
+ *    audio for algorithm 2). The complete flag is 1 once 120 seconds of
+ *    audio have been written. Writing on after that is allowed: the
+ *    fingerprint grows. A write after end is refused with ZELTO_DSP_ENDED.
+ *  - dsp_generator_end: flushes Chromaprint; the last, shorter block reaches
+ *    the callback from inside the call. The flag is always 0. Calling end
+ *    again delivers nothing new and succeeds.
+ *  - dsp_generator_info: ZELTO_DSP_INFO_MINBLOCKREQ is the number of
+ *    blocks that 10 seconds of audio give (a useful fingerprint),
+ *    ZELTO_DSP_INFO_MAXBLOCKREQ that of 120 seconds (a full-length one):
+ *    2 and 30 for algorithms 1 and 3, 3 and 41 for algorithm 5. Other keys:
+ *    ZELTO_DSP_UNKNOWN_KEY. The texts are the generator's.
+ *  - The callback's status is returned by the write or end that called it.
+ *    A block that the callback refused is freed by the service, and its
+ *    items are offered again by the next write or end; so are those of a
+ *    block that could not be allocated. A failed write has still consumed
+ *    its samples.
+ *  - dsp_fingerprint_free frees a block that the callback accepted.
+ *  - dsp_fingerprint_query_text(generator, blocks, count, out): the query
+ *    text of the items of the given blocks, in the order given; null entries
+ *    are skipped, and no items at all is ZELTO_DSP_BAD_ARG. The duration is
+ *    that of the audio written to the generator so far, in whole seconds
+ *    (rounded down). Free the text with dsp_text_free.
+ *
+ * Query texts, as lookup providers receive them (FP is Chromaprint's
+ * compressed fingerprint in URL-safe base64 without padding, as its tools
+ * print it; D the duration):
+ *  - algorithm 1, plain, two lines:
+ *        DURATION=D
+ *        FINGERPRINT=FP
+ *  - algorithms 3 and 5, an XML description on one line, whose ALGORITHM
+ *    part the module reads into the algorithm name and version that it
+ *    sends with the data:
+ *        <FINGERPRINT><ALGORITHM><NAME>chromaprint</NAME><VERSION>2</VERSION>
+ *        </ALGORITHM><DURATION>D</DURATION><DATA>FP</DATA></FINGERPRINT>
+ *
+ * A generator belongs to one thread at a time; different generators may run
+ * on different threads. Generators, blocks and texts come from the host's
+ * memory layer (ombr_memory_alloc), so they count among its live blocks.
+ */
+#define ZELTO_DSP_BLOCK_ITEMS 32u
+#define ZELTO_DSP_ALGORITHM_NAME "chromaprint"
+
+/* The "_zelto_dsp_interface" table, or null in a host built without
+ * Chromaprint. Like zelto_manager_rvo_table, this takes no reference. */
+ZELTO_MANAGER_API const zelto_dsp_interface *zelto_manager_dsp_table(void);
+/* Generators not yet released, and blocks delivered and not yet freed. */
+ZELTO_MANAGER_API uint32_t zelto_manager_dsp_live_generators(void);
+ZELTO_MANAGER_API uint32_t zelto_manager_dsp_live_blocks(void);
+
+/* Writes the serial form of a fingerprint's XML description (a query text
+ * of algorithm 3 or 5, or one stored from a lookup): ZELTO_ZTFP_SERIAL_PREFIX
+ * followed by the serialisation service's text of the description's bytes.
+ * zelto_cantrix_query_set_fp_data takes it back and yields the description
+ * again. A text that is empty or not XML (its first character other than a
+ * blank must be '<') is refused with ZELTO_SERIAL_BAD_ARG: plain
+ * fingerprints are stored as they are. The text is freed with
+ * zelto_manager_text_free. */
+ZELTO_MANAGER_API uint32_t zelto_manager_fp_serialize(const char *description, char **out_text);
 
 /* ---- Lookup providers ------------------------------------------------------------------ */
 

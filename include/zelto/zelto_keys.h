@@ -76,7 +76,8 @@
 #define ZELTO_CANTRIX_FP_TVX "zelto_cantrix_fp_tvx"
 #define ZELTO_CANTRIX_FP_FILE "zelto_cantrix_fp_file"
 
-/* Keys of a fingerprint generator's info slot. */
+/* Keys of dsp_generator_info: decimal texts with the number of blocks that
+ * a useful and a full-length fingerprint need. */
 #define ZELTO_DSP_INFO_MINBLOCKREQ "zelto_dsp_info_minblockreq"
 #define ZELTO_DSP_INFO_MAXBLOCKREQ "zelto_dsp_info_maxblockreq"
 

@@ -125,6 +125,18 @@ typedef struct zelto_serialization_interface {
     uint32_t (*serial_free)(void *data);
 } zelto_serialization_interface;
 
+/* Serial form of a fingerprint: this prefix, then the serialisation
+ * service's text of the fingerprint's XML description (see serial_decode). */
+#define ZELTO_ZTFP_SERIAL_PREFIX "ZTFP"
+
+/* Sample format numbers of dsp_generator_create, by bits per sample. */
+#define ZELTO_DSP_FORMAT_S8 1u
+#define ZELTO_DSP_FORMAT_S16 2u
+#define ZELTO_DSP_FORMAT_S32 3u
+
+/* The keys of dsp_generator_info are the ZELTO_DSP_INFO_* texts of
+ * zelto/zelto_keys.h. */
+
 typedef void *zelto_dsp_generator;
 /* Block callback of a generator: (callback data, ignored word, block). */
 typedef uint32_t (*zelto_dsp_block_callback)(void *callback_data, uint32_t ignored, void *block);

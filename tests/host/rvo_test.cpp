@@ -267,13 +267,6 @@ TEST_F(RvoTest, ServiceTableComesFromTheManagerWithCountedReferences) {
     EXPECT_EQ(zelto_manager_service_refs("_zelto_rvo_interface"), before);
 }
 
-TEST_F(RvoTest, SignalProcessingServiceIsAbsent) {
-    const void *table = nullptr;
-    EXPECT_EQ(zelto_manager_get_table()->interface_get("_zelto_dsp_interface", 0, 0, &table),
-              ZELTO_MANAGER_NO_SERVICE);
-    EXPECT_EQ(table, nullptr);
-}
-
 TEST_F(RvoTest, DumpWalksOnlyTheGivenKeysOfForeignObjects) {
     Counted record;
     zelto_rvo_handle object = make(&record);

@@ -12,6 +12,7 @@ class ModuleTest : public ::testing::Test {
    protected:
     void SetUp() override {
         zelto_manager_services_reset();
+        before_initialize();
         blocks_before_ = zelto_manager_memory_live_blocks();
         handles_before_ = zelto_manager_handle_count();
         ASSERT_EQ(zelto_cantrix_initialize(zelto_manager_get_table()), 0u);
@@ -28,6 +29,9 @@ class ModuleTest : public ::testing::Test {
         EXPECT_EQ(zelto_manager_memory_live_blocks(), blocks_before_) << "heap blocks leaked";
         zelto_manager_services_reset();
     }
+
+    // Runs after the services are reset and before the module comes up.
+    virtual void before_initialize() {}
 
     zelto_user *user_ = nullptr;
     int64_t blocks_before_ = 0;
