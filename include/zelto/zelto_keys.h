@@ -11,6 +11,8 @@
 #ifndef ZELTO_KEYS_H
 #define ZELTO_KEYS_H
 
+#include <stdint.h>
+
 /* ---- Service tables, fetched from the manager by name ----------------------- */
 
 #define ZELTO_SERVICE_ERRORINFO "_zelto_errorinfo_interface"
@@ -82,6 +84,9 @@
 #define ZELTO_DSP_INFO_MAXBLOCKREQ "zelto_dsp_info_maxblockreq"
 
 /* ---- Data flags (a query's data_flags word; tree values may require them) ---------- */
+
+/* A data-flags word: an OR of the bits below. */
+typedef uint32_t zelto_data_flags;
 
 #define ZELTO_DATA_LINK 0x400000u
 #define ZELTO_DATA_GLOBALIDS 0x800000u
