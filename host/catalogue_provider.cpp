@@ -2,7 +2,6 @@
 // against the catalogue at execute, and answered with host trees in the
 // vocabulary the module reads (albums, tracks, contributors, lyrics, the
 // response code and the result range).
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -41,7 +40,6 @@ struct ProviderTable {
 }  // namespace
 
 struct zelto_catalogue {
-    std::string path;
     std::unique_ptr<catalogue::Catalogue> db;
     ProviderTable *provider = nullptr;  // never freed
     std::mutex mutex;                    // guards the texts below and the request count
@@ -814,16 +812,6 @@ std::string base_name(const std::string &path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-uint64_t count_rows(sqlite3 *db, const char *table) {
-    const std::string sql = std::string("SELECT count(*) FROM ") + table;
-    sqlite3_stmt *stmt = nullptr;
-    uint64_t n = 0;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
-        n = static_cast<uint64_t>(sqlite3_column_int64(stmt, 0));
-    sqlite3_finalize(stmt);
-    return n;
-}
-
 }  // namespace
 
 // ---- Exported API -----------------------------------------------------------------------
@@ -837,7 +825,6 @@ HOST_EXPORT uint32_t zelto_catalogue_open(const char *path, uint32_t flags, zelt
     }
     try {
         auto c = std::make_unique<zelto_catalogue>();
-        c->path = name;
         catalogue::Status s = catalogue::Catalogue::open(name, c->db);
         if (!s.ok()) return status_of(s);
         // Reading the count proves that the file is a catalogue.
@@ -952,22 +939,10 @@ HOST_EXPORT const char *zelto_catalogue_import_message(zelto_catalogue *catalogu
 
 HOST_EXPORT uint32_t zelto_catalogue_get_info(zelto_catalogue *catalogue, zelto_catalogue_info *out_info) {
     if (!live(catalogue) || !out_info) return ZELTO_CATALOGUE_BAD_ARG;
-    zelto_catalogue_info info{};
-    catalogue::Status s = catalogue->db->album_count(info.albums);
+    catalogue::Statistics counts;
+    catalogue::Status s = catalogue->db->statistics(counts);
     if (!s.ok()) return fail(catalogue, s);
-    if (catalogue->path != ":memory:") {
-        // The other counts come from a second, read-only connection.
-        sqlite3 *db = nullptr;
-        if (sqlite3_open_v2(catalogue->path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-            info.discs = count_rows(db, "discs");
-            info.tocs = count_rows(db, "tocs");
-            info.tracks = count_rows(db, "tracks");
-            info.artists = count_rows(db, "artists");
-            info.lyrics = count_rows(db, "lyrics");
-        }
-        sqlite3_close(db);
-    }
-    *out_info = info;
+    *out_info = {counts.albums, counts.discs, counts.tocs, counts.tracks, counts.artists, counts.lyrics};
     return 0;
 }
 

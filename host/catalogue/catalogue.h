@@ -131,6 +131,11 @@ struct Lyric {
     int64_t track_id = 0;        // filled when read back and linked
 };
 
+// Numbers of stored records of each kind.
+struct Statistics {
+    uint64_t albums = 0, discs = 0, tocs = 0, tracks = 0, artists = 0, lyrics = 0;
+};
+
 // ---- Results -----------------------------------------------------------------
 
 // 1-based inclusive range of wanted hits.
@@ -393,6 +398,8 @@ class Catalogue {
     Status remove_album(int64_t album_id) noexcept;
     Status get_album(int64_t album_id, Album &out) noexcept;
     Status album_count(uint64_t &out) noexcept;
+    // Rows of each kind, counted together under the catalogue's lock.
+    Status statistics(Statistics &out) noexcept;
     Status add_lyric(Lyric &lyric) noexcept;
     Status get_lyric(int64_t lyric_id, Lyric &out) noexcept;
 
