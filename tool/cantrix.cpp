@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tool/results.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -84,18 +85,6 @@ struct Options {
 [[noreturn]] void usage_error(const std::string &message) {
     std::fprintf(stderr, "cantrix: %s\n(try 'cantrix --help')\n", message.c_str());
     std::exit(kUsage);
-}
-
-bool parse_u32(std::string_view text, uint32_t &out) {
-    if (text.empty() || text.size() > 10) return false;
-    uint64_t n = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        n = n * 10 + static_cast<uint64_t>(c - '0');
-    }
-    if (n > 0xFFFFFFFFu) return false;
-    out = static_cast<uint32_t>(n);
-    return true;
 }
 
 Options parse(int argc, char **argv) {
@@ -166,14 +155,14 @@ Options parse(int argc, char **argv) {
             const std::string v = value();
             const size_t colon = v.find(':');
             uint32_t s = 0, n = 0;
-            if (colon == std::string::npos || !parse_u32(std::string_view(v).substr(0, colon), s) ||
-                !parse_u32(std::string_view(v).substr(colon + 1), n) || s == 0 || n == 0)
+            if (colon == std::string::npos || !tool::parse_u32(std::string_view(v).substr(0, colon), s) ||
+                !tool::parse_u32(std::string_view(v).substr(colon + 1), n) || s == 0 || n == 0)
                 usage_error("--range needs START:SIZE with positive numbers, e.g. 1:10");
             o.start = s;
             o.size = n;
         } else if (arg == "--start" || arg == "--size") {
             uint32_t n = 0;
-            if (!parse_u32(value(), n) || n == 0) usage_error(arg + " needs a positive number");
+            if (!tool::parse_u32(value(), n) || n == 0) usage_error(arg + " needs a positive number");
             (arg == "--start" ? o.start : o.size) = n;
         } else {
             bool known = false;
@@ -218,268 +207,6 @@ void report(const char *what, uint32_t status) {
     std::fprintf(stderr, "cantrix: %s: status 0x%08X (%s)", what, status, zelto_manager_status_text(status));
     if (message && *message) std::fprintf(stderr, ": %s", message);
     std::fputc('\n', stderr);
-}
-
-// ---- Result walking -----------------------------------------------------------------
-
-// Owner of one reference on a result object.
-class Object {
-   public:
-    Object() = default;
-    explicit Object(zelto_rvo_handle h) : h_(h) {}
-    ~Object() { zelto_manager_rvo_release(h_); }
-    Object(Object &&other) noexcept : h_(other.h_) { other.h_ = nullptr; }
-    Object(const Object &) = delete;
-    Object &operator=(const Object &) = delete;
-    zelto_rvo_handle get() const { return h_; }
-    zelto_rvo_handle *out() { return &h_; }
-    explicit operator bool() const { return h_ != nullptr; }
-
-    std::string value(const char *key) const {
-        const char *v = nullptr;
-        return h_ && zelto_manager_rvo_value_get(h_, key, 1, &v) == 0 && v ? v : "";
-    }
-    uint32_t count(const char *key) const {
-        uint32_t n = 0;
-        return h_ && zelto_manager_rvo_child_count(h_, key, &n) == 0 ? n : 0;
-    }
-    Object child(const char *key, uint32_t ordinal) const {
-        Object c;
-        if (h_ && zelto_manager_rvo_child_get(h_, key, ordinal, 0, c.out()) != 0) c.h_ = nullptr;
-        return c;
-    }
-    std::string context() const {
-        const char *c = nullptr;
-        return h_ && zelto_manager_rvo_get_context(h_, &c) == 0 && c ? c : "";
-    }
-    // Display texts of the title and the artist.
-    std::string title() const { return child(ZELTO_CHILD_TITLE_OFFICIAL, 1).value(ZELTO_VAL_DISPLAY); }
-    std::string artist() const {
-        return child(ZELTO_CHILD_ARTIST, 1).child(ZELTO_CHILD_NAME_OFFICIAL, 1).value(ZELTO_VAL_DISPLAY);
-    }
-    std::string name() const { return child(ZELTO_CHILD_NAME_OFFICIAL, 1).value(ZELTO_VAL_DISPLAY); }
-
- private:
-    zelto_rvo_handle h_ = nullptr;
-};
-
-std::string json_quote(const std::string &s) {
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\t': out += "\\t"; break;
-            case '\r': out += "\\r"; break;
-            default:
-                if (c < 0x20) {
-                    char buf[8];
-                    std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                    out += buf;
-                } else {
-                    out += static_cast<char>(c);
-                }
-        }
-    }
-    return out + "\"";
-}
-
-std::string duration_text(const std::string &ms) {
-    uint32_t n = 0;
-    if (!parse_u32(ms, n)) return "";
-    const uint32_t s = (n + 500) / 1000;
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%u:%02u", s / 60, s % 60);
-    return buf;
-}
-
-// A small JSON writer of objects with string or number members.
-class Json {
-   public:
-    void open(char bracket) {
-        comma();
-        out_ += bracket;
-        first_ = true;
-    }
-    void close(char bracket) {
-        out_ += bracket;
-        first_ = false;
-    }
-    void key(const char *k) {
-        comma();
-        out_ += json_quote(k) + ":";
-        first_ = true;
-    }
-    void str(const char *k, const std::string &v) {
-        if (v.empty()) return;
-        key(k);
-        out_ += json_quote(v);
-        first_ = false;
-    }
-    void num(const char *k, const std::string &v) {
-        uint32_t n = 0;
-        if (!parse_u32(v, n)) return str(k, v);
-        key(k);
-        out_ += v;
-        first_ = false;
-    }
-    const std::string &text() const { return out_; }
-
-   private:
-    void comma() {
-        if (!first_) out_ += ',';
-        first_ = false;
-    }
-    std::string out_;
-    bool first_ = true;
-};
-
-void print_tracks_text(const Object &album) {
-    const uint32_t n = album.count(ZELTO_CHILD_TRACK);
-    for (uint32_t i = 1; i <= n; ++i) {
-        Object t = album.child(ZELTO_CHILD_TRACK, i);
-        std::printf("    %3s. %s", t.value(ZELTO_VAL_TRACKNUMBER).c_str(), t.title().c_str());
-        const std::string artist = t.artist(), album_artist = album.artist();
-        if (!artist.empty() && artist != album_artist) std::printf(" - %s", artist.c_str());
-        const std::string d = duration_text(t.value(ZELTO_VAL_DURATION));
-        if (!d.empty()) std::printf(" (%s)", d.c_str());
-        std::putchar('\n');
-    }
-}
-
-void json_tracks(Json &j, const Object &album) {
-    const uint32_t n = album.count(ZELTO_CHILD_TRACK);
-    j.key("tracks");
-    j.open('[');
-    for (uint32_t i = 1; i <= n; ++i) {
-        Object t = album.child(ZELTO_CHILD_TRACK, i);
-        j.open('{');
-        j.num("number", t.value(ZELTO_VAL_TRACKNUMBER));
-        j.str("title", t.title());
-        j.str("artist", t.artist());
-        j.num("duration_ms", t.value(ZELTO_VAL_DURATION));
-        j.str("tui", t.value(ZELTO_VAL_TUI));
-        j.close('}');
-    }
-    j.close(']');
-}
-
-// Child key of the rows for each kind of search.
-const char *row_key(const std::string &kind) {
-    if (kind == "tracks") return ZELTO_CHILD_TRACK;
-    if (kind == "matches") return ZELTO_CHILD_RESPONSE_MATCH;
-    if (kind == "lyrics") return ZELTO_CHILD_LYRIC;
-    return ZELTO_CHILD_ALBUM;
-}
-
-void print_response(const Object &response, const std::string &kind, bool json) {
-    const char *key = row_key(kind);
-    const uint32_t rows = response.count(key);
-    Json j;
-    if (json) {
-        j.open('{');
-        j.str("kind", kind);
-        j.num("range_start", response.value(ZELTO_VAL_RANGESTART));
-        j.num("range_end", response.value(ZELTO_VAL_RANGEEND));
-        j.num("range_count", response.value(ZELTO_VAL_RANGECOUNT));
-        j.key("results");
-        j.open('[');
-    } else if (rows == 0) {
-        std::printf("no match\n");
-        return;
-    } else {
-        const std::string count = response.value(ZELTO_VAL_RANGECOUNT);
-        std::printf("%u result%s", rows, rows == 1 ? "" : "s");
-        if (!count.empty() && count != "0")
-            std::printf(" (%s to %s of %s)", response.value(ZELTO_VAL_RANGESTART).c_str(),
-                        response.value(ZELTO_VAL_RANGEEND).c_str(), count.c_str());
-        std::putchar('\n');
-    }
-    for (uint32_t i = 1; i <= rows; ++i) {
-        Object row = response.child(key, i);
-        const std::string context = row.context();
-        const std::string score = row.value(ZELTO_VAL_TXTMATCHSCORE);
-        const std::string match_type = row.value(ZELTO_VAL_MATCH_TYPE);
-        const std::string lookup_type = row.value(ZELTO_VAL_LOOKUP_TYPE);
-        if (json) {
-            j.open('{');
-            j.str("context", context);
-            j.num("match_score", score);
-            j.str("match_type", match_type);
-            j.str("lookup_type", lookup_type);
-        } else {
-            std::printf("\n[%u]", i);
-        }
-        if (context == ZELTO_CTX_ALBUM) {
-            const std::string title = row.title().empty() ? row.value(ZELTO_VAL_TITLE) : row.title();
-            const std::string artist = row.artist().empty() ? row.value(ZELTO_VAL_ARTIST) : row.artist();
-            if (json) {
-                j.str("title", title);
-                j.str("artist", artist);
-                j.num("year", row.value(ZELTO_VAL_YEAR));
-                j.str("genre", row.value(ZELTO_VAL_GENRE));
-                j.num("track_count", row.value(ZELTO_VAL_ALBUMTRACKCNT));
-                j.str("tui", row.value(ZELTO_VAL_TUI));
-                j.str("toc", row.value(ZELTO_VAL_TOC));
-                json_tracks(j, row);
-            } else {
-                std::printf(" %s - %s", artist.c_str(), title.c_str());
-                const std::string year = row.value(ZELTO_VAL_YEAR);
-                if (!year.empty()) std::printf(" (%s)", year.c_str());
-                std::putchar('\n');
-                const std::string genre = row.value(ZELTO_VAL_GENRE);
-                std::printf("    tracks: %s", row.value(ZELTO_VAL_ALBUMTRACKCNT).c_str());
-                if (!genre.empty()) std::printf("  genre: %s", genre.c_str());
-                std::printf("  id: %s\n", row.value(ZELTO_VAL_TUI).c_str());
-                print_tracks_text(row);
-            }
-        } else if (context == ZELTO_CTX_TRACK) {
-            if (json) {
-                j.num("number", row.value(ZELTO_VAL_TRACKNUMBER));
-                j.str("title", row.title());
-                j.str("artist", row.artist());
-                j.num("duration_ms", row.value(ZELTO_VAL_DURATION));
-                j.str("tui", row.value(ZELTO_VAL_TUI));
-            } else {
-                std::printf(" %s - %s", row.artist().c_str(), row.title().c_str());
-                const std::string d = duration_text(row.value(ZELTO_VAL_DURATION));
-                if (!d.empty()) std::printf(" (%s)", d.c_str());
-                std::putchar('\n');
-            }
-        } else if (context == ZELTO_CTX_CONTRIBUTOR) {
-            if (json) {
-                j.str("name", row.name());
-                j.str("collaboration", row.value(ZELTO_VAL_COLLAB_RESULT));
-            } else {
-                std::printf(" contributor: %s\n", row.name().c_str());
-            }
-        } else if (context == ZELTO_CTX_LYRIC) {
-            if (json) {
-                j.str("title", row.title());
-                j.str("artist", row.artist());
-                j.str("text", row.value(ZELTO_VAL_LYRIC_TEXT));
-            } else {
-                std::printf(" lyric: %s - %s\n", row.artist().c_str(), row.title().c_str());
-                std::string text = row.value(ZELTO_VAL_LYRIC_TEXT);
-                if (text.size() > 200) text = text.substr(0, 200) + "...";
-                std::printf("    %s\n", text.c_str());
-            }
-        }
-        if (json) {
-            j.close('}');
-        } else {
-            if (!score.empty()) std::printf("    match score: %s\n", score.c_str());
-            if (!match_type.empty() || !lookup_type.empty())
-                std::printf("    match type: %s  lookup type: %s\n", match_type.empty() ? "-" : match_type.c_str(),
-                            lookup_type.empty() ? "-" : lookup_type.c_str());
-        }
-    }
-    if (json) {
-        j.close(']');
-        j.close('}');
-        std::printf("%s\n", j.text().c_str());
-    }
 }
 
 // ---- Progress -----------------------------------------------------------------------
@@ -606,7 +333,7 @@ int run_find(Session &session, const Options &o) {
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
     if (o.kind == "lyrics") find = zelto_cantrix_query_find_lyrics;
-    Object response;
+    tool::Object response;
     const uint32_t s = find(session.query(), response.out());
     if (s == ZELTO_CANTRIX_NO_SUITABLE_INPUT || s == ZELTO_CANTRIX_UNSUPPORTED) {
         // The module refuses fields that this kind of find does not search by
@@ -618,7 +345,11 @@ int run_find(Session &session, const Options &o) {
         report("lookup failed", s);
         return kLookupFailed;
     }
-    print_response(response, o.kind, o.json);
+    const tool::Answer answer = tool::read_answer(response, o.kind);
+    if (o.json)
+        tool::print_json(answer);
+    else
+        tool::print_text(answer);
     return kOk;
 }
 
@@ -690,10 +421,11 @@ int catalogue_info(const Options &o) {
     }
     auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
     if (o.json) {
-        std::printf("{\"catalogue\":%s,\"albums\":%llu,\"discs\":%llu,\"tocs\":%llu,\"tracks\":%llu,"
-                    "\"artists\":%llu,\"lyrics\":%llu}\n",
-                    json_quote(o.catalogue).c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
-                    u(info.artists), u(info.lyrics));
+        std::printf(
+            "{\"catalogue\":%s,\"albums\":%llu,\"discs\":%llu,\"tocs\":%llu,\"tracks\":%llu,"
+            "\"artists\":%llu,\"lyrics\":%llu}\n",
+            tool::json_quote(o.catalogue).c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
+            u(info.artists), u(info.lyrics));
     } else {
         std::printf("catalogue %s\n  albums:  %llu\n  discs:   %llu\n  TOCs:    %llu\n  tracks:  %llu\n"
                     "  artists: %llu\n  lyrics:  %llu\n",
