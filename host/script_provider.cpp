@@ -433,9 +433,7 @@ HOST_EXPORT uint32_t zelto_script_create(zelto_script **out_script) {
 
 HOST_EXPORT void zelto_script_destroy(zelto_script *script) {
     if (!live_script(script)) return;
-    for (uint32_t mode = 1; mode <= 2; ++mode)
-        if (zelto_manager_lookup_get_provider(mode) == &script->tables[mode - 1])
-            zelto_manager_lookup_set_provider(mode, nullptr);
+    host::uninstall_provider([&](uint32_t mode) { return &script->tables[mode - 1]; });
     {
         std::lock_guard<std::mutex> guard(g_scripts_mutex);
         scripts().erase(script);
@@ -461,13 +459,8 @@ HOST_EXPORT const zelto_lookup_interface *zelto_script_table(zelto_script *scrip
 }
 
 HOST_EXPORT uint32_t zelto_script_install(zelto_script *script, uint32_t mode) {
-    if (!live_script(script) || mode > 2) return ZELTO_SCRIPT_BAD_ARG;
-    for (uint32_t m = 1; m <= 2; ++m) {
-        if (mode != 0 && mode != m) continue;
-        uint32_t status = zelto_manager_lookup_set_provider(m, &script->tables[m - 1]);
-        if (status) return status;
-    }
-    return 0;
+    if (!live_script(script)) return ZELTO_SCRIPT_BAD_ARG;
+    return host::install_provider(mode, [&](uint32_t m) { return &script->tables[m - 1]; });
 }
 
 HOST_EXPORT uint32_t zelto_script_reset(zelto_script *script) {

@@ -144,16 +144,21 @@ TEST(CriticalSection, ReentrantOwnershipAndDelete) {
     ASSERT_EQ(ombr_thread_critsec_leave(cs), 0u);
     ASSERT_EQ(ombr_thread_critsec_leave(cs), 0u);
 
-    std::atomic<int> entered{0};
+    std::atomic<int> entered{0}, entering{0};
     std::atomic<uint32_t> foreign_leave{1};
     std::thread other([&] {
         foreign_leave = ombr_thread_critsec_leave(cs);  // not the owner: no effect
+        entering = 1;
         ombr_thread_critsec_enter(cs);
         entered = 1;
         ombr_thread_critsec_leave(cs);
     });
-    while (true) {  // wait until the other thread blocks in enter
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    // Deleting is the only probe for a waiter, and without one it succeeds
+    // for the owner: probe only once the other thread has had ample time to
+    // block in enter.
+    while (!entering) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (true) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         if (ombr_thread_critsec_delete(cs) == 0x90020006u) break;  // a waiter: busy
     }
     EXPECT_EQ(entered.load(), 0);  // still held once by this thread
