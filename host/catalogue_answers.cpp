@@ -250,33 +250,26 @@ class Executor {
     bool found(uint32_t total, uint32_t in_range) { return events_.send(kFound, total, in_range); }
     bool building(uint32_t done, uint32_t all) { return events_.send(kBuilding, done, all); }
 
+    // The discs whose TOC matched, each as its album with the disc's tracks.
     Outcome toc_lookup() {
-        if (!events_.send(kSent)) return aborted();
-        catalogue::TocResult result;
-        catalogue::Status s = db_.lookup_toc(lookup_.text(ZELTO_LOOKUP_DATA_TOC), range_, result);
-        if (!s.ok()) return failure(s);
-        const auto count = static_cast<uint32_t>(result.hits.size());
-        if (!found(result.total, count)) return aborted();
-        Outcome o;
-        o.tree = response_root(ZELTO_CTX_RESPONSE, catalogue::response_code(result.kind));
-        range_values(o.tree, result);
-        uint32_t done = 0;
-        for (const auto &hit : result.hits) {
-            catalogue::Album album;
-            if (!(s = db_.get_album(hit.album_id, album)).ok()) return failure(s);
-            AlbumShape shape;
-            shape.full = false;
-            shape.disc_number = hit.disc_number;
-            shape.toc = hit.toc;
-            for (const auto &disc : album.discs)
-                if (disc.number == hit.disc_number)
-                    for (const auto &track : disc.tracks)
-                        shape.matched.push_back(position_of(album, disc.number, track.number));
-            o.tree.child(ZELTO_CHILD_ALBUM, album_node(album, shape));
-            if (!building(++done, count)) return aborted();
-        }
-        if (!events_.send(kReady)) return aborted();
-        return o;
+        return paged_answer<catalogue::TocResult>(
+            ZELTO_CTX_RESPONSE,
+            [&](auto &result) { return db_.lookup_toc(lookup_.text(ZELTO_LOOKUP_DATA_TOC), range_, result); },
+            [&](Node &root, const catalogue::TocHit &hit) {
+                catalogue::Album album;
+                catalogue::Status s = db_.get_album(hit.album_id, album);
+                if (!s.ok()) return s;
+                AlbumShape shape;
+                shape.full = false;
+                shape.disc_number = hit.disc_number;
+                shape.toc = hit.toc;
+                for (const auto &disc : album.discs)
+                    if (disc.number == hit.disc_number)
+                        for (const auto &track : disc.tracks)
+                            shape.matched.push_back(position_of(album, disc.number, track.number));
+                root.child(ZELTO_CHILD_ALBUM, album_node(album, shape));
+                return s;
+            });
     }
 
     // Album or track by tui / tag, or a disc by mui / media id; a revision
