@@ -55,9 +55,9 @@ extern "C" {
 #define ZELTO_CANTRIX_BUSY 0x90810006u               /* called from inside the query's own status callback */
 #define ZELTO_CANTRIX_NOT_INITIALIZED 0x90810007u    /* the module is down */
 #define ZELTO_CANTRIX_INIT_FAILED 0x9081000au        /* bring-up failed; the cause goes to the log only */
-#define ZELTO_CANTRIX_UNSUPPORTED 0x9081000bu        /* lyric query by object, unknown response key */
-#define ZELTO_CANTRIX_INVALID_DATA 0x9081000cu       /* language the list service does not know */
-#define ZELTO_CANTRIX_NO_SERVICE 0x9081003fu         /* no lookup provider for the query's mode */
+#define ZELTO_CANTRIX_UNSUPPORTED 0x9081000bu        /* audio format, lyric query by object, unknown response key */
+#define ZELTO_CANTRIX_INVALID_DATA 0x9081000cu       /* unknown language; malformed fingerprint description */
+#define ZELTO_CANTRIX_NO_SERVICE 0x9081003fu         /* service absent: lookup provider of the mode, or DSP */
 #define ZELTO_CANTRIX_INVALID_TOC 0x908100c4u        /* malformed table of contents */
 #define ZELTO_CANTRIX_FP_KIND_UNSENDABLE 0x908101a3u /* fingerprint kind the lookup cannot send */
 #define ZELTO_CANTRIX_NO_SUITABLE_INPUT 0x908101a4u  /* the query holds no input this find operation takes */
