@@ -57,7 +57,7 @@ TEST(PackageFrame, FailedBringUpGivesTenAndUnwinds) {
 
 // Bring-up and take-down of a package that brings up others, racing on
 // several threads: the counts end where they began.
-TEST(PackageFrame, RacingBringUpAndTakeDownKeepTheCounts) {
+TEST(PackageFrame, ConcurrentBringUpAndTakeDownKeepTheCounts) {
     ASSERT_EQ(ombr_datatypes_initchecks(), 0u);
     const uint32_t mem_before = zelto_manager_memory_init_count();
     std::atomic<int> failures{0};

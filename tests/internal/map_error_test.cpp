@@ -58,7 +58,7 @@ TEST(ModuleLock, RecordIsZeroAfterTheLastShutdown) {
 // Initialise and shutdown racing on several threads: every call is counted
 // once, the bring-up runs once per up phase, and the module ends down with
 // its lock record cleared and every service table given back.
-TEST(ModuleLock, RacingInitialiseAndShutdownKeepTheCount) {
+TEST(ModuleLock, ConcurrentInitialiseAndShutdownKeepTheCount) {
     ASSERT_EQ(zelto_cantrix_initchecks(), 0u);
     const int32_t refs_before = zelto_manager_service_refs(nullptr);
     constexpr int kThreads = 4, kRounds = 150;
