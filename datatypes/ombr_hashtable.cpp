@@ -10,6 +10,7 @@ using namespace ombr::dt;
 
 namespace {
 constexpr const char *kUnit = "ombr_hashtable";
+constexpr uint32_t kUnknownLength = 0xFFFFFFFFu;
 constexpr uint32_t kInitialBuckets = 16;
 constexpr uint32_t kMaxBuckets = 0x80000000u;
 // Internal result of a resize whose allocation failed while an array is in
@@ -19,10 +20,12 @@ constexpr uint32_t kKeptOldArray = 1;
 
 struct alignas(8) hashtable_item {
     uint32_t hash;
+    uint32_t key_length;  // bytes of a copied key before its terminator; kUnknownLength for keys by reference
     void *value;
     uint32_t value_size;
     uint8_t value_copied;
     uint8_t accessed;
+    uint8_t chain_prefix;  // valid in a chain's first item only, see additem
     hashtable_item *bucket_next;
     hashtable_item *bucket_prev;
     hashtable_item *bucket_tail;  // valid in a chain's first item only
@@ -46,6 +49,11 @@ struct ombr_hashtable {
     uint32_t count;
     hashtable_item *cursor_item;
     uint32_t cursor_index;
+    // Where the last find by a non-zero ordinal stopped, so that finding
+    // ordinals 0, 1, 2 ... of one key costs one step each. Guarded by
+    // cursor_lock and cleared by every add and removal.
+    hashtable_item *find_item;
+    uint32_t find_ordinal;
     uint32_t bucket_count;
     uint32_t used_buckets;
     uint32_t collisions;
@@ -72,37 +80,121 @@ void reset_cursor(ombr_hashtable *table) {
     ombr::SpinGuard guard(&table->cursor_lock);
     table->cursor_item = table->order_head;
     table->cursor_index = 0;
+    table->find_item = nullptr;
 }
+
+// What the items of a chain before its last one hold, kept in the chain's
+// first item: the collision test of an add only needs to know whether they
+// all share the first item's hash.
+constexpr uint8_t kPrefixUniform = 0;  // all share the first item's hash
+constexpr uint8_t kPrefixMixed = 1;    // at least two hashes
+constexpr uint8_t kPrefixUnknown = 2;  // to be found out by a walk
 
 }  // namespace
 
-// djb2 over the key; without case sensitivity 'a' to 'z' hash as upper case.
-uint32_t _ombr_hashtable_genhash(const char *key, bool case_sensitive) {
-    uint32_t h = 5381;
-    for (const auto *p = reinterpret_cast<const unsigned char *>(key); *p; ++p) {
-        uint32_t c = *p;
-        if (!case_sensitive && c >= 'a' && c <= 'z') c -= 32;
-        h = h * 33 + c;
-    }
-    return h;
-}
-
 namespace {
 
-// The ordinal-th item with this key, in chain (= insertion) order.
-uint32_t _ombr_hashtable_finditem(const ombr_hashtable *table, const char *key, uint32_t hash, uint32_t ordinal,
-                                  item_t **out_item) {
+// A key's hash and length.
+struct KeyHash {
+    uint32_t hash;
+    uint32_t length;
+};
+
+template <bool kFold>
+constexpr uint32_t hash_byte(unsigned char c) {
+    return kFold && static_cast<unsigned>(c - 'a') < 26u ? c - 32u : c;
+}
+
+// djb2 over the key, h = h * 33 + c from 5381; without case sensitivity 'a'
+// to 'z' count as upper case. Four bytes a step: h * 33^4 plus the bytes'
+// weighted sum, which equals four single steps in 32-bit arithmetic and
+// leaves only one multiplication on the running value's path.
+template <bool kFold>
+KeyHash hash_bytes(const char *key) {
+    const auto *p = reinterpret_cast<const unsigned char *>(key);
+    const size_t n = __builtin_strlen(key);
+    uint32_t h = 5381;
+    size_t i = 0;
+    for (; i + 4 <= n; i += 4)
+        h = h * 1185921u + hash_byte<kFold>(p[i]) * 35937u + hash_byte<kFold>(p[i + 1]) * 1089u +
+            hash_byte<kFold>(p[i + 2]) * 33u + hash_byte<kFold>(p[i + 3]);
+    for (; i < n; ++i) h = h * 33u + hash_byte<kFold>(p[i]);
+    return {h, static_cast<uint32_t>(n)};
+}
+
+inline KeyHash hash_key(const char *key, bool case_sensitive) {
+    return case_sensitive ? hash_bytes<false>(key) : hash_bytes<true>(key);
+}
+
+// n bytes of a and b are equal; eight at a time, short keys being the rule.
+inline bool same_bytes(const char *a, const char *b, uint32_t n) {
+    uint32_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t x, y;
+        __builtin_memcpy(&x, a + i, 8);
+        __builtin_memcpy(&y, b + i, 8);
+        if (x != y) return false;
+    }
+    for (; i < n; ++i)
+        if (a[i] != b[i]) return false;
+    return true;
+}
+
+// Key equality as ombr_string_equal decides it (byte for byte, or with 'a'
+// to 'z' folded); equal keys have equal lengths either way, so a copied
+// key's length rules most candidates out, and keys that are the same byte
+// for byte need no folding.
+inline bool same_key(const hashtable_item *item, const char *key, uint32_t length, uint8_t ignore_case) {
+    if (item->key_length != kUnknownLength) {
+        if (item->key_length != length) return false;
+        if (same_bytes(item->key, key, length)) return true;
+        return ignore_case && ombr_string_equal(item->key, key, 1);
+    }
+    return ombr_string_equal(item->key, key, ignore_case) != 0;
+}
+
+// The ordinal-th item with this key, in chain (= insertion) order. A find
+// by a later ordinal of the key of the last one goes on from where that one
+// stopped.
+inline uint32_t _ombr_hashtable_finditem(ombr_hashtable *table, const char *key, KeyHash kh, uint32_t ordinal,
+                                         hashtable_item **out_item) {
     if (table->count == 0) return kNotFound;
     const uint8_t ignore = table->ignore_case() ? 1 : 0;
-    for (item_t *item = *table->bucket_of(hash); item; item = item->bucket_next) {
-        if (item->hash != hash || !ombr_string_equal(item->key, key, ignore)) continue;
-        if (ordinal-- == 0) {
+    hashtable_item *item = *table->bucket_of(kh.hash);
+    uint32_t skip = ordinal;
+    if (ordinal > 0) {
+        ombr::SpinGuard guard(&table->cursor_lock);
+        hashtable_item *last = table->find_item;
+        if (last && table->find_ordinal <= ordinal && last->hash == kh.hash && same_key(last, key, kh.length, ignore)) {
+            item = last;
+            skip = ordinal - table->find_ordinal;
+        }
+    }
+    for (; item; item = item->bucket_next) {
+        if (item->hash != kh.hash || !same_key(item, key, kh.length, ignore)) continue;
+        if (skip-- == 0) {
+            if (ordinal > 0) {
+                ombr::SpinGuard guard(&table->cursor_lock);
+                table->find_item = item;
+                table->find_ordinal = ordinal;
+            }
             *out_item = item;
             return 0;
         }
     }
     return kNotFound;
 }
+
+// Whether the items of a chain before its last one share the first's hash.
+uint8_t chain_prefix_of(const hashtable_item *first) {
+    for (const hashtable_item *cur = first; cur->bucket_next; cur = cur->bucket_next)
+        if (cur->hash != first->hash) return kPrefixMixed;
+    return kPrefixUniform;
+}
+
+}  // namespace
+
+uint32_t _ombr_hashtable_genhash(const char *key, bool case_sensitive) { return hash_key(key, case_sensitive).hash; }
 
 uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, const char *key, const void *value,
                                     uint32_t size, uint8_t copy, item_t **out_item) {
@@ -121,6 +213,7 @@ uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, 
     if (!item) return kNoMemory;
     ombr_memory_memset(item, 0, total);
     item->hash = hash;
+    item->key_length = by_reference ? kUnknownLength : static_cast<uint32_t>(key_bytes - 1);
     item->value_copied = copy ? 1 : 0;
     item->value_size = size;
     if (by_reference) {
@@ -163,6 +256,7 @@ uint32_t _ombr_hashtable_setsize(ombr_hashtable *table, uint32_t n) {
     ombr::SpinGuard guard(&table->cursor_lock);
     table->cursor_item = nullptr;
     table->cursor_index = 0;
+    table->find_item = nullptr;
     return 0;
 }
 
@@ -201,16 +295,22 @@ uint32_t _ombr_hashtable_additem(ombr_hashtable *table, item_t *item) {
     if (!first) {
         item->bucket_prev = nullptr;
         item->bucket_tail = item;
+        item->chain_prefix = kPrefixUniform;
         *bucket = item;
         table->used_buckets += 1;
     } else {
-        // A chain's last item is never compared: a chain of one never counts.
-        for (item_t *cur = first; cur->bucket_next; cur = cur->bucket_next) {
-            if (cur->hash != item->hash) {
-                table->collisions += 1;
-                break;
-            }
-        }
+        // An append counts a collision when an item of the chain that has a
+        // successor differs in hash from the new one; a chain's last item is
+        // never compared, and a chain of one never counts. What the items
+        // before the last hold is kept in the first, so the test needs no
+        // walk: a uniform prefix differs exactly when its hash does.
+        uint8_t prefix = first->chain_prefix;
+        if (prefix == kPrefixUnknown) prefix = chain_prefix_of(first);
+        const item_t *last = first->bucket_tail;
+        if (last != first && (prefix == kPrefixMixed || first->hash != item->hash)) table->collisions += 1;
+        // The old last item joins the prefix.
+        if (prefix == kPrefixUniform && last->hash != first->hash) prefix = kPrefixMixed;
+        first->chain_prefix = prefix;
         item->bucket_tail = nullptr;
         item->bucket_prev = first->bucket_tail;
         first->bucket_tail->bucket_next = item;
@@ -224,12 +324,17 @@ uint32_t _ombr_hashtable_additem(ombr_hashtable *table, item_t *item) {
 void _ombr_hashtable_removeitem(ombr_hashtable *table, item_t *item) {
     item_t **bucket = table->bucket_of(item->hash);
     item_t *first = *bucket;
+    // A uniform prefix stays uniform when an item leaves; a mixed one may
+    // not, and is found out again at the next append.
+    const uint8_t prefix = first->chain_prefix == kPrefixUniform ? kPrefixUniform : kPrefixUnknown;
+    first->chain_prefix = prefix;
     if (item == first) {
         item_t *next = item->bucket_next;
         *bucket = next;
         if (next) {
             next->bucket_tail = item->bucket_tail;
             next->bucket_prev = nullptr;
+            next->chain_prefix = prefix;
         } else {
             table->used_buckets -= 1;
         }
@@ -254,6 +359,8 @@ void _ombr_hashtable_removeitem(ombr_hashtable *table, item_t *item) {
     table->count -= 1;
 }
 
+namespace {
+
 // Adds a fresh item; on failure the item dies without its value reaching
 // the callback, since the value still belongs to the caller.
 uint32_t add_or_discard(ombr_hashtable *table, item_t *item) {
@@ -264,6 +371,8 @@ uint32_t add_or_discard(ombr_hashtable *table, item_t *item) {
     }
     return status;
 }
+
+}  // namespace
 
 // Replaces an item by a new one with the same key: the entry moves to the
 // end of the order list and of its chain.
@@ -289,6 +398,8 @@ uint32_t _ombr_hashtable_updateitem(ombr_hashtable *table, item_t *old, const vo
     return 0;
 }
 
+namespace {
+
 void clear_items(ombr_hashtable *table) {
     for (item_t *item = table->order_head, *next; item; item = next) {
         next = item->order_next;
@@ -307,6 +418,7 @@ void clear_items(ombr_hashtable *table) {
     ombr::SpinGuard guard(&table->cursor_lock);
     table->cursor_item = nullptr;
     table->cursor_index = 0;
+    table->find_item = nullptr;
 }
 
 // Argument tests shared by the keyed operations.
@@ -373,18 +485,18 @@ OMBR_API uint32_t ombr_hashtable_count(ombr_hashtable_t table, uint32_t *out_cou
 OMBR_API uint32_t ombr_hashtable_value_add(ombr_hashtable_t table, const char *key, const void *value,
                                            uint32_t size, uint8_t copy) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     if (!table->has(OMBR_HASHTABLE_MULTI_VALUE)) {
         item_t *existing = nullptr;
-        if (_ombr_hashtable_finditem(table, key, hash, 0, &existing) == 0) {
+        if (_ombr_hashtable_finditem(table, key, kh, 0, &existing) == 0) {
             if (table->has(OMBR_HASHTABLE_NO_REPLACE)) return ombr::fail(kKeyPresent, kUnit);
             return ombr::fail(_ombr_hashtable_updateitem(table, existing, value, size, copy), kUnit);
         }
     }
     item_t *item = nullptr;
-    if (uint32_t status = _ombr_hashtable_createitem(table, hash, key, value, size, copy, &item))
+    if (uint32_t status = _ombr_hashtable_createitem(table, kh.hash, key, value, size, copy, &item))
         return ombr::fail(status, kUnit);
     return ombr::fail(add_or_discard(table, item), kUnit);
 }
@@ -392,21 +504,21 @@ OMBR_API uint32_t ombr_hashtable_value_add(ombr_hashtable_t table, const char *k
 OMBR_API uint32_t ombr_hashtable_value_update_ex(ombr_hashtable_t table, const char *key, uint32_t ordinal,
                                                  const void *value, uint32_t size, uint8_t copy) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, ordinal, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, ordinal, &item) != 0) return kNotFound;
     return ombr::fail(_ombr_hashtable_updateitem(table, item, value, size, copy), kUnit);
 }
 
 OMBR_API uint32_t ombr_hashtable_value_delete(ombr_hashtable_t table, const char *key) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, 0, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, 0, &item) != 0) return kNotFound;
     _ombr_hashtable_removeitem(table, item);
     _ombr_hashtable_freeitem(table, item);
     return 0;
@@ -415,11 +527,11 @@ OMBR_API uint32_t ombr_hashtable_value_delete(ombr_hashtable_t table, const char
 OMBR_API uint32_t ombr_hashtable_value_remove_ex(ombr_hashtable_t table, const char *key, uint32_t ordinal,
                                                  void **out_value, uint32_t *out_size) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, ordinal, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, ordinal, &item) != 0) return kNotFound;
     _ombr_hashtable_removeitem(table, item);
     if (item->value_copied) {
         // A copy dies with its entry; the caller gets nothing.
@@ -440,11 +552,11 @@ OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const cha
                                                void **out_value, uint32_t *out_size) {
     if (!table) return kNotFound;
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, ordinal, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, ordinal, &item) != 0) return kNotFound;
     item->accessed = 1;
     if (out_value) *out_value = item->value;
     if (out_size) *out_size = item->value_size;
@@ -454,14 +566,14 @@ OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const cha
 OMBR_API uint32_t ombr_hashtable_value_count(ombr_hashtable_t table, const char *key, uint32_t *out_count) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
     if (!out_count) return ombr::fail(kInvalidArg, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     uint32_t n = 0;
     if (table->count != 0) {
         const uint8_t ignore = table->ignore_case() ? 1 : 0;
-        for (item_t *item = *table->bucket_of(hash); item; item = item->bucket_next)
-            if (item->hash == hash && ombr_string_equal(item->key, key, ignore)) ++n;
+        for (item_t *item = *table->bucket_of(kh.hash); item; item = item->bucket_next)
+            if (item->hash == kh.hash && same_key(item, key, kh.length, ignore)) ++n;
     }
     *out_count = n;
     return 0;
@@ -543,6 +655,20 @@ OMBR_API uint32_t ombr_hashtable_copy(ombr_hashtable_t source, ombr_hashtable_t 
         return 0;
     }
     *out_table = copy;
+    return 0;
+}
+
+uint32_t _ombr_hashtable_check_chains(ombr_hashtable_t table, uint32_t *out_bad_chains) {
+    if (uint32_t status = check_table(table)) return status;
+    if (!out_bad_chains) return kInvalidArg;
+    SectionGuard guard(table->lock);
+    if (guard.status()) return guard.status();
+    uint32_t bad = 0;
+    for (uint32_t b = 0; b < table->bucket_count; ++b) {
+        const item_t *first = table->buckets[b];
+        if (first && first->chain_prefix != kPrefixUnknown && first->chain_prefix != chain_prefix_of(first)) ++bad;
+    }
+    *out_bad_chains = bad;
     return 0;
 }
 
