@@ -83,9 +83,12 @@ uint32_t utf8_to_ucs2(const uint8_t *src, uint32_t bytes, uint16_t *dest, uint32
     *out_written = 0;
     uint32_t pos = 0;
     while (pos < bytes) {
+        // The lead byte's size is checked against the bytes left before the
+        // decoder reads the sequence.
         uint32_t size = lead_size(src[pos]);
-        uint32_t value = 0;
-        if (size == 0 || size > bytes - pos || !decode_tail(src + pos, size, &value)) return 1;
+        if (size == 0 || size > bytes - pos) return 1;
+        const uint32_t value = decode_utf8(src + pos, &size);
+        if (size == 0) return 1;
         auto unit = static_cast<uint16_t>(value);
         dest[written / 2] = swap ? swap16(unit) : unit;
         written += 2;

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/catalogue_provider.h"
-#include "host_internal.h"
+#include "providers/catalogue/provider.h"
+#include "host/host_internal.h"
 
 using namespace catalogue_provider;
 

@@ -9,7 +9,7 @@
 #include <map>
 #include <sstream>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
 

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "host/catalogue_provider.h"
-#include "host_internal.h"
+#include "providers/catalogue/provider.h"
+#include "host/host_internal.h"
 
 namespace catalogue_provider {
 

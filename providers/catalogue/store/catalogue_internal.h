@@ -1,7 +1,7 @@
 // Shared between the units of the catalogue: the database wrapper and the
 // operations that run with the catalogue's mutex already held.
-#ifndef ZELTO_HOST_CATALOGUE_INTERNAL_H
-#define ZELTO_HOST_CATALOGUE_INTERNAL_H
+#ifndef ZELTO_PROVIDERS_CATALOGUE_STORE_INTERNAL_H
+#define ZELTO_PROVIDERS_CATALOGUE_STORE_INTERNAL_H
 
 #include <sqlite3.h>
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 namespace catalogue {
 

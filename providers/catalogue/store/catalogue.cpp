@@ -1,13 +1,13 @@
 // Catalogue store: schema, albums and lyrics in and out, identification by
 // table of contents and by identifier.
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <unordered_set>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
 

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cstdio>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 #include "zelto/zelto_keys.h"
 
 namespace catalogue {
@@ -16,7 +16,7 @@ struct FoldRow {
 };
 
 constexpr FoldRow kFoldTable[] = {
-#include "host/catalogue/fold_table.inc"
+#include "providers/catalogue/store/fold_table.inc"
 };
 static_assert(sizeof(kFoldTable) / sizeof(kFoldTable[0]) == CATALOGUE_FOLD_ROWS);
 

@@ -11,7 +11,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "host_internal.h"
+#include "host/host_internal.h"
 #include "zelto/zelto_script_provider.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 #include "zelto/zelto_catalogue.h"
 
 namespace catalogue_provider {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/catalogue_provider.h"
+#include "providers/catalogue/provider.h"
 
 namespace catalogue_provider {
 

@@ -1,5 +1,5 @@
 // Reading the data and options that the module sent for a lookup.
-#include "host/catalogue_provider.h"
+#include "providers/catalogue/provider.h"
 
 namespace catalogue_provider {
 

@@ -17,8 +17,8 @@
 //   and punctuation do not matter.
 // - Result ranges are 1-based and inclusive, like the lookups' range start and
 //   end: {1, 10} asks for the first ten hits.
-#ifndef ZELTO_HOST_CATALOGUE_H
-#define ZELTO_HOST_CATALOGUE_H
+#ifndef ZELTO_PROVIDERS_CATALOGUE_STORE_H
+#define ZELTO_PROVIDERS_CATALOGUE_STORE_H
 
 #include <cstdint>
 #include <functional>

@@ -13,7 +13,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
 

@@ -26,7 +26,7 @@ TEST(CatalogueText, FoldRemovesCaseAccentsAndPunctuation) {
 }
 
 TEST(CatalogueText, FoldTableRowsMatchGeneratedFile) {
-    std::ifstream in(catalogue_test::source_root() / "host/catalogue/fold_table.inc");
+    std::ifstream in(catalogue_test::source_root() / "providers/catalogue/store/fold_table.inc");
     ASSERT_TRUE(in);
     std::string line;
     uint32_t rows = 0;
