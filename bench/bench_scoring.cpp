@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cantrix/cantrix_rvo.h"
+#include "cantrix/cantrix_responses.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 #include "ombr/ombr_string_fuzzy.h"

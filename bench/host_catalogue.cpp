@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <random>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 using namespace catalogue;
 

@@ -27,6 +27,10 @@ struct cantrix_query {
     zelto_rvo_handle input_rvo;
     ombr_stringmap *text_fields;
     ombr_vector *toc_offsets;
+    // A first offset of 0, which only the add call accepts, is held here:
+    // the vector stores no entry of 0. The table is then 0 followed by the
+    // vector's numbers.
+    uint8_t toc_starts_at_zero;
     char *fp_data;
     char *fp_kind;
     char *fp_algorithm_name;
@@ -65,7 +69,8 @@ uint32_t _cantrix_shutdown_func(uint32_t flag);
 uint32_t _cantrix_map_error(uint32_t status);
 uint32_t _cantrix_clear_query(cantrix_query *query);
 uint32_t _cantrix_free_query(cantrix_query *query);
-uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer, uint32_t size);
+// The match type ("SINGLE", ...) of a provider's response code, or null.
+uint32_t _cantrix_map_response_code(zelto_rvo_handle object, const char **out_text);
 uint32_t _cantrix_create_fp_query_str(cantrix_query *query);
 uint32_t _cantrix_fingerprint_generated(void *query, uint32_t ignored, void *block);
 void _cantrix_fingerprint_vector_delete(uintptr_t block);
@@ -73,24 +78,27 @@ void _cantrix_fingerprint_vector_delete(uintptr_t block);
 
 namespace cantrix {
 
-constexpr uint32_t kPackage = 0x81;
+constexpr uint32_t kPackage = ZELTO_CANTRIX_PACKAGE;
 constexpr uint32_t kQueryMagic = 0x77ADDA77u;
 constexpr const char *kUnit = "zelto_cantrix";
 
-// Status codes of the module.
-constexpr uint32_t kInvalidArg = 0x90810001u;
-constexpr uint32_t kNoMemory = 0x90810002u;
-constexpr uint32_t kNotFound = 0x10810003u;
-constexpr uint32_t kBusy = 0x90810006u;
-constexpr uint32_t kNotInitialized = 0x90810007u;
-constexpr uint32_t kInitFailed = 0x9081000Au;
-constexpr uint32_t kUnsupported = 0x9081000Bu;
-constexpr uint32_t kInvalidData = 0x9081000Cu;
-constexpr uint32_t kNoService = 0x9081003Fu;
-constexpr uint32_t kInvalidToc = 0x908100C4u;
-constexpr uint32_t kNoSuitableInput = 0x908101A4u;
-constexpr uint32_t kBadManager = 0x90810320u;
-constexpr uint32_t kInvalidUtf8 = 0x908103A0u;
+// Status codes of the module, by their public names.
+constexpr uint32_t kInvalidArg = ZELTO_CANTRIX_INVALID_ARG;
+constexpr uint32_t kNoMemory = ZELTO_CANTRIX_NO_MEMORY;
+constexpr uint32_t kNoObject = ZELTO_CANTRIX_RESULT_NO_OBJECT;
+constexpr uint32_t kNotFound = ZELTO_CANTRIX_NOT_FOUND;
+constexpr uint32_t kBusy = ZELTO_CANTRIX_BUSY;
+constexpr uint32_t kNotInitialized = ZELTO_CANTRIX_NOT_INITIALIZED;
+constexpr uint32_t kInitFailed = ZELTO_CANTRIX_INIT_FAILED;
+constexpr uint32_t kUnsupported = ZELTO_CANTRIX_UNSUPPORTED;
+constexpr uint32_t kInvalidData = ZELTO_CANTRIX_INVALID_DATA;
+constexpr uint32_t kNoService = ZELTO_CANTRIX_NO_SERVICE;
+constexpr uint32_t kInvalidToc = ZELTO_CANTRIX_INVALID_TOC;
+constexpr uint32_t kFpKindUnsendable = ZELTO_CANTRIX_FP_KIND_UNSENDABLE;
+constexpr uint32_t kNoSuitableInput = ZELTO_CANTRIX_NO_SUITABLE_INPUT;
+constexpr uint32_t kBadManager = ZELTO_CANTRIX_BAD_MANAGER;
+constexpr uint32_t kRangeInvalid = ZELTO_CANTRIX_RANGE_INVALID;
+constexpr uint32_t kInvalidUtf8 = ZELTO_CANTRIX_INVALID_UTF8;
 
 // Fingerprint kinds: the generator's algorithm number, and whether the text
 // is an XML description with algorithm data (sent as fpx data with the

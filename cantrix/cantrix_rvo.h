@@ -34,30 +34,8 @@ struct cantrix_result {
     uint32_t ordinal;
 };
 
-namespace cantrix {
-// Shared steps of the response processing.
-uint8_t response_decision(uint32_t result_count, ombr_stringmap *info);
-uint32_t set_row_range_texts(cantrix_response *response, uint32_t rows);
-bool single_mode(const cantrix_query *query);
-}  // namespace cantrix
-
 extern "C" {
-uint32_t _cantrix_process_album_response(cantrix_query *query, zelto_rvo_handle object, ombr_stringmap *info,
-                                         const char *context, cantrix_response **out_response);
-uint32_t _cantrix_process_search_response(cantrix_query *query, zelto_rvo_handle object, ombr_stringmap *info,
-                                          cantrix_response **out_response);
-uint32_t _cantrix_process_track_response(cantrix_query *query, zelto_rvo_handle object, ombr_stringmap *info,
-                                         cantrix_response **out_response);
-uint32_t _cantrix_process_match_response(cantrix_query *query, zelto_rvo_handle object, ombr_stringmap *info,
-                                         cantrix_response **out_response);
-uint32_t _cantrix_process_lyric_response(cantrix_query *query, zelto_rvo_handle object, ombr_stringmap *info,
-                                         cantrix_response **out_response);
-int32_t _cantrix_compare_by_result_score(const cantrix_response_row *a, const cantrix_response_row *b);
-uint32_t _cantrix_score_string_correlation(const char *input, const char *candidate, uint8_t skip_space,
-                                           uint32_t *out_score);
-uint32_t _cantrix_normalize_string(const char *text, char **out_key);
-uint32_t _cantrix_get_title_display(zelto_rvo_handle object, const char **out_text, zelto_rvo_handle *out_holder);
-uint32_t _cantrix_get_artist_display(zelto_rvo_handle object, const char **out_text, zelto_rvo_handle *out_holder);
+// A response record of `row_count` cleared rows with its context text.
 uint32_t _cantrix_rvo_alloc_response(const char *context, uint32_t row_count, cantrix_response **out_record);
 uint32_t _cantrix_rvo_response_get_context(void *record, const char **out_context);
 uint32_t _cantrix_rvo_response_get_child_count(void *record, const char *key, uint32_t *out_count);

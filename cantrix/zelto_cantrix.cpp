@@ -1,7 +1,8 @@
 // Module lifecycle, status mapping, the public entry and exit pattern, and
 // the query handle.
 #include "cantrix/cantrix_internal.h"
-#include "cantrix/cantrix_rvo.h"
+#include "cantrix/cantrix_requests.h"
+#include "cantrix/cantrix_responses.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 
@@ -20,12 +21,12 @@ namespace {
 
 using namespace cantrix;
 
-constexpr const char *kModuleVersion = "3.2.0.422";
+constexpr const char *kModuleVersion = ombr::kVersion;
 constexpr const char *kModuleBuildDate = "2013-01-08 07:56-0800";
 constexpr uint32_t kLogPackageAlias = 0x31;
 
-ombr_spinlock_t _g_init_lock;
-uint32_t _g_initialized = 0;
+// Bring-up lock and count of the module, in the base packages' frame.
+ombr::PackageState _g_module_frame;
 
 // Writes a notice line to the module's package and to its alias package.
 template <typename... Args>
@@ -78,17 +79,15 @@ extern "C" uint32_t _cantrix_init_func(const zelto_manager_table *manager) {
         started[i] = status == 0;
     }
     if (status == 0) status = manager->register_package(kPackage, "ZELTO CNX");
-    if (status == 0) status = fetch_table(manager, "_zelto_errorinfo_interface", g_cantrix_errorinfo_interface);
-    if (status == 0)
-        status = fetch_table(manager, "_zelto_handlemanager_interface", g_cantrix_handlemanager_interface);
-    if (status == 0) status = fetch_table(manager, "_zelto_userinfo_interface", g_cantrix_userinfo_interface);
-    if (status == 0) status = fetch_table(manager, "_zelto_rvo_interface", g_cantrix_rvo_interface);
-    if (status == 0) status = fetch_table(manager, "_zelto_listmanager_interface", g_cantrix_lists_interface);
-    if (status == 0)
-        status = fetch_table(manager, "_zelto_serialization_interface", g_cantrix_serialization_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_ERRORINFO, g_cantrix_errorinfo_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_HANDLEMANAGER, g_cantrix_handlemanager_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_USERINFO, g_cantrix_userinfo_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_RVO, g_cantrix_rvo_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_LISTS, g_cantrix_lists_interface);
+    if (status == 0) status = fetch_table(manager, ZELTO_SERVICE_SERIALIZATION, g_cantrix_serialization_interface);
     if (status == 0) {
         // Signal processing is optional: without it the module still comes up.
-        (void)fetch_table(manager, "_zelto_dsp_interface", g_cantrix_dsp_interface);
+        (void)fetch_table(manager, ZELTO_SERVICE_DSP, g_cantrix_dsp_interface);
         return 0;
     }
     _cantrix_shutdown_func(0);
@@ -119,12 +118,12 @@ extern "C" uint32_t _cantrix_map_error(uint32_t status) {
     if (value == 3) return kNotFound;
     switch (package) {
         case 4:
-        case 20: return 0x90810400u;
-        case 7: return 0x90810404u;
-        case 14: return 0x90810405u;
-        case 16: return 0x90810403u;
-        case 21: return 0x90810402u;
-        default: return 0x90810000u | value;
+        case 20: return ZELTO_CANTRIX_LOOKUP_FAILED;
+        case 7: return ZELTO_CANTRIX_MANAGER_FAILED;
+        case 14: return ZELTO_CANTRIX_SERIAL_FAILED;
+        case 16: return ZELTO_CANTRIX_RVO_FAILED;
+        case 21: return ZELTO_CANTRIX_LISTS_FAILED;
+        default: return ZELTO_CANTRIX_FAILURE | value;
     }
 }
 
@@ -134,12 +133,9 @@ OMBR_API uint32_t zelto_cantrix_initialize(const zelto_manager_table *manager) {
     if (manager->magic != ZELTO_MANAGER_MAGIC || !ombr_string_equal(manager->version, ZELTO_MANAGER_VERSION, 1))
         return ombr::error_exit(kBadManager, 0, kFunction);
 
-    uint32_t status = 0;
-    ombr_spinlock_lock(&_g_init_lock);
-    if (_g_initialized == 0) status = _cantrix_init_func(manager);
-    if (status == 0) _g_initialized += 1;
-    ombr_spinlock_unlock(&_g_init_lock);
-    if (status != 0) return ombr::error_exit(kInitFailed, 0, kFunction);
+    // The frame runs the bring-up at the first call only and counts the calls.
+    if (ombr::package_initialize(_g_module_frame, [manager] { return _cantrix_init_func(manager); }) != 0)
+        return ombr::error_exit(kInitFailed, 0, kFunction);
 
     log_notice_twice("Cantrix Initialize: Version %s  Built %s", kModuleVersion, kModuleBuildDate);
     return 0;
@@ -147,24 +143,15 @@ OMBR_API uint32_t zelto_cantrix_initialize(const zelto_manager_table *manager) {
 
 OMBR_API uint32_t zelto_cantrix_shutdown(void) {
     log_notice_twice("Cantrix Shutdown");
-    uint32_t working = 7;
-    if (_g_initialized != 0) {
-        ombr_spinlock_lock(&_g_init_lock);
-        working = 0;
-        if (_g_initialized == 1) working = _cantrix_shutdown_func(1);
-        _g_initialized -= 1;
-        ombr_spinlock_unlock(&_g_init_lock);
-        if (_g_initialized == 0) {
-            ombr_spinlock_delete(&_g_init_lock);
-            ombr_memory_memset(&_g_init_lock, 0, sizeof _g_init_lock);
-        }
-    }
+    // 7 while down; the last take-down gives the tables back and takes the
+    // base packages down.
+    const uint32_t working = ombr::package_shutdown(_g_module_frame, [] { return _cantrix_shutdown_func(1); });
     return ombr::error_exit(_cantrix_map_error(working), 0, "zelto_cantrix_shutdown");
 }
 
-OMBR_API uint32_t zelto_cantrix_initchecks(void) { return _g_initialized; }
+OMBR_API uint32_t zelto_cantrix_initchecks(void) { return _g_module_frame.count(); }
 
-const ombr_spinlock_t *cantrix::module_init_lock() { return &_g_init_lock; }
+const ombr_spinlock_t *cantrix::module_init_lock() { return &_g_module_frame.init_lock; }
 OMBR_API const char *zelto_cantrix_get_version(void) { return kModuleVersion; }
 OMBR_API const char *zelto_cantrix_get_build_date(void) { return kModuleBuildDate; }
 
@@ -200,6 +187,7 @@ extern "C" uint32_t _cantrix_clear_query(cantrix_query *query) {
     query->text_fields = nullptr;
     ombr_vector_delete(query->toc_offsets);
     query->toc_offsets = nullptr;
+    query->toc_starts_at_zero = 0;
     char **texts[] = {&query->fp_data, &query->fp_kind, &query->fp_algorithm_name, &query->fp_algorithm_version};
     for (char **text : texts) {
         ombr_string_free(*text);
@@ -248,7 +236,7 @@ OMBR_API uint32_t zelto_cantrix_query_create(zelto_user_handle user, zelto_cantr
     query->callback_data = callback_data;
     g_cantrix_userinfo_interface->userinfo_addref(user);
     // A user without this option leaves the mode null, which acts as online.
-    (void)g_cantrix_userinfo_interface->userinfo_option_get(user, "zelto_useroption_lookup_mode", &query->lookup_mode);
+    (void)g_cantrix_userinfo_interface->userinfo_option_get(user, ZELTO_USEROPTION_LOOKUP_MODE, &query->lookup_mode);
 
     working = ombr_thread_critsec_create(&query->lock);
     if (working == 0) working = g_cantrix_handlemanager_interface->handle_add(query);
@@ -283,11 +271,6 @@ OMBR_API uint32_t zelto_cantrix_query_release(zelto_cantrix_query_handle query) 
 
 namespace {
 
-constexpr const char *kModeOnline = "zelto_lookupmode_online";
-constexpr const char *kModeOnlineNoCache = "zelto_lookupmode_online_nocache";
-constexpr const char *kModeLocal = "zelto_lookupmode_local";
-constexpr uint32_t kRangeInvalid = 0x90810361u;
-
 enum class ValueTest { none, mode, range, language, flag };
 
 struct OptionRow {
@@ -300,24 +283,24 @@ struct OptionRow {
 
 // Keys in the order they are matched; keys compare without regard to case.
 constexpr OptionRow kOptions[] = {
-    {"zelto_cantrix_option_lookupmode", ValueTest::mode, 0, nullptr, true},
-    {"zelto_cantrix_result_range_start", ValueTest::range, 0, "1", true},
-    {"zelto_cantrix_result_range_size", ValueTest::range, 0, nullptr, true},
-    {"zelto_cantrix_preferred_lang", ValueTest::language, 0, nullptr, true},
-    {"zelto_cantrix_option_enable_classical", ValueTest::flag, 0x4000000u, "false", true},
-    {"zelto_cantrix_option_enable_globalids", ValueTest::flag, 0x800000u, "false", true},
-    {"zelto_cantrix_option_enable_dsp", ValueTest::flag, 0x1000000u, "false", true},
-    {"zelto_cantrix_option_enable_sonic", ValueTest::flag, 0x1000000u, "false", true},
-    {"zelto_cantrix_option_enable_playlist", ValueTest::flag, 0x1000000u, "false", true},
-    {"zelto_cantrix_option_enable_link", ValueTest::flag, 0x400000u, "false", true},
-    {"zelto_query_option_enable_aim", ValueTest::flag, 0x8000000u, "false", true},
-    {"zelto_cantrix_single_result", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_result_prefer_xid", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_result_prefer_coverart", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_option_revision_check", ValueTest::none, 0, "false", true},
-    {"zelto_cantrix_option_search_preset", ValueTest::none, 0, nullptr, false},
-    {"zelto_cantrix_option_output", ValueTest::none, 0, nullptr, false},
-    {"zelto_cantrix_option_additional_credits", ValueTest::none, 0, nullptr, false},
+    {ZELTO_CANTRIX_OPTION_LOOKUP_MODE, ValueTest::mode, 0, nullptr, true},
+    {ZELTO_CANTRIX_OPTION_RANGE_START, ValueTest::range, 0, "1", true},
+    {ZELTO_CANTRIX_OPTION_RANGE_SIZE, ValueTest::range, 0, nullptr, true},
+    {ZELTO_CANTRIX_OPTION_PREFERRED_LANG, ValueTest::language, 0, nullptr, true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_CLASSICAL, ValueTest::flag, ZELTO_DATA_CLASSICAL, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_GLOBALIDS, ValueTest::flag, ZELTO_DATA_GLOBALIDS, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_DSP, ValueTest::flag, ZELTO_DATA_PLAYLIST, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_SONIC, ValueTest::flag, ZELTO_DATA_PLAYLIST, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_PLAYLIST, ValueTest::flag, ZELTO_DATA_PLAYLIST, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_LINK, ValueTest::flag, ZELTO_DATA_LINK, "false", true},
+    {ZELTO_CANTRIX_OPTION_ENABLE_AIM, ValueTest::flag, ZELTO_DATA_AIM, "false", true},
+    {ZELTO_CANTRIX_OPTION_SINGLE_RESULT, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_PREFER_XID, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_PREFER_COVERART, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_REVISION_CHECK, ValueTest::none, 0, "false", true},
+    {ZELTO_CANTRIX_OPTION_SEARCH_PRESET, ValueTest::none, 0, nullptr, false},
+    {ZELTO_CANTRIX_OPTION_OUTPUT, ValueTest::none, 0, nullptr, false},
+    {ZELTO_CANTRIX_OPTION_ADDITIONAL_CREDITS, ValueTest::none, 0, nullptr, false},
 };
 
 const OptionRow *find_option(const char *key) {
@@ -329,7 +312,7 @@ const OptionRow *find_option(const char *key) {
 // The module's own constant for a mode text, compared with case; null if
 // the text is no mode.
 const char *mode_constant(const char *value) {
-    const char *const modes[] = {kModeOnline, kModeOnlineNoCache, kModeLocal};
+    const char *const modes[] = {ZELTO_LOOKUPMODE_ONLINE, ZELTO_LOOKUPMODE_ONLINE_NOCACHE, ZELTO_LOOKUPMODE_LOCAL};
     for (const char *mode : modes)
         if (ombr_string_equal(mode, value, 0)) return mode;
     return nullptr;
@@ -416,13 +399,19 @@ OMBR_API uint32_t zelto_cantrix_query_add_toc_offset(zelto_cantrix_query_handle 
                               uint32_t status = ombr_vector_create(&q->toc_offsets, 0, nullptr, nullptr);
                               if (status != 0) return status;
                           }
-                          uint32_t count = 0;
-                          ombr_vector_count(q->toc_offsets, &count);
+                          uint32_t stored = 0;
+                          ombr_vector_count(q->toc_offsets, &stored);
+                          const uint32_t count = stored + q->toc_starts_at_zero;
                           if (count >= kMaxAddedOffsets) return kInvalidToc;
                           if (count != 0) {
-                              uintptr_t last = 0;
-                              ombr_vector_getindex(q->toc_offsets, count - 1, &last);
+                              uintptr_t last = 0;  // the leading 0 when the vector is empty
+                              if (stored != 0) ombr_vector_getindex(q->toc_offsets, stored - 1, &last);
                               if (last >= offset) return kInvalidToc;
+                          }
+                          // A first 0 is kept beside the vector, which takes no 0.
+                          if (offset == 0 && q->toc_offsets) {
+                              q->toc_starts_at_zero = 1;
+                              return 0;
                           }
                           // With fingerprint data and no vector this fails: no vector was made.
                           return ombr_vector_add(q->toc_offsets, offset);
@@ -446,6 +435,7 @@ OMBR_API uint32_t zelto_cantrix_query_set_toc_string(zelto_cantrix_query_handle 
         if (query->fp_data) {
             ombr_vector_delete(query->toc_offsets);
             query->toc_offsets = nullptr;
+            query->toc_starts_at_zero = 0;
         } else {
             _cantrix_clear_query(query);
         }
@@ -479,28 +469,19 @@ OMBR_API uint32_t zelto_cantrix_query_set_toc_string(zelto_cantrix_query_handle 
 
 // ---- Find operations ----------------------------------------------------------------------
 
-extern "C" {
-uint32_t _cantrix_perform_presetsearch(cantrix_query *query, uint32_t kind, const char *preset,
-                                       zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_albumsearch(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_matchsearch(cantrix_query *query, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_lyricsearch(cantrix_query *query, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_rvolookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-}
-
 extern "C" uint32_t _cantrix_map_response_code(zelto_rvo_handle object, const char **out_text) {
     static constexpr struct {
         const char *code;
         const char *match_type;
     } kCodes[] = {
-        {"zelto_result_no_matches", "NONE"},          {"zelto_result_single_match", "SINGLE"},
-        {"zelto_result_fuzzy_matches", "FUZZY"},      {"zelto_result_multiexact_matches", "MULTI"},
-        {"zelto_result_no_new_rev", nullptr},
+        {ZELTO_RESULT_NO_MATCHES, ZELTO_MATCH_TYPE_NONE},
+        {ZELTO_RESULT_SINGLE_MATCH, ZELTO_MATCH_TYPE_SINGLE},
+        {ZELTO_RESULT_FUZZY_MATCHES, ZELTO_MATCH_TYPE_FUZZY},
+        {ZELTO_RESULT_MULTIEXACT_MATCHES, ZELTO_MATCH_TYPE_MULTI},
+        {ZELTO_RESULT_NO_NEW_REV, nullptr},
     };
     const char *code = nullptr;
-    uint32_t status = g_cantrix_rvo_interface->rvo_value_get(object, "_sdkmgr_val_response_code", 1, &code);
+    uint32_t status = g_cantrix_rvo_interface->rvo_value_get(object, ZELTO_VAL_RESPONSE_CODE, 1, &code);
     if (status != 0) return ombr::fail(status, kUnit);
     const char *match_type = nullptr;
     for (const auto &row : kCodes)
@@ -530,41 +511,52 @@ uint32_t no_suitable_input(const char *function, const char *message) {
     return kNoSuitableInput;
 }
 
+constexpr const char *kBusyOnHandle = "Cantrix query already in progress on this handle";
+
+// What sets the four find operations apart at their opening and closing.
+struct FindFrame {
+    const char *function;
+    const char *busy_message;
+    const char *busy_hook_name;  // the name the error hook hears for a busy query
+    bool info_required;          // an info map that cannot be made ends the call
+    bool releases_object;        // the closing gives the lookup's object back
+};
+
 // The opening and closing shared by the find operations. `body` chooses
 // the branch, runs lookup and processing, and leaves the lookup's object
-// and the response record in the state.
+// and the response record in the state. Matches and lyrics give the object
+// back in their body, so their closing makes no second release.
 template <typename Body>
-uint32_t run_find(const char *function, const char *busy_message, const char *busy_hook_name, bool info_required,
-                  zelto_cantrix_query_handle query, zelto_rvo_handle *out_response, Body body) {
+uint32_t run_find(const FindFrame &frame, zelto_cantrix_query_handle query, zelto_rvo_handle *out_response, Body body) {
+    const char *function = frame.function;
     if (zelto_cantrix_initchecks() == 0) return ombr::error_exit(kNotInitialized, 0, function);
     if (!out_response) return report_argument(function, kInvalidArg, true);
     if (uint32_t status = check_query_handle(function, query)) return status;
     if (query_busy(query)) {
-        errorinfo_set(kBusy, kBusy, function, busy_message);
-        return ombr::error_exit(kBusy, 0, busy_hook_name);
+        errorinfo_set(kBusy, kBusy, function, frame.busy_message);
+        return ombr::error_exit(kBusy, 0, frame.busy_hook_name);
     }
     FindState find{query, nullptr, nullptr, nullptr};
     uint32_t working = ombr_stringmap_create(&find.info, 0);
     if (working != 0) {
         find.info = nullptr;
-        if (info_required) return finish(function, working);
+        if (frame.info_required) return finish(function, working);
         working = 0;
     }
     {
         QueryLock guard(query);
         const char *language = nullptr;
         if (query->options && g_cantrix_lists_interface && find.info &&
-            ombr_stringmap_value_find(query->options, "zelto_cantrix_preferred_lang", &language) == 0) {
+            ombr_stringmap_value_find(query->options, ZELTO_CANTRIX_OPTION_PREFERRED_LANG, &language) == 0) {
             const char *yielded = nullptr;
             (void)g_cantrix_lists_interface->list_language_get(language, &yielded);
-            if (yielded) info_add(find, "_sdkmgr_val_lookup_lang", yielded);
+            if (yielded) info_add(find, ZELTO_VAL_LOOKUP_LANG, yielded);
         }
         working = body(find);
         if (working == 0) {
             zelto_rvo_handle object = nullptr;
-            working = g_cantrix_rvo_interface->rvo_create(find.response, &g_cantrix_rvo_response_provider,
-                                                          query->user, "zelto_locale_music", query->data_flags,
-                                                          &object);
+            working = g_cantrix_rvo_interface->rvo_create(find.response, &g_cantrix_rvo_response_provider, query->user,
+                                                          ZELTO_LOCALE_GROUP_MUSIC, query->data_flags, &object);
             if (working == 0)
                 *out_response = object;
             else
@@ -572,76 +564,75 @@ uint32_t run_find(const char *function, const char *busy_message, const char *bu
         }
     }
     ombr_stringmap_delete(find.info);
-    g_cantrix_rvo_interface->rvo_release(find.object);
+    if (frame.releases_object) g_cantrix_rvo_interface->rvo_release(find.object);
     return finish(function, working);
 }
 
 // The search preset of a query, or null when it is absent or empty.
 const char *search_preset(const cantrix_query *query) {
     const char *preset = nullptr;
-    if (!query->options ||
-        ombr_stringmap_value_find(query->options, "zelto_cantrix_option_search_preset", &preset) != 0)
+    if (!query->options || ombr_stringmap_value_find(query->options, ZELTO_CANTRIX_OPTION_SEARCH_PRESET, &preset) != 0)
         return nullptr;
     return ombr_string_isempty(preset) ? nullptr : preset;
 }
 
 // Keys an input object passes on to the results found through it.
 constexpr const char *kInheritedKeys[] = {
-    "_sdkmgr_val_lookup_type",  "_sdkmgr_val_match_type",  "_sdkmgr_val_lookup_lang",
-    "zelto_val_toc_album",      "zelto_val_txtmatchscore", "_sdkmgr_val_alb_workorders",
+    ZELTO_VAL_LOOKUP_TYPE, ZELTO_VAL_MATCH_TYPE,    ZELTO_VAL_LOOKUP_LANG,
+    ZELTO_VAL_TOC_ALBUM,   ZELTO_VAL_TXTMATCHSCORE, ZELTO_VAL_ALB_WORKORDERS,
 };
 
 }  // namespace
 
 OMBR_API uint32_t zelto_cantrix_query_find_albums(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_albums";
-    return run_find(
-        kFunction, "Cantrix query already in progress on this handle", kFunction, false, query, out_response,
-        [&](FindState &find) -> uint32_t {
-            cantrix_query *q = find.query;
-            const char *match_type = nullptr;
-            uint32_t status = 0;
-            const char *preset = search_preset(q);
-            if (preset || (q->text_fields && !q->input_rvo)) {
-                if ((status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT"))) return status;
-                status = preset ? _cantrix_perform_presetsearch(q, 1, preset, &find.object)
-                                : _cantrix_perform_albumsearch(q, 1, &find.object);
-                if (status != 0) return status;
-                if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
-                return _cantrix_process_search_response(q, find.object, find.info, &find.response);
-            }
-            if (q->input_rvo) {
-                if ((status = _cantrix_perform_rvolookup(q, 1, &find.object))) return status;
-                if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                if (find.info) {
-                    info_add(find, "_sdkmgr_val_match_type", match_type);
-                    info_add(find, "_sdkmgr_val_lookup_type", "TUI");
-                    // The input object's history wins over the new values.
-                    for (const char *key : kInheritedKeys) {
-                        const char *value = nullptr;
-                        if (g_cantrix_rvo_interface->rvo_value_get(q->input_rvo, key, 1, &value) == 0)
-                            info_add(find, key, value);
-                    }
-                }
-                return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
-            }
-            const bool toc = q->toc_offsets != nullptr;
-            if (!toc && !q->fp_data)
-                return no_suitable_input(kFunction, "No suitable input provided to perform Album search");
-            if ((status = info_add(find, "_sdkmgr_val_lookup_type", toc ? "TOC" : "FP"))) return status;
-            status = toc ? _cantrix_perform_toclookup(q, 1, &find.object) : _cantrix_perform_fpxlookup(q, 1, &find.object);
+    constexpr FindFrame kFrame{kFunction, kBusyOnHandle, kFunction, false, true};
+    return run_find(kFrame, query, out_response, [&](FindState &find) -> uint32_t {
+        cantrix_query *q = find.query;
+        const char *match_type = nullptr;
+        uint32_t status = 0;
+        const char *preset = search_preset(q);
+        if (preset || (q->text_fields && !q->input_rvo)) {
+            if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT))) return status;
+            status = preset ? _cantrix_perform_presetsearch(q, 1, preset, &find.object)
+                            : _cantrix_perform_albumsearch(q, 1, &find.object);
             if (status != 0) return status;
             if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-            if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
-            if (toc) {
-                char text[1024];
-                ombr_memory_memset(text, 0, sizeof text);
-                if ((status = _cantrix_build_toc_string(q, text, sizeof text))) return status;
-                if ((status = info_add(find, "zelto_val_toc_album", text))) return status;
+            if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
+            return _cantrix_process_search_response(q, find.object, find.info, &find.response);
+        }
+        if (q->input_rvo) {
+            if ((status = _cantrix_perform_rvolookup(q, 1, &find.object))) return status;
+            if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
+            if (find.info) {
+                info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
+                info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TUI);
+                // The input object's history wins over the new values.
+                for (const char *key : kInheritedKeys) {
+                    const char *value = nullptr;
+                    if (g_cantrix_rvo_interface->rvo_value_get(q->input_rvo, key, 1, &value) == 0)
+                        info_add(find, key, value);
+                }
             }
             return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
-        });
+        }
+        const bool toc = q->toc_offsets != nullptr;
+        if (!toc && !q->fp_data)
+            return no_suitable_input(kFunction, "No suitable input provided to perform Album search");
+        if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, toc ? ZELTO_LOOKUP_BY_TOC : ZELTO_LOOKUP_BY_FP)))
+            return status;
+        status = toc ? _cantrix_perform_toclookup(q, 1, &find.object) : _cantrix_perform_fpxlookup(q, 1, &find.object);
+        if (status != 0) return status;
+        if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
+        if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
+        if (toc) {
+            char text[1024];
+            ombr_memory_memset(text, 0, sizeof text);
+            if ((status = _cantrix_build_toc_string(q, text, sizeof text))) return status;
+            if ((status = info_add(find, ZELTO_VAL_TOC_ALBUM, text))) return status;
+        }
+        return _cantrix_process_album_response(q, find.object, find.info, nullptr, &find.response);
+    });
 }
 
 // ---- Text and object input ----------------------------------------------------------------
@@ -650,9 +641,9 @@ namespace {
 
 // The text fields a query accepts, compared exactly at set time.
 constexpr const char *kTextFields[] = {
-    "zelto_cantrix_field_artist",       "zelto_cantrix_field_album",        "zelto_cantrix_field_title",
-    "zelto_cantrix_field_composer",     "zelto_cantrix_field_fragment",     "zelto_cantrix_field_album_artist",
-    "zelto_cantrix_field_track_artist", "zelto_cantrix_field_lyric",
+    ZELTO_CANTRIX_FIELD_ARTIST,       ZELTO_CANTRIX_FIELD_ALBUM,    ZELTO_CANTRIX_FIELD_TITLE,
+    ZELTO_CANTRIX_FIELD_COMPOSER,     ZELTO_CANTRIX_FIELD_FRAGMENT, ZELTO_CANTRIX_FIELD_ALBUM_ARTIST,
+    ZELTO_CANTRIX_FIELD_TRACK_ARTIST, ZELTO_CANTRIX_FIELD_LYRIC,
 };
 
 bool is_text_field(const char *field) {
@@ -720,19 +711,20 @@ OMBR_API uint32_t zelto_cantrix_query_set_rvo(zelto_cantrix_query_handle query, 
 
 OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_tracks";
-    return run_find(kFunction, "Cantrix query already in progress on this handle", kFunction, false, query,
-                    out_response, [&](FindState &find) -> uint32_t {
+    constexpr FindFrame kFrame{kFunction, kBusyOnHandle, kFunction, false, true};
+    return run_find(kFrame, query, out_response,
+                    [&](FindState &find) -> uint32_t {
                         cantrix_query *q = find.query;
                         const char *preset = search_preset(q);
                         uint32_t status = 0;
                         // A TOC is no input for tracks.
-                        const char *type = preset || (!q->input_rvo && q->text_fields) ? "TEXT"
-                                           : q->input_rvo                             ? "TUI"
-                                           : q->fp_data                               ? "FP"
-                                                                                      : nullptr;
+                        const char *type = preset || (!q->input_rvo && q->text_fields) ? ZELTO_LOOKUP_BY_TEXT
+                                           : q->input_rvo                              ? ZELTO_LOOKUP_BY_TUI
+                                           : q->fp_data                                ? ZELTO_LOOKUP_BY_FP
+                                                                                       : nullptr;
                         if (!type)
                             return no_suitable_input(kFunction, "No suitable input provided to perform Track search");
-                        if ((status = info_add(find, "_sdkmgr_val_lookup_type", type))) return status;
+                        if ((status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, type))) return status;
                         if (preset)
                             status = _cantrix_perform_presetsearch(q, 2, preset, &find.object);
                         else if (q->input_rvo)
@@ -744,7 +736,7 @@ OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle que
                         if (status != 0) return status;
                         const char *match_type = nullptr;
                         if ((status = _cantrix_map_response_code(find.object, &match_type))) return status;
-                        if ((status = info_add(find, "_sdkmgr_val_match_type", match_type))) return status;
+                        if ((status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type))) return status;
                         return _cantrix_process_track_response(q, find.object, find.info, &find.response);
                     });
 }
@@ -752,24 +744,25 @@ OMBR_API uint32_t zelto_cantrix_query_find_tracks(zelto_cantrix_query_handle que
 OMBR_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_matches";
     // The busy report names the lyric find in the log; kept as it is.
-    return run_find(kFunction, "Cantrix query already in progress on this handle", "zelto_cantrix_query_find_lyrics",
-                    true, query, out_response, [&](FindState &find) -> uint32_t {
+    constexpr FindFrame kFrame{kFunction, kBusyOnHandle, "zelto_cantrix_query_find_lyrics", true, false};
+    return run_find(kFrame, query, out_response,
+                    [&](FindState &find) -> uint32_t {
                         cantrix_query *q = find.query;
                         if (!q->text_fields)
                             return no_suitable_input(kFunction, "No input text provided to perform match search");
-                        uint32_t status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT");
+                        uint32_t status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT);
                         if (status == 0) status = _cantrix_perform_matchsearch(q, &find.object);
                         const char *match_type = nullptr;
                         if (status == 0) status = _cantrix_map_response_code(find.object, &match_type);
-                        if (status == 0) status = info_add(find, "_sdkmgr_val_match_type", match_type);
+                        if (status == 0) status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
                         const char *context = nullptr;
                         if (status == 0) status = g_cantrix_rvo_interface->rvo_get_context(find.object, &context);
                         if (status == 0) {
                             // Albums that came back alone still reach the application as matches.
-                            status = ombr_string_equal(context, "zelto_ctx_response_match", 0)
+                            status = ombr_string_equal(context, ZELTO_CTX_RESPONSE_MATCH, 0)
                                          ? _cantrix_process_match_response(q, find.object, find.info, &find.response)
                                          : _cantrix_process_album_response(q, find.object, find.info,
-                                                                           "zelto_ctx_response_match", &find.response);
+                                                                           ZELTO_CTX_RESPONSE_MATCH, &find.response);
                         }
                         g_cantrix_rvo_interface->rvo_release(find.object);
                         find.object = nullptr;
@@ -779,31 +772,30 @@ OMBR_API uint32_t zelto_cantrix_query_find_matches(zelto_cantrix_query_handle qu
 
 OMBR_API uint32_t zelto_cantrix_query_find_lyrics(zelto_cantrix_query_handle query, zelto_rvo_handle *out_response) {
     constexpr const char *kFunction = "zelto_cantrix_query_find_lyrics";
-    return run_find(kFunction, "Cantrix query already in progress", kFunction, false, query, out_response,
-                    [&](FindState &find) -> uint32_t {
-                        cantrix_query *q = find.query;
-                        const char *preset = search_preset(q);
-                        if (!preset && !q->text_fields) {
-                            if (q->input_rvo) {
-                                errorinfo_set(kUnsupported, kUnsupported, kFunction, "Cannot perform Lyric query by ID");
-                                return kUnsupported;
-                            }
-                            return no_suitable_input(kFunction, "No input text provided to perform Lyric search");
-                        }
-                        uint32_t status = info_add(find, "_sdkmgr_val_lookup_type", "TEXT");
-                        if (status == 0)
-                            status = preset ? _cantrix_perform_presetsearch(q, 3, preset, &find.object)
-                                            : _cantrix_perform_lyricsearch(q, &find.object);
-                        if (status == 0) {
-                            // A missing response code only leaves the match type out here.
-                            const char *match_type = nullptr;
-                            if (_cantrix_map_response_code(find.object, &match_type) == 0)
-                                status = info_add(find, "_sdkmgr_val_match_type", match_type);
-                        }
-                        if (status == 0)
-                            status = _cantrix_process_lyric_response(q, find.object, find.info, &find.response);
-                        g_cantrix_rvo_interface->rvo_release(find.object);
-                        find.object = nullptr;
-                        return status;
-                    });
+    constexpr FindFrame kFrame{kFunction, "Cantrix query already in progress", kFunction, false, false};
+    return run_find(kFrame, query, out_response, [&](FindState &find) -> uint32_t {
+        cantrix_query *q = find.query;
+        const char *preset = search_preset(q);
+        if (!preset && !q->text_fields) {
+            if (q->input_rvo) {
+                errorinfo_set(kUnsupported, kUnsupported, kFunction, "Cannot perform Lyric query by ID");
+                return kUnsupported;
+            }
+            return no_suitable_input(kFunction, "No input text provided to perform Lyric search");
+        }
+        uint32_t status = info_add(find, ZELTO_VAL_LOOKUP_TYPE, ZELTO_LOOKUP_BY_TEXT);
+        if (status == 0)
+            status = preset ? _cantrix_perform_presetsearch(q, 3, preset, &find.object)
+                            : _cantrix_perform_lyricsearch(q, &find.object);
+        if (status == 0) {
+            // A missing response code only leaves the match type out here.
+            const char *match_type = nullptr;
+            if (_cantrix_map_response_code(find.object, &match_type) == 0)
+                status = info_add(find, ZELTO_VAL_MATCH_TYPE, match_type);
+        }
+        if (status == 0) status = _cantrix_process_lyric_response(q, find.object, find.info, &find.response);
+        g_cantrix_rvo_interface->rvo_release(find.object);
+        find.object = nullptr;
+        return status;
+    });
 }

@@ -1,6 +1,6 @@
 // Requests to the lookup provider: the TOC text, options, range, the
 // progress callback and the lookups themselves.
-#include "cantrix/cantrix_internal.h"
+#include "cantrix/cantrix_requests.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 
@@ -10,9 +10,11 @@ extern "C" uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer
     uint32_t used = 0;
     // The room is counted exactly, blanks included: a table longer than the
     // buffer ends at the last number that fits whole, never past the buffer.
+    // A leading 0 stands beside the vector and comes first.
+    const uint32_t lead = query->toc_starts_at_zero ? 1 : 0;
     for (uint32_t index = 0;; ++index) {
         uintptr_t entry = 0;
-        if (ombr_vector_getindex(query->toc_offsets, index, &entry) != 0) break;
+        if (index >= lead && ombr_vector_getindex(query->toc_offsets, index - lead, &entry) != 0) break;
         char digits[16];
         ombr_string_u32toa(static_cast<uint32_t>(entry), digits, sizeof digits);
         uint32_t needed = ombr_string_bytelen_nonull(digits) + (index > 0 ? 1 : 0);
@@ -30,10 +32,6 @@ using namespace cantrix;
 
 constexpr const char *kRequestsUnit = "zelto_cantrix_requests";
 constexpr const char *kRequestId = "CNX_1";
-constexpr const char *kLookupInterface = "_zelto_lookup_interface";
-constexpr const char *kTypeAlbum = "zelto_lookup_type_album";
-constexpr const char *kTypeTrack = "zelto_lookup_type_track";
-constexpr uint32_t kFpKindUnsendable = 0x908101A3u;
 
 uint32_t requests_fail(uint32_t status, std::source_location where = std::source_location::current()) {
     return ombr::error_exit(status, where.line(), kRequestsUnit);
@@ -53,19 +51,20 @@ bool option_present(const cantrix_query *query, const char *key) {
 // Provider mode number of the query's lookup mode: only the exact local
 // text selects the local provider.
 uint32_t lookup_mode_number(const cantrix_query *query) {
-    return ombr_string_equal(query->lookup_mode, "zelto_lookupmode_local", 0) ? 2 : 1;
+    return ombr_string_equal(query->lookup_mode, ZELTO_LOOKUPMODE_LOCAL, 0) ? ZELTO_PROVIDER_MODE_LOCAL
+                                                                            : ZELTO_PROVIDER_MODE_ONLINE;
 }
 
 // The application-facing status number of a provider event, or 0 when the
 // application is not called.
 uint32_t application_status(uint32_t code) {
     switch (code) {
-        case 1: return 10;
-        case 8: return 20;
-        case 9: return 30;
-        case 10: return 40;
-        case 11: return 50;
-        case 12: return 100;
+        case ZELTO_LOOKUP_EVENT_STARTED: return ZELTO_CANTRIX_STATUS_STARTED;
+        case ZELTO_LOOKUP_EVENT_SENT: return ZELTO_CANTRIX_STATUS_SENT;
+        case ZELTO_LOOKUP_EVENT_FOUND: return ZELTO_CANTRIX_STATUS_FOUND;
+        case ZELTO_LOOKUP_EVENT_BUILDING: return ZELTO_CANTRIX_STATUS_BUILDING;
+        case ZELTO_LOOKUP_EVENT_READY: return ZELTO_CANTRIX_STATUS_READY;
+        case ZELTO_LOOKUP_EVENT_DONE: return ZELTO_CANTRIX_STATUS_DONE;
         default: return 0;
     }
 }
@@ -77,12 +76,13 @@ extern "C" void _cantrix_lookup_callback(void *callback_data, const zelto_lookup
     if (!query || !status) return;
     uint32_t app_status = application_status(status->code);
     if (app_status != 0 && query->callback) {
-        bool counters = (status->code == 9 || status->code == 10) && status->kind == 16;
+        bool counters = (status->code == ZELTO_LOOKUP_EVENT_FOUND || status->code == ZELTO_LOOKUP_EVENT_BUILDING) &&
+                        status->kind == ZELTO_LOOKUP_EVENT_KIND_COUNTERS;
         set_query_busy(query, true);
         query->callback(query->callback_data, query, app_status, counters ? status->value1 : 0,
                         counters ? static_cast<uint32_t>(status->value2) : 0, abort_flag);
         set_query_busy(query, false);
-    } else if (status->code == 13) {
+    } else if (status->code == ZELTO_LOOKUP_EVENT_ERROR) {
         errorinfo_set(status->value1, status->value1, nullptr, reinterpret_cast<const char *>(status->value2));
     }
     if (abort_flag && *abort_flag == 1)
@@ -92,8 +92,8 @@ extern "C" void _cantrix_lookup_callback(void *callback_data, const zelto_lookup
 
 extern "C" uint32_t _cantrix_request_get_range(cantrix_query *query, uint32_t *out_start, uint32_t *out_end) {
     if (!query) return requests_fail(kInvalidArg);
-    uint32_t start = ombr_string_atou32(option_text(query, "zelto_cantrix_result_range_start"));
-    uint32_t size = ombr_string_atou32(option_text(query, "zelto_cantrix_result_range_size"));
+    uint32_t start = ombr_string_atou32(option_text(query, ZELTO_CANTRIX_OPTION_RANGE_START));
+    uint32_t size = ombr_string_atou32(option_text(query, ZELTO_CANTRIX_OPTION_RANGE_SIZE));
     if (start == 0) start = 1;
     if (size == 0) size = 10;
     if (out_start) *out_start = start;
@@ -112,43 +112,46 @@ extern "C" uint32_t _cantrix_request_add_options(cantrix_query *query, zelto_loo
     if (!text_search) {
         // Data-flag bits become provider switches, in this order.
         const uint32_t flags = query->data_flags;
-        if ((flags & 0x400000u) && (status = set("zelto_lookup_option_link", "1"))) return requests_fail(status);
-        if ((flags & 0x800000u) && (status = set("zelto_lookup_option_globalids", "1"))) return requests_fail(status);
-        if ((flags & 0x4000000u) && (status = set("zelto_lookup_option_class", "1"))) return requests_fail(status);
-        if (flags & 0x1000000u) {
-            (void)set("zelto_lookup_option_sonic", "1");
-            if ((status = set("zelto_lookup_option_playlist", "1"))) return requests_fail(status);
+        if ((flags & ZELTO_DATA_LINK) && (status = set(ZELTO_LOOKUP_OPTION_LINK, "1"))) return requests_fail(status);
+        if ((flags & ZELTO_DATA_GLOBALIDS) && (status = set(ZELTO_LOOKUP_OPTION_GLOBALIDS, "1")))
+            return requests_fail(status);
+        if ((flags & ZELTO_DATA_CLASSICAL) && (status = set(ZELTO_LOOKUP_OPTION_CLASS, "1")))
+            return requests_fail(status);
+        if (flags & ZELTO_DATA_PLAYLIST) {
+            (void)set(ZELTO_LOOKUP_OPTION_SONIC, "1");
+            if ((status = set(ZELTO_LOOKUP_OPTION_PLAYLIST, "1"))) return requests_fail(status);
         }
-        if ((flags & 0x8000000u) && (status = set("zelto_lookup_option_aim", "1"))) return requests_fail(status);
+        if ((flags & ZELTO_DATA_AIM) && (status = set(ZELTO_LOOKUP_OPTION_AIM, "1"))) return requests_fail(status);
     }
-    if (ombr_string_equal(query->lookup_mode, "zelto_lookupmode_online_nocache", 0) &&
-        (status = set("zelto_lookup_option_cache_usage", "zelto_lookup_option_value_cache_skip_read")))
+    if (ombr_string_equal(query->lookup_mode, ZELTO_LOOKUPMODE_ONLINE_NOCACHE, 0) &&
+        (status = set(ZELTO_LOOKUP_OPTION_CACHE_USAGE, ZELTO_LOOKUP_OPTION_VALUE_CACHE_SKIP_READ)))
         return requests_fail(status);
     if (!query->options) return 0;
 
     // Values below pass through unread, "false" included, except the
     // additional credits, which go out only when true.
-    if (const char *lang = option_text(query, "zelto_cantrix_preferred_lang");
-        option_present(query, "zelto_cantrix_preferred_lang") && (status = set("zelto_lookup_option_language", lang)))
+    if (const char *lang = option_text(query, ZELTO_CANTRIX_OPTION_PREFERRED_LANG);
+        option_present(query, ZELTO_CANTRIX_OPTION_PREFERRED_LANG) &&
+        (status = set(ZELTO_LOOKUP_OPTION_LANGUAGE, lang)))
         return requests_fail(status);
-    if (const char *credits = option_text(query, "zelto_cantrix_option_additional_credits");
-        credits && ombr_string_atobool(credits) && (status = set("zelto_lookup_option_additionalcredits", credits)))
+    if (const char *credits = option_text(query, ZELTO_CANTRIX_OPTION_ADDITIONAL_CREDITS);
+        credits && ombr_string_atobool(credits) && (status = set(ZELTO_LOOKUP_OPTION_ADDITIONAL_CREDITS, credits)))
         return requests_fail(status);
     if (text_search) return 0;
-    if (option_present(query, "zelto_cantrix_option_output") &&
-        (status = set("zelto_lookup_option_output", option_text(query, "zelto_cantrix_option_output"))))
+    if (option_present(query, ZELTO_CANTRIX_OPTION_OUTPUT) &&
+        (status = set(ZELTO_LOOKUP_OPTION_OUTPUT, option_text(query, ZELTO_CANTRIX_OPTION_OUTPUT))))
         return requests_fail(status);
     // Preferring cover art suppresses the single-result option.
-    if (option_present(query, "zelto_cantrix_result_prefer_coverart")) {
-        if ((status = set("zelto_lookup_option_result_prefercover",
-                          option_text(query, "zelto_cantrix_result_prefer_coverart"))))
+    if (option_present(query, ZELTO_CANTRIX_OPTION_PREFER_COVERART)) {
+        if ((status =
+                 set(ZELTO_LOOKUP_OPTION_RESULT_PREFERCOVER, option_text(query, ZELTO_CANTRIX_OPTION_PREFER_COVERART))))
             return requests_fail(status);
-    } else if (option_present(query, "zelto_cantrix_single_result")) {
-        if ((status = set("zelto_lookup_option_result_single", option_text(query, "zelto_cantrix_single_result"))))
+    } else if (option_present(query, ZELTO_CANTRIX_OPTION_SINGLE_RESULT)) {
+        if ((status = set(ZELTO_LOOKUP_OPTION_RESULT_SINGLE, option_text(query, ZELTO_CANTRIX_OPTION_SINGLE_RESULT))))
             return requests_fail(status);
     }
-    if (option_present(query, "zelto_cantrix_result_prefer_xid") &&
-        (status = set("zelto_lookup_option_result_preferxid", option_text(query, "zelto_cantrix_result_prefer_xid"))))
+    if (option_present(query, ZELTO_CANTRIX_OPTION_PREFER_XID) &&
+        (status = set(ZELTO_LOOKUP_OPTION_RESULT_PREFERXID, option_text(query, ZELTO_CANTRIX_OPTION_PREFER_XID))))
         return requests_fail(status);
     return 0;
 }
@@ -167,7 +170,7 @@ uint32_t run_request(cantrix_query *query, uint8_t text_search, zelto_rvo_handle
     if (query->lookup) query->lookup->lookup_release(query->lookup);
     const void *table = nullptr;
     uint32_t status =
-        g_cantrix_manager_interface->interface_get(kLookupInterface, lookup_mode_number(query), 0, &table);
+        g_cantrix_manager_interface->interface_get(ZELTO_SERVICE_LOOKUP, lookup_mode_number(query), 0, &table);
     if (status != 0) {
         if (OMBR_STATUS_VALUE(status) == 3) status = kNoService;
         // The query still points at the table given back above; a manager
@@ -196,9 +199,9 @@ void send_range(cantrix_query *query, const zelto_lookup_interface *lookup, zelt
     uint32_t start = 0, end = 0;
     if (_cantrix_request_get_range(query, &start, &end) != 0) return;
     char digits[32];
-    (void)lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_result_range_start",
+    (void)lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_RANGE_START,
                                           ombr_string_u32toa(start, digits, sizeof digits), 1);
-    (void)lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_result_range_end",
+    (void)lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_RANGE_END,
                                           ombr_string_u32toa(end, digits, sizeof digits), 1);
 }
 
@@ -212,25 +215,25 @@ uint32_t object_value(zelto_rvo_handle object, const char *key, const char **out
 extern "C" uint32_t _cantrix_perform_tui_query(cantrix_query *query, zelto_rvo_handle object, const char *lookup_type,
                                                zelto_rvo_handle *out_response) {
     if (!query || !object || !lookup_type || !out_response) return requests_fail(kInvalidArg);
-    const bool revision_check = ombr_string_atobool(option_text(query, "zelto_cantrix_option_revision_check"));
+    const bool revision_check = ombr_string_atobool(option_text(query, ZELTO_CANTRIX_OPTION_REVISION_CHECK));
     const char *context = nullptr;
     uint32_t status = g_cantrix_rvo_interface->rvo_get_context(object, &context);
     if (status != 0) return requests_fail(status);
 
     const char *id = nullptr, *tag = nullptr;
     bool mui_form = false;
-    status = object_value(object, "zelto_val_tui", &id);
+    status = object_value(object, ZELTO_VAL_TUI, &id);
     if (status == 0) {
-        status = object_value(object, "zelto_val_tui_tag", &tag);
-    } else if (ombr_string_equal(context, "zelto_ctx_album", 0)) {
+        status = object_value(object, ZELTO_VAL_TUI_TAG, &tag);
+    } else if (ombr_string_equal(context, ZELTO_CTX_ALBUM, 0)) {
         // An album without a tui is looked up by its media identifier.
         mui_form = true;
-        status = object_value(object, "_sdkmgr_val_mui", &id);
-        if (status == 0) status = object_value(object, "_sdkmgr_val_muitag", &tag);
+        status = object_value(object, ZELTO_VAL_MUI, &id);
+        if (status == 0) status = object_value(object, ZELTO_VAL_MUITAG, &tag);
     }
     if (status != 0) return requests_fail(status);
     const char *revision = nullptr;
-    if (revision_check && object_value(object, "_sdkmgr_val_tui_rev", &revision) != 0)
+    if (revision_check && object_value(object, ZELTO_VAL_TUI_REV, &revision) != 0)
         return requests_fail(kNoSuitableInput);
 
     return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
@@ -241,24 +244,24 @@ extern "C" uint32_t _cantrix_perform_tui_query(cantrix_query *query, zelto_rvo_h
         if (s != 0) return s;
         const char *matched = nullptr;
         if (mui_form) {
-            if ((s = data("zelto_lookup_data_mui", id)) || (s = data("zelto_lookup_data_media_id", tag))) return s;
-            if (object_value(object, "zelto_val_track_matched", &matched) == 0 &&
-                (s = data("zelto_lookup_data_track_matched", matched)))
+            if ((s = data(ZELTO_LOOKUP_DATA_MUI, id)) || (s = data(ZELTO_LOOKUP_DATA_MEDIA_ID, tag))) return s;
+            if (object_value(object, ZELTO_VAL_TRACK_MATCHED, &matched) == 0 &&
+                (s = data(ZELTO_LOOKUP_DATA_TRACK_MATCHED, matched)))
                 return s;
         } else {
-            if ((s = data("zelto_lookup_data_tui", id)) || (s = data("zelto_lookup_data_tui_tag", tag))) return s;
+            if ((s = data(ZELTO_LOOKUP_DATA_TUI, id)) || (s = data(ZELTO_LOOKUP_DATA_TUI_TAG, tag))) return s;
             // The matched track travels under one key, whatever its source.
-            if (ombr_string_equal(context, "zelto_ctx_album", 1)) {
-                if (object_value(object, "zelto_val_track_matched", &matched) == 0)
-                    (void)data("zelto_lookup_data_track_matched", matched);
-            } else if (ombr_string_equal(context, "zelto_ctx_track", 1)) {
-                if (object_value(object, "zelto_val_tracknumber", &matched) == 0)
-                    (void)data("zelto_lookup_data_track_matched", matched);
+            if (ombr_string_equal(context, ZELTO_CTX_ALBUM, 1)) {
+                if (object_value(object, ZELTO_VAL_TRACK_MATCHED, &matched) == 0)
+                    (void)data(ZELTO_LOOKUP_DATA_TRACK_MATCHED, matched);
+            } else if (ombr_string_equal(context, ZELTO_CTX_TRACK, 1)) {
+                if (object_value(object, ZELTO_VAL_TRACKNUMBER, &matched) == 0)
+                    (void)data(ZELTO_LOOKUP_DATA_TRACK_MATCHED, matched);
             } else {
-                (void)data("zelto_lookup_data_track_matched", nullptr);
+                (void)data(ZELTO_LOOKUP_DATA_TRACK_MATCHED, nullptr);
             }
         }
-        if (revision_check && (s = data("zelto_lookup_data_rev", revision))) return s;
+        if (revision_check && (s = data(ZELTO_LOOKUP_DATA_REV, revision))) return s;
         return 0u;
     });
 }
@@ -266,8 +269,8 @@ extern "C" uint32_t _cantrix_perform_tui_query(cantrix_query *query, zelto_rvo_h
 extern "C" uint32_t _cantrix_perform_rvolookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
     if (!query || !out_response) return requests_fail(kInvalidArg);
     if (!query->input_rvo) return requests_fail(kNoSuitableInput);
-    if (kind == 1) return _cantrix_perform_tui_query(query, query->input_rvo, kTypeAlbum, out_response);
-    if (kind == 2) return _cantrix_perform_tui_query(query, query->input_rvo, kTypeTrack, out_response);
+    if (kind == 1) return _cantrix_perform_tui_query(query, query->input_rvo, ZELTO_LOOKUP_TYPE_ALBUM, out_response);
+    if (kind == 2) return _cantrix_perform_tui_query(query, query->input_rvo, ZELTO_LOOKUP_TYPE_TRACK, out_response);
     return requests_fail(kInvalidArg);
 }
 
@@ -279,12 +282,12 @@ extern "C" uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t ki
     if (status != 0) return requests_fail(status);
     return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
         if (kind != 1) return kUnsupported;  // TOC lookups exist for albums only
-        uint32_t s = lookup->lookup_request_add(request, kTypeAlbum, kRequestId, "cnx", 0);
-        if (s == 0) s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_toc", toc, 1);
+        uint32_t s = lookup->lookup_request_add(request, ZELTO_LOOKUP_TYPE_ALBUM, kRequestId, "cnx", 0);
+        if (s == 0) s = lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_TOC, toc, 1);
         // A fingerprint set beside the TOC travels with it.
         if (s == 0 && query->fp_data)
-            s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_tvx_querydata",
-                                                query->fp_data, 1);
+            s = lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_TVX_QUERYDATA, query->fp_data,
+                                                1);
         if (s == 0) send_range(query, lookup, request);
         return s;
     });
@@ -293,21 +296,21 @@ extern "C" uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t ki
 extern "C" uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
     if (!query || !out_response) return requests_fail(kInvalidArg);
     return run_request(query, 0, out_response, [&](const zelto_lookup_interface *lookup, zelto_lookup_request request) {
-        const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : nullptr;
+        const char *type = kind == 1 ? ZELTO_LOOKUP_TYPE_ALBUM : kind == 2 ? ZELTO_LOOKUP_TYPE_TRACK : nullptr;
         const FingerprintKind *fp_kind = find_fingerprint_kind(query->fp_kind, 1);
         uint32_t s = 0;
         const char *data_key = nullptr;
         if (fp_kind && fp_kind->xml) {
-            data_key = "zelto_lookup_data_fpx_querydata";
+            data_key = ZELTO_LOOKUP_DATA_FPX_QUERYDATA;
             if (type) s = lookup->lookup_request_add(request, type, kRequestId, "audio-block", 1);
             if (s == 0)
-                s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_fpx_algname",
+                s = lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_FPX_ALGNAME,
                                                     query->fp_algorithm_name, 1);
             if (s == 0)
-                s = lookup->lookup_request_set_data(request, kRequestId, "zelto_lookup_data_fpx_algver",
+                s = lookup->lookup_request_set_data(request, kRequestId, ZELTO_LOOKUP_DATA_FPX_ALGVER,
                                                     query->fp_algorithm_version, 1);
         } else if (fp_kind) {
-            data_key = "zelto_lookup_data_tvx_querydata";
+            data_key = ZELTO_LOOKUP_DATA_TVX_QUERYDATA;
             if (type) s = lookup->lookup_request_add(request, type, kRequestId, "cnx", 0);
         } else {
             return kFpKindUnsendable;
@@ -324,18 +327,18 @@ extern "C" uint32_t _cantrix_get_album_full_disc(cantrix_query *query, zelto_rvo
     const char *context = nullptr;
     uint32_t status = rvo->rvo_get_context(album, &context);
     if (status != 0) return requests_fail(status);
-    if (ombr_string_strcmp(context, "zelto_ctx_album") != 0) return requests_fail(kInvalidArg);
+    if (ombr_string_strcmp(context, ZELTO_CTX_ALBUM) != 0) return requests_fail(kInvalidArg);
     const char *full = nullptr;
-    status = object_value(album, "zelto_val_full_result", &full);
+    status = object_value(album, ZELTO_VAL_FULL_RESULT, &full);
     if (ombr_string_atobool(full)) {
         rvo->rvo_addref(album);
         *out_album = album;
         return requests_fail(status);
     }
     zelto_rvo_handle response = nullptr;
-    status = _cantrix_perform_tui_query(query, album, kTypeAlbum, &response);
+    status = _cantrix_perform_tui_query(query, album, ZELTO_LOOKUP_TYPE_ALBUM, &response);
     if (status == 0) {
-        status = rvo->rvo_child_get(response, "zelto_ctx_album!", 1, 1, out_album);
+        status = rvo->rvo_child_get(response, ZELTO_CHILD_ALBUM, 1, 1, out_album);
         rvo->rvo_release(response);
     }
     return requests_fail(status);
@@ -352,23 +355,23 @@ struct FieldKey {
 
 // Album and match searches send these fields in this order.
 constexpr FieldKey kAlbumSearchFields[] = {
-    {"zelto_cantrix_field_album_artist", "zelto_lookup_data_album_artist"},
-    {"zelto_cantrix_field_album", "zelto_lookup_data_album_title"},
-    {"zelto_cantrix_field_track_artist", "zelto_lookup_data_track_artist"},
-    {"zelto_cantrix_field_title", "zelto_lookup_data_track_title"},
-    {"zelto_cantrix_field_artist", "zelto_lookup_data_artist"},
-    {"zelto_cantrix_field_composer", "zelto_lookup_data_composer"},
+    {ZELTO_CANTRIX_FIELD_ALBUM_ARTIST, ZELTO_LOOKUP_DATA_ALBUM_ARTIST},
+    {ZELTO_CANTRIX_FIELD_ALBUM, ZELTO_LOOKUP_DATA_ALBUM_TITLE},
+    {ZELTO_CANTRIX_FIELD_TRACK_ARTIST, ZELTO_LOOKUP_DATA_TRACK_ARTIST},
+    {ZELTO_CANTRIX_FIELD_TITLE, ZELTO_LOOKUP_DATA_TRACK_TITLE},
+    {ZELTO_CANTRIX_FIELD_ARTIST, ZELTO_LOOKUP_DATA_ARTIST},
+    {ZELTO_CANTRIX_FIELD_COMPOSER, ZELTO_LOOKUP_DATA_COMPOSER},
 };
 
 // Preset searches send these.
 constexpr FieldKey kPresetSearchFields[] = {
-    {"zelto_cantrix_field_title", "zelto_lookup_data_track_title"},
-    {"zelto_cantrix_field_album", "zelto_lookup_data_album_title"},
-    {"zelto_cantrix_field_album_artist", "zelto_lookup_data_album_artist"},
-    {"zelto_cantrix_field_track_artist", "zelto_lookup_data_track_artist"},
-    {"zelto_cantrix_field_artist", "zelto_lookup_data_artist"},
-    {"zelto_cantrix_field_lyric", "zelto_lookup_data_lyric_title"},
-    {"zelto_cantrix_field_fragment", "zelto_lookup_data_lyric_fragment"},
+    {ZELTO_CANTRIX_FIELD_TITLE, ZELTO_LOOKUP_DATA_TRACK_TITLE},
+    {ZELTO_CANTRIX_FIELD_ALBUM, ZELTO_LOOKUP_DATA_ALBUM_TITLE},
+    {ZELTO_CANTRIX_FIELD_ALBUM_ARTIST, ZELTO_LOOKUP_DATA_ALBUM_ARTIST},
+    {ZELTO_CANTRIX_FIELD_TRACK_ARTIST, ZELTO_LOOKUP_DATA_TRACK_ARTIST},
+    {ZELTO_CANTRIX_FIELD_ARTIST, ZELTO_LOOKUP_DATA_ARTIST},
+    {ZELTO_CANTRIX_FIELD_LYRIC, ZELTO_LOOKUP_DATA_LYRIC_TITLE},
+    {ZELTO_CANTRIX_FIELD_FRAGMENT, ZELTO_LOOKUP_DATA_LYRIC_FRAGMENT},
 };
 
 // A text field that counts: present and not empty; null otherwise.
@@ -406,7 +409,7 @@ uint32_t run_text_search(cantrix_query *query, const char *lookup_type, const ch
             uint32_t status = 0;
             if (lookup_type) status = lookup->lookup_request_add(request, lookup_type, kRequestId, "cnx", 0);
             if (status == 0 && preset)
-                status = lookup->lookup_request_set_option(request, kRequestId, "zelto_lookup_option_preset", preset);
+                status = lookup->lookup_request_set_option(request, kRequestId, ZELTO_LOOKUP_OPTION_PRESET, preset);
             if (status != 0) return status;
             send_range(query, lookup, request);
             return send(lookup, request, sent);
@@ -418,7 +421,7 @@ uint32_t run_text_search(cantrix_query *query, const char *lookup_type, const ch
 
 extern "C" uint32_t _cantrix_perform_albumsearch(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response) {
     if (!query || !out_response) return requests_fail(kInvalidArg);
-    const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : nullptr;
+    const char *type = kind == 1 ? ZELTO_LOOKUP_TYPE_ALBUM : kind == 2 ? ZELTO_LOOKUP_TYPE_TRACK : nullptr;
     return run_text_search(query, type, nullptr, 0, out_response,
                            [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
                                return send_fields(query, lookup, request, kAlbumSearchFields, sent);
@@ -427,7 +430,7 @@ extern "C" uint32_t _cantrix_perform_albumsearch(cantrix_query *query, uint32_t 
 
 extern "C" uint32_t _cantrix_perform_matchsearch(cantrix_query *query, zelto_rvo_handle *out_response) {
     if (!query || !out_response) return requests_fail(kInvalidArg);
-    return run_text_search(query, "zelto_lookup_type_text_match", nullptr, 0, out_response,
+    return run_text_search(query, ZELTO_LOOKUP_TYPE_TEXT_MATCH, nullptr, 0, out_response,
                            [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
                                return send_fields(query, lookup, request, kAlbumSearchFields, sent);
                            });
@@ -436,7 +439,10 @@ extern "C" uint32_t _cantrix_perform_matchsearch(cantrix_query *query, zelto_rvo
 extern "C" uint32_t _cantrix_perform_presetsearch(cantrix_query *query, uint32_t kind, const char *preset,
                                                   zelto_rvo_handle *out_response) {
     if (!query || !out_response) return requests_fail(kInvalidArg);
-    const char *type = kind == 1 ? kTypeAlbum : kind == 2 ? kTypeTrack : kind == 3 ? "zelto_lookup_type_lyric" : nullptr;
+    const char *type = kind == 1   ? ZELTO_LOOKUP_TYPE_ALBUM
+                       : kind == 2 ? ZELTO_LOOKUP_TYPE_TRACK
+                       : kind == 3 ? ZELTO_LOOKUP_TYPE_LYRIC
+                                   : nullptr;
     return run_text_search(query, type, preset, 1, out_response,
                            [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
                                return send_fields(query, lookup, request, kPresetSearchFields, sent);
@@ -446,14 +452,14 @@ extern "C" uint32_t _cantrix_perform_presetsearch(cantrix_query *query, uint32_t
 extern "C" uint32_t _cantrix_perform_lyricsearch(cantrix_query *query, zelto_rvo_handle *out_response) {
     if (!query || !out_response) return requests_fail(kInvalidArg);
     return run_text_search(
-        query, "zelto_lookup_type_lyric", nullptr, 1, out_response,
+        query, ZELTO_LOOKUP_TYPE_LYRIC, nullptr, 1, out_response,
         [&](const zelto_lookup_interface *lookup, zelto_lookup_request request, bool &sent) {
             // The title wins over the lyric title; only one of them is sent.
-            const char *title = usable_field(query, "zelto_cantrix_field_title");
-            if (!title) title = usable_field(query, "zelto_cantrix_field_lyric");
-            const FieldKey order[] = {{"zelto_cantrix_field_artist", "zelto_lookup_data_lyric_artist"},
-                                      {nullptr, "zelto_lookup_data_lyric_title"},
-                                      {"zelto_cantrix_field_fragment", "zelto_lookup_data_lyric_fragment"}};
+            const char *title = usable_field(query, ZELTO_CANTRIX_FIELD_TITLE);
+            if (!title) title = usable_field(query, ZELTO_CANTRIX_FIELD_LYRIC);
+            const FieldKey order[] = {{ZELTO_CANTRIX_FIELD_ARTIST, ZELTO_LOOKUP_DATA_LYRIC_ARTIST},
+                                      {nullptr, ZELTO_LOOKUP_DATA_LYRIC_TITLE},
+                                      {ZELTO_CANTRIX_FIELD_FRAGMENT, ZELTO_LOOKUP_DATA_LYRIC_FRAGMENT}};
             for (const FieldKey &f : order) {
                 const char *text = f.field ? usable_field(query, f.field) : title;
                 if (!text) continue;

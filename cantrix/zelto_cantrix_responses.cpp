@@ -1,12 +1,10 @@
 // Reshaping a provider's answer into the rows of a response record.
-#include "cantrix/cantrix_rvo.h"
+#include "cantrix/cantrix_requests.h"
+#include "cantrix/cantrix_responses.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 #include "ombr/ombr_string_fuzzy.h"
 #include "ombr/ombr_textcorr_normalize.h"
-
-extern "C" uint32_t _cantrix_get_album_full_disc(cantrix_query *query, zelto_rvo_handle album,
-                                                 zelto_rvo_handle *out_album);
 
 namespace {
 
@@ -39,8 +37,8 @@ uint32_t hand_out(cantrix_response *response, uint32_t status, cantrix_response 
 uint8_t cantrix::response_decision(uint32_t result_count, ombr_stringmap *info) {
     uint8_t decision = result_count > 0 ? 1 : 0;
     const char *match_type = nullptr;
-    if (info && ombr_stringmap_value_find(info, "_sdkmgr_val_match_type", &match_type) == 1 &&
-        ombr_string_equal(match_type, "SINGLE", 0))
+    if (info && ombr_stringmap_value_find(info, ZELTO_VAL_MATCH_TYPE, &match_type) == 1 &&
+        ombr_string_equal(match_type, ZELTO_MATCH_TYPE_SINGLE, 0))
         decision = 0;
     return decision;
 }
@@ -59,7 +57,7 @@ uint32_t cantrix::set_row_range_texts(cantrix_response *response, uint32_t rows)
 
 bool cantrix::single_mode(const cantrix_query *query) {
     const char *value = nullptr;
-    if (!query->options || ombr_stringmap_value_find(query->options, "zelto_cantrix_single_result", &value) != 0)
+    if (!query->options || ombr_stringmap_value_find(query->options, ZELTO_CANTRIX_OPTION_SINGLE_RESULT, &value) != 0)
         return false;
     return ombr_string_atobool(value) != 0;
 }
@@ -71,12 +69,12 @@ extern "C" uint32_t _cantrix_process_album_response(cantrix_query *query, zelto_
     const zelto_rvo_interface *rvo = g_cantrix_rvo_interface;
     const bool single = single_mode(query);
     uint32_t count = 0;
-    (void)rvo->rvo_child_count(object, "zelto_ctx_album!", &count);
+    (void)rvo->rvo_child_count(object, ZELTO_CHILD_ALBUM, &count);
     const uint32_t rows = single && count > 1 ? 1 : count;
 
     cantrix_response *response = nullptr;
-    uint32_t status = _cantrix_rvo_alloc_response(ombr_string_isempty(context) ? "zelto_ctx_response_album" : context,
-                                                  rows, &response);
+    uint32_t status =
+        _cantrix_rvo_alloc_response(ombr_string_isempty(context) ? ZELTO_CTX_RESPONSE_ALBUM : context, rows, &response);
     if (status != 0) return responses_fail(status);
     response->decision = response_decision(count, info);
     status = set_row_range_texts(response, rows);
@@ -84,7 +82,7 @@ extern "C" uint32_t _cantrix_process_album_response(cantrix_query *query, zelto_
     for (uint32_t ordinal = 1; status == 0 && ordinal <= rows; ++ordinal) {
         cantrix_response_row &row = response->rows[ordinal - 1];
         zelto_rvo_handle album = nullptr;
-        uint32_t row_status = rvo->rvo_child_get(object, "zelto_ctx_album!", ordinal, 1, &album);
+        uint32_t row_status = rvo->rvo_child_get(object, ZELTO_CHILD_ALBUM, ordinal, 1, &album);
         // A lone album is fetched in full by a second lookup.
         if (row_status == 0 && rows == 1) {
             zelto_rvo_handle full = nullptr;
@@ -116,7 +114,7 @@ uint32_t number_value(zelto_rvo_handle object, const char *key) {
 // Adds a score to a row's info map as decimal text.
 uint32_t add_score(ombr_stringmap *info, uint32_t score) {
     char digits[16];
-    return ombr_stringmap_value_add(info, "zelto_val_txtmatchscore", ombr_string_u32toa(score, digits, sizeof digits));
+    return ombr_stringmap_value_add(info, ZELTO_VAL_TXTMATCHSCORE, ombr_string_u32toa(score, digits, sizeof digits));
 }
 
 // A usable text field of the query, or null.
@@ -133,9 +131,9 @@ extern "C" uint32_t _cantrix_get_title_display(zelto_rvo_handle object, const ch
     if (!object || !out_text) return responses_fail(kInvalidArg);
     const zelto_rvo_interface *rvo = g_cantrix_rvo_interface;
     zelto_rvo_handle title = nullptr;
-    uint32_t status = rvo->rvo_child_get(object, "zelto_ctx_title!off", 1, 0, &title);
+    uint32_t status = rvo->rvo_child_get(object, ZELTO_CHILD_TITLE_OFFICIAL, 1, 0, &title);
     if (status != 0) return responses_fail(status);
-    status = rvo->rvo_value_get(title, "zelto_val_display", 1, out_text);
+    status = rvo->rvo_value_get(title, ZELTO_VAL_DISPLAY, 1, out_text);
     if (status != 0) {
         rvo->rvo_release(title);
         return responses_fail(status);
@@ -149,13 +147,13 @@ extern "C" uint32_t _cantrix_get_artist_display(zelto_rvo_handle object, const c
     if (!object || !out_text) return responses_fail(kInvalidArg);
     const zelto_rvo_interface *rvo = g_cantrix_rvo_interface;
     zelto_rvo_handle artist = nullptr;
-    uint32_t status = rvo->rvo_child_get(object, "zelto_ctx_artist!", 1, 0, &artist);
+    uint32_t status = rvo->rvo_child_get(object, ZELTO_CHILD_ARTIST, 1, 0, &artist);
     if (status != 0) return responses_fail(status);
     zelto_rvo_handle name = nullptr;
-    status = rvo->rvo_child_get(artist, "zelto_ctx_name!off", 1, 0, &name);
+    status = rvo->rvo_child_get(artist, ZELTO_CHILD_NAME_OFFICIAL, 1, 0, &name);
     rvo->rvo_release(artist);
     if (status != 0) return responses_fail(status);
-    status = rvo->rvo_value_get(name, "zelto_val_display", 1, out_text);
+    status = rvo->rvo_value_get(name, ZELTO_VAL_DISPLAY, 1, out_text);
     if (status != 0) {
         rvo->rvo_release(name);
         return responses_fail(status);
@@ -209,16 +207,16 @@ bool score_display(Display display, zelto_rvo_handle object, const char *input, 
 // The text match score of one album: the average over the fields that
 // could be compared.
 uint32_t album_row_score(const cantrix_query *query, zelto_rvo_handle album) {
-    const char *artist = query_field(query, "zelto_cantrix_field_artist");
-    const char *album_title = query_field(query, "zelto_cantrix_field_album");
-    const char *title = query_field(query, "zelto_cantrix_field_title");
+    const char *artist = query_field(query, ZELTO_CANTRIX_FIELD_ARTIST);
+    const char *album_title = query_field(query, ZELTO_CANTRIX_FIELD_ALBUM);
+    const char *title = query_field(query, ZELTO_CANTRIX_FIELD_TITLE);
     uint32_t a = 0, b = 0, t = 0, count = 0;
     zelto_rvo_handle matching = nullptr;
     bool matching_fetched = false;
     auto fetch_matching = [&] {
         if (!matching_fetched) {
             matching_fetched = true;
-            g_cantrix_rvo_interface->rvo_child_get(album, "zelto_ctx_track!matching", 1, 0, &matching);
+            g_cantrix_rvo_interface->rvo_child_get(album, ZELTO_CHILD_TRACK_MATCHING, 1, 0, &matching);
         }
         return matching;
     };
@@ -242,8 +240,8 @@ uint32_t album_row_score(const cantrix_query *query, zelto_rvo_handle album) {
 // Text score of a track or a lyric from its artist and title displays. With
 // `with_bonus` a perfect score counts as one more field, as lyrics are scored.
 uint32_t artist_title_score(const cantrix_query *query, zelto_rvo_handle object, bool with_bonus) {
-    const char *artist = query_field(query, "zelto_cantrix_field_artist");
-    const char *title = query_field(query, "zelto_cantrix_field_title");
+    const char *artist = query_field(query, ZELTO_CANTRIX_FIELD_ARTIST);
+    const char *title = query_field(query, ZELTO_CANTRIX_FIELD_TITLE);
     uint32_t a = 0, t = 0, count = 0;
     if (artist && score_display(_cantrix_get_artist_display, object, artist, 1, a)) count = 1;
     if (title && score_display(_cantrix_get_title_display, object, title, 0, t)) ++count;
@@ -257,9 +255,9 @@ uint32_t copy_provider_range(cantrix_response *response, zelto_rvo_handle object
     struct {
         const char *key;
         char *cantrix_response::*text;
-    } const ranges[] = {{"zelto_val_rangestart", &cantrix_response::range_start_text},
-                        {"zelto_val_rangeend", &cantrix_response::range_end_text},
-                        {"zelto_val_rangecount", &cantrix_response::range_count_text}};
+    } const ranges[] = {{ZELTO_VAL_RANGESTART, &cantrix_response::range_start_text},
+                        {ZELTO_VAL_RANGEEND, &cantrix_response::range_end_text},
+                        {ZELTO_VAL_RANGECOUNT, &cantrix_response::range_count_text}};
     for (const auto &range : ranges) {
         const char *value = "0";
         if (children > 0 && g_cantrix_rvo_interface->rvo_value_get(object, range.key, 1, &value) != 0) continue;
@@ -374,7 +372,7 @@ extern "C" uint32_t _cantrix_process_search_response(cantrix_query *query, zelto
     const bool single = single_mode(query);
     uint32_t count = 0, used = 0;
     cantrix_response *response = nullptr;
-    uint32_t status = build_scored_rows(object, info, "zelto_ctx_album!", "zelto_ctx_response_album", &response, count,
+    uint32_t status = build_scored_rows(object, info, ZELTO_CHILD_ALBUM, ZELTO_CTX_RESPONSE_ALBUM, &response, count,
                                         used, [&](zelto_rvo_handle album) { return album_row_score(query, album); });
     if (!response) return responses_fail(status);
     if (count != 0) {
@@ -397,17 +395,17 @@ extern "C" uint32_t _cantrix_process_search_response(cantrix_query *query, zelto
     if (response->row_count == 1) {
         cantrix_response_row &row = response->rows[0];
         uint32_t tracks = 0;
-        (void)rvo->rvo_child_count(row.object, "zelto_ctx_track!", &tracks);
-        uint32_t expected = number_value(row.object, "zelto_val_albumtrackcnt");
+        (void)rvo->rvo_child_count(row.object, ZELTO_CHILD_TRACK, &tracks);
+        uint32_t expected = number_value(row.object, ZELTO_VAL_ALBUMTRACKCNT);
         zelto_rvo_handle full = nullptr;
         if (expected != 0 && expected != tracks && _cantrix_get_album_full_disc(query, row.object, &full) == 0) {
             const char *matched = nullptr;
-            if (rvo->rvo_value_get(row.object, "zelto_val_track_matched", 1, &matched) == 0) {
+            if (rvo->rvo_value_get(row.object, ZELTO_VAL_TRACK_MATCHED, 1, &matched) == 0) {
                 uint32_t added = row.info ? 0 : ombr_stringmap_create(&row.info, 0);
-                if (added == 0) added = ombr_stringmap_value_add(row.info, "zelto_val_track_matched", matched);
+                if (added == 0) added = ombr_stringmap_value_add(row.info, ZELTO_VAL_TRACK_MATCHED, matched);
                 const char *position = nullptr;
-                if (added == 0 && rvo->rvo_value_get(row.object, "zelto_val_track_matched_pos", 1, &position) == 0)
-                    (void)ombr_stringmap_value_add(row.info, "zelto_val_track_matched_pos", position);
+                if (added == 0 && rvo->rvo_value_get(row.object, ZELTO_VAL_TRACK_MATCHED_POS, 1, &position) == 0)
+                    (void)ombr_stringmap_value_add(row.info, ZELTO_VAL_TRACK_MATCHED_POS, position);
             }
             rvo->rvo_release(row.object);
             row.object = full;
@@ -423,17 +421,17 @@ extern "C" uint32_t _cantrix_process_track_response(cantrix_query *query, zelto_
     const zelto_rvo_interface *rvo = g_cantrix_rvo_interface;
     const bool single = single_mode(query);
     uint32_t count = 0;
-    uint32_t status = rvo->rvo_child_count(object, "zelto_ctx_track!", &count);
+    uint32_t status = rvo->rvo_child_count(object, ZELTO_CHILD_TRACK, &count);
     if (status != 0) return responses_fail(status);
     const uint32_t rows = single && count > 1 ? 1 : count;
     cantrix_response *response = nullptr;
-    status = _cantrix_rvo_alloc_response("zelto_ctx_response_track", rows, &response);
+    status = _cantrix_rvo_alloc_response(ZELTO_CTX_RESPONSE_TRACK, rows, &response);
     if (status != 0) return responses_fail(status);
     response->decision = response_decision(count, info);
     status = set_row_range_texts(response, rows);
     for (uint32_t ordinal = 1; status == 0 && ordinal <= rows; ++ordinal) {
         cantrix_response_row &row = response->rows[ordinal - 1];
-        uint32_t row_status = rvo->rvo_child_get(object, "zelto_ctx_track!", ordinal, 1, &row.object);
+        uint32_t row_status = rvo->rvo_child_get(object, ZELTO_CHILD_TRACK, ordinal, 1, &row.object);
         if (info) row_status = ombr_stringmap_copy(info, &row.info);
         if (query->text_fields) {
             uint32_t score = 0;
@@ -457,10 +455,10 @@ extern "C" uint32_t _cantrix_process_match_response(cantrix_query *query, zelto_
     if (!query || !object || !out_response) return responses_fail(kInvalidArg);
     const zelto_rvo_interface *rvo = g_cantrix_rvo_interface;
     uint32_t count = 0;
-    (void)rvo->rvo_child_count(object, "zelto_ctx_response_match!", &count);
+    (void)rvo->rvo_child_count(object, ZELTO_CHILD_RESPONSE_MATCH, &count);
     const bool single = single_mode(query);
     cantrix_response *response = nullptr;
-    uint32_t status = _cantrix_rvo_alloc_response("zelto_ctx_response_match", count, &response);
+    uint32_t status = _cantrix_rvo_alloc_response(ZELTO_CTX_RESPONSE_MATCH, count, &response);
     if (status != 0) return responses_fail(status);
     response->decision = response_decision(count, info);
     status = set_row_range_texts(response, count);
@@ -473,28 +471,28 @@ extern "C" uint32_t _cantrix_process_match_response(cantrix_query *query, zelto_
     for (uint32_t ordinal = 1; status == 0 && ordinal <= count; ++ordinal) {
         cantrix_response_row &row = response->rows[ordinal - 1];
         zelto_rvo_handle child = nullptr;
-        row_status = rvo->rvo_child_get(object, "zelto_ctx_response_match!", ordinal, 1, &child);
+        row_status = rvo->rvo_child_get(object, ZELTO_CHILD_RESPONSE_MATCH, ordinal, 1, &child);
         if (row_status != 0) continue;
         row.object = child;
         row.ordinal = ordinal - 1;
         const char *context = nullptr;
         row_status = rvo->rvo_get_context(child, &context);
         if (row_status != 0) continue;
-        const uint32_t contributor = number_value(child, "_sdkmgr_val_text_match_contrib_score");
-        if (ombr_string_equal(context, "zelto_ctx_album", 1)) {
-            const uint32_t album = number_value(child, "_sdkmgr_val_text_match_album_score");
-            const uint32_t track = number_value(child, "_sdkmgr_val_text_match_track_score");
+        const uint32_t contributor = number_value(child, ZELTO_VAL_TEXT_MATCH_CONTRIB_SCORE);
+        if (ombr_string_equal(context, ZELTO_CTX_ALBUM, 1)) {
+            const uint32_t album = number_value(child, ZELTO_VAL_TEXT_MATCH_ALBUM_SCORE);
+            const uint32_t track = number_value(child, ZELTO_VAL_TEXT_MATCH_TRACK_SCORE);
             // The track score is a percentage bonus on the album score.
             row.score = album + (track * album) / 100 + contributor;
             row_status = ombr_stringmap_create(&row.info, 0);
             if (row_status == 0) row_status = add_score(row.info, row.score);
-        } else if (ombr_string_equal(context, "zelto_ctx_contributor", 1)) {
+        } else if (ombr_string_equal(context, ZELTO_CTX_CONTRIBUTOR, 1)) {
             row.score = contributor;
             const char *collaboration = nullptr;
-            row_status = rvo->rvo_value_get(child, "zelto_val_collab_result", 1, &collaboration);
+            row_status = rvo->rvo_value_get(child, ZELTO_VAL_COLLAB_RESULT, 1, &collaboration);
             if (ombr_string_atobool(collaboration)) {
                 uint32_t made = ombr_stringmap_create(&row.info, 0);
-                if (made == 0) made = ombr_stringmap_value_add(row.info, "zelto_val_collab_result", "1");
+                if (made == 0) made = ombr_stringmap_value_add(row.info, ZELTO_VAL_COLLAB_RESULT, "1");
                 if (made != 0) row_status = made;
             }
         } else {
@@ -524,8 +522,9 @@ extern "C" uint32_t _cantrix_process_lyric_response(cantrix_query *query, zelto_
     const bool single = single_mode(query);
     uint32_t count = 0, used = 0;
     cantrix_response *response = nullptr;
-    uint32_t status = build_scored_rows(object, info, "zelto_ctx_lyric!", "zelto_ctx_response_lyric", &response, count,
-                                        used, [&](zelto_rvo_handle lyric) { return artist_title_score(query, lyric, true); });
+    uint32_t status =
+        build_scored_rows(object, info, ZELTO_CHILD_LYRIC, ZELTO_CTX_RESPONSE_LYRIC, &response, count, used,
+                          [&](zelto_rvo_handle lyric) { return artist_title_score(query, lyric, true); });
     if (!response) return responses_fail(status);
     if (used > 0 && single) {
         (void)sort_rows(response, used);

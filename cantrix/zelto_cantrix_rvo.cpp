@@ -9,11 +9,7 @@ namespace {
 using namespace cantrix;
 
 constexpr const char *kRvoUnit = "zelto_cantrix_rvo";
-constexpr uint32_t kNoObject = 0x90810003u;
 constexpr uint32_t kRenderEnd = 0x10820003u;  // end of the render enumeration
-constexpr uint32_t kBarredFallBack = 0x02D3u;
-constexpr const char *kMatchingKey = "zelto_ctx_track!matching";
-constexpr const char *kTrackMatched = "zelto_val_track_matched";
 
 uint32_t rvo_fail(uint32_t status, std::source_location where = std::source_location::current()) {
     return ombr::error_exit(status, where.line(), kRvoUnit);
@@ -29,13 +25,13 @@ struct ChildKeyRow {
     const char *filter;
 };
 constexpr ChildKeyRow kChildKeys[] = {
-    {"zelto_ctx_album!", "zelto_ctx_response_album", nullptr},
-    {"zelto_ctx_track!", "zelto_ctx_response_track", nullptr},
-    {"zelto_ctx_lyric!", "zelto_ctx_response_lyric", nullptr},
-    {"zelto_ctx_contributor!", "zelto_ctx_response_contributor", nullptr},
-    {"zelto_ctx_response_match!", "zelto_ctx_response_match", nullptr},
-    {"zelto_ctx_album!", "zelto_ctx_response_match", "zelto_ctx_album"},
-    {"zelto_ctx_contributor!", "zelto_ctx_response_match", "zelto_ctx_contributor"},
+    {ZELTO_CHILD_ALBUM, ZELTO_CTX_RESPONSE_ALBUM, nullptr},
+    {ZELTO_CHILD_TRACK, ZELTO_CTX_RESPONSE_TRACK, nullptr},
+    {ZELTO_CHILD_LYRIC, ZELTO_CTX_RESPONSE_LYRIC, nullptr},
+    {ZELTO_CHILD_CONTRIBUTOR, ZELTO_CTX_RESPONSE_CONTRIBUTOR, nullptr},
+    {ZELTO_CHILD_RESPONSE_MATCH, ZELTO_CTX_RESPONSE_MATCH, nullptr},
+    {ZELTO_CHILD_ALBUM, ZELTO_CTX_RESPONSE_MATCH, ZELTO_CTX_ALBUM},
+    {ZELTO_CHILD_CONTRIBUTOR, ZELTO_CTX_RESPONSE_MATCH, ZELTO_CTX_CONTRIBUTOR},
 };
 
 const ChildKeyRow *find_child_key(const cantrix_response *response, const char *key) {
@@ -70,15 +66,15 @@ cantrix_result *new_result() {
 
 // Per-key access to the texts of a response.
 char *cantrix_response::*range_text(const char *key) {
-    if (ombr_string_equal(key, "zelto_val_rangestart", 0)) return &cantrix_response::range_start_text;
-    if (ombr_string_equal(key, "zelto_val_rangeend", 0)) return &cantrix_response::range_end_text;
-    if (ombr_string_equal(key, "zelto_val_rangecount", 0)) return &cantrix_response::range_count_text;
+    if (ombr_string_equal(key, ZELTO_VAL_RANGESTART, 0)) return &cantrix_response::range_start_text;
+    if (ombr_string_equal(key, ZELTO_VAL_RANGEEND, 0)) return &cantrix_response::range_end_text;
+    if (ombr_string_equal(key, ZELTO_VAL_RANGECOUNT, 0)) return &cantrix_response::range_count_text;
     return nullptr;
 }
 
 bool is_response_value_key(const char *key) {
-    return range_text(key) || ombr_string_equal(key, "zelto_val_resultcount", 0) ||
-           ombr_string_equal(key, "zelto_val_decision", 0);
+    return range_text(key) || ombr_string_equal(key, ZELTO_VAL_RESULTCOUNT, 0) ||
+           ombr_string_equal(key, ZELTO_VAL_DECISION, 0);
 }
 
 }  // namespace
@@ -162,7 +158,7 @@ extern "C" uint32_t _cantrix_rvo_response_get_value(void *record, const char *ke
     auto *response = static_cast<cantrix_response *>(record);
     if (!is_response_value_key(key)) return rvo_fail(kUnsupported);
     if (ordinal != 1) return kNotFound;
-    if (ombr_string_equal(key, "zelto_val_resultcount", 0)) {
+    if (ombr_string_equal(key, ZELTO_VAL_RESULTCOUNT, 0)) {
         if (!response->result_count_text) {
             char digits[16];
             response->result_count_text = ombr_string_strdup(ombr_string_u32toa(response->row_count, digits, sizeof digits));
@@ -171,7 +167,7 @@ extern "C" uint32_t _cantrix_rvo_response_get_value(void *record, const char *ke
         *out_value = response->result_count_text;
         return 0;
     }
-    if (ombr_string_equal(key, "zelto_val_decision", 0)) {
+    if (ombr_string_equal(key, ZELTO_VAL_DECISION, 0)) {
         *out_value = response->decision ? "1" : "0";
         return 0;
     }
@@ -223,7 +219,7 @@ extern "C" uint32_t _cantrix_rvo_result_get_value(void *record, const char *key,
     if (result->object) status = g_cantrix_rvo_interface->rvo_value_get(result->object, key, ordinal, &value);
     // The object wins; values it lacks come from the info map, unless the
     // service barred the fall-back.
-    if (status != 0 && !is_failure(status) && OMBR_STATUS_VALUE(status) != kBarredFallBack && result->info &&
+    if (status != 0 && !is_failure(status) && OMBR_STATUS_VALUE(status) != ZELTO_RVO_ERROR_WITHHELD && result->info &&
         ordinal == 1)
         status = ombr_stringmap_value_find(result->info, key, &value);
     if (status == 0) *out_value = value;
@@ -249,9 +245,9 @@ extern "C" uint32_t _cantrix_rvo_result_get_child_count(void *record, const char
     uint32_t status = kNotFound;
     uint32_t count = 0;
     if (result->object) status = g_cantrix_rvo_interface->rvo_child_count(result->object, key, &count);
-    if (!is_failure(status) && ombr_string_equal(key, kMatchingKey, 1)) {
+    if (!is_failure(status) && ombr_string_equal(key, ZELTO_CHILD_TRACK_MATCHING, 1)) {
         uint32_t matched = 0;
-        status = _cantrix_rvo_result_get_value_count(record, kTrackMatched, &matched);
+        status = _cantrix_rvo_result_get_value_count(record, ZELTO_VAL_TRACK_MATCHED, &matched);
         if (status == 0 && matched > count) count = matched;
     }
     if (OMBR_STATUS_VALUE(status) == 3) status = 0;
@@ -267,10 +263,11 @@ extern "C" uint32_t _cantrix_rvo_result_get_child(void *record, const char *key,
     uint32_t status = kNotFound;
     if (result->object) status = rvo->rvo_child_get(result->object, key, ordinal, flag, &child);
     // Matching tracks named only by number are served as numbered tracks.
-    if ((!result->object || (status != 0 && !is_failure(status))) && ombr_string_equal(key, kMatchingKey, 1)) {
+    if ((!result->object || (status != 0 && !is_failure(status))) &&
+        ombr_string_equal(key, ZELTO_CHILD_TRACK_MATCHING, 1)) {
         const char *number = nullptr;
-        if (_cantrix_rvo_result_get_value(record, kTrackMatched, ordinal, &number) == 0)
-            (void)rvo->rvo_child_get(result->object, "zelto_ctx_track!number", ombr_string_atou32(number), flag,
+        if (_cantrix_rvo_result_get_value(record, ZELTO_VAL_TRACK_MATCHED, ordinal, &number) == 0)
+            (void)rvo->rvo_child_get(result->object, ZELTO_CHILD_TRACK_NUMBER, ombr_string_atou32(number), flag,
                                      &child);
     }
     uint32_t outcome = kNotFound;
@@ -296,7 +293,7 @@ extern "C" uint32_t _cantrix_rvo_result_render_value(void *record, uint32_t inde
     static constexpr struct {
         const char *key;
         const char *name;
-    } s_rvo_data_elems[] = {{"zelto_val_txtmatchscore", "MATCH_SCORE"}};
+    } s_rvo_data_elems[] = {{ZELTO_VAL_TXTMATCHSCORE, "MATCH_SCORE"}};
     auto *result = static_cast<cantrix_result *>(record);
     if (index > 0) return kRenderEnd;
     const char *value = nullptr;
@@ -338,30 +335,30 @@ extern "C" uint32_t _cantrix_rvo_result_release(void *record) {
 
 extern "C" {
 const zelto_rvo_provider g_cantrix_rvo_response_provider = {
-    nullptr,
-    _cantrix_rvo_response_get_context,
-    _cantrix_rvo_response_get_child_count,
-    _cantrix_rvo_response_get_child,
-    _cantrix_rvo_response_get_value_count,
-    _cantrix_rvo_response_get_value,
-    nullptr,
-    nullptr,
-    _cantrix_rvo_response_set_locale,
-    nullptr,
-    _cantrix_rvo_response_release,
+    .reserved0 = nullptr,
+    .get_context = _cantrix_rvo_response_get_context,
+    .get_child_count = _cantrix_rvo_response_get_child_count,
+    .get_child = _cantrix_rvo_response_get_child,
+    .get_value_count = _cantrix_rvo_response_get_value_count,
+    .get_value = _cantrix_rvo_response_get_value,
+    .reserved6 = nullptr,
+    .render_value = nullptr,
+    .set_locale = _cantrix_rvo_response_set_locale,
+    .get_locale = nullptr,
+    .release = _cantrix_rvo_response_release,
 };
 
 const zelto_rvo_provider g_cantrix_rvo_result_provider = {
-    nullptr,
-    _cantrix_rvo_result_get_context,
-    _cantrix_rvo_result_get_child_count,
-    _cantrix_rvo_result_get_child,
-    _cantrix_rvo_result_get_value_count,
-    _cantrix_rvo_result_get_value,
-    nullptr,
-    _cantrix_rvo_result_render_value,
-    _cantrix_rvo_result_set_locale,
-    _cantrix_rvo_result_get_locale,
-    _cantrix_rvo_result_release,
+    .reserved0 = nullptr,
+    .get_context = _cantrix_rvo_result_get_context,
+    .get_child_count = _cantrix_rvo_result_get_child_count,
+    .get_child = _cantrix_rvo_result_get_child,
+    .get_value_count = _cantrix_rvo_result_get_value_count,
+    .get_value = _cantrix_rvo_result_get_value,
+    .reserved6 = nullptr,
+    .render_value = _cantrix_rvo_result_render_value,
+    .set_locale = _cantrix_rvo_result_set_locale,
+    .get_locale = _cantrix_rvo_result_get_locale,
+    .release = _cantrix_rvo_result_release,
 };
 }

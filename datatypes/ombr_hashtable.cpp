@@ -196,6 +196,8 @@ uint8_t chain_prefix_of(const hashtable_item *first) {
 
 uint32_t _ombr_hashtable_genhash(const char *key, bool case_sensitive) { return hash_key(key, case_sensitive).hash; }
 
+namespace {
+
 uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, const char *key, const void *value,
                                     uint32_t size, uint8_t copy, item_t **out_item) {
     if ((value == nullptr) != (size == 0)) return kInvalidArg;
@@ -359,7 +361,6 @@ void _ombr_hashtable_removeitem(ombr_hashtable *table, item_t *item) {
     table->count -= 1;
 }
 
-namespace {
 
 // Adds a fresh item; on failure the item dies without its value reaching
 // the callback, since the value still belongs to the caller.
@@ -372,7 +373,6 @@ uint32_t add_or_discard(ombr_hashtable *table, item_t *item) {
     return status;
 }
 
-}  // namespace
 
 // Replaces an item by a new one with the same key: the entry moves to the
 // end of the order list and of its chain.
@@ -398,7 +398,6 @@ uint32_t _ombr_hashtable_updateitem(ombr_hashtable *table, item_t *old, const vo
     return 0;
 }
 
-namespace {
 
 void clear_items(ombr_hashtable *table) {
     for (item_t *item = table->order_head, *next; item; item = next) {

@@ -39,8 +39,6 @@ uint32_t check_vector(const ombr_vector *vector, uint32_t bad_magic) {
 
 int32_t compare_raw(uintptr_t a, uintptr_t b) { return a > b ? 1 : (a < b ? -1 : 0); }
 
-}  // namespace
-
 // The compare step: the callback's answer; with literal set, its ties are
 // broken by the raw values. Without a callback the raw values decide.
 int32_t _ombr_vector_comparevalues(const ombr_vector *vector, uintptr_t a, uintptr_t b, bool literal) {
@@ -160,8 +158,6 @@ uint32_t _ombr_vector_first_of_equals(const ombr_vector *vector, uintptr_t entry
     }
     return p;
 }
-
-namespace {
 
 void clear_entries(ombr_vector *vector) {
     if (vector->free_entry)

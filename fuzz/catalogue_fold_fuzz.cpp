@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "fuzz/fuzz_support.h"
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     using fuzz::require;

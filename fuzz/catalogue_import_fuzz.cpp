@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "fuzz/fuzz_support.h"
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 namespace {
 

@@ -128,8 +128,6 @@ class EvaluationGuard {
 
 uint32_t handle_token(hdo_node *node, hdo_value *value, const char *step, const char *rest, hpath_query *query);
 
-}  // namespace
-
 // Cuts the next step off a path. Leading slashes are skipped; the step ends
 // at a "/" outside brackets, at a "(" or "[" after a name, behind a closing
 // ")" or "]"; brackets joined by "&" or "|" stay one (compound) step. The
@@ -290,8 +288,6 @@ uint32_t _ombr_hdo_do_hpath(hdo_node *node, hdo_value *value, const char *path, 
     if (status == 0 && query->done && query->matched != query->wanted && query->wanted != kAll) status = kNotFound;
     return out(status);
 }
-
-namespace {
 
 // A quoted text, or a non-zero number reformatted, as the query's text. A
 // literal has one occurrence and ends a path.

@@ -73,7 +73,11 @@ uint32_t errorinfo_set_format(uint32_t mapped, uint32_t source, const char *func
     return 0;
 }
 
-const zelto_errorinfo_interface g_table = {host::table_release, errorinfo_set, errorinfo_set_format};
+const zelto_errorinfo_interface g_table = {
+    .release = host::table_release,
+    .errorinfo_set = errorinfo_set,
+    .errorinfo_set_format = errorinfo_set_format,
+};
 
 }  // namespace
 

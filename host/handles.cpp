@@ -45,7 +45,13 @@ uint32_t handle_validate_rvo(const void *rvo) {
 }
 
 const zelto_handlemanager_interface g_table = {
-    host::table_release, handle_add, handle_remove, handle_validate, nullptr, handle_validate_user, handle_validate_rvo,
+    .release = host::table_release,
+    .handle_add = handle_add,
+    .handle_remove = handle_remove,
+    .handle_validate = handle_validate,
+    .reserved4 = nullptr,
+    .handle_validate_user = handle_validate_user,
+    .handle_validate_rvo = handle_validate_rvo,
 };
 
 }  // namespace

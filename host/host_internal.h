@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "zelto/zelto_manager.h"
+#include "zelto/zelto_host_services.h"
 
 #define HOST_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -24,6 +24,24 @@ constexpr bool is_host_magic(uint32_t magic) {
 
 // Slot 0 of every table the host hands out: gives back one reference.
 uint32_t table_release(const void *table);
+
+// Installs a provider's table for mode 1 or 2, or for both with mode 0;
+// `table_for` gives the table of a mode. Another mode is refused.
+template <typename TableFor>
+uint32_t install_provider(uint32_t mode, TableFor table_for) {
+    if (mode > ZELTO_PROVIDER_MODE_LOCAL) return ZELTO_LOOKUP_BAD_ARG;
+    for (uint32_t m = ZELTO_PROVIDER_MODE_ONLINE; m <= ZELTO_PROVIDER_MODE_LOCAL; ++m)
+        if (mode == 0 || mode == m)
+            if (uint32_t status = zelto_manager_lookup_set_provider(m, table_for(m))) return status;
+    return 0;
+}
+
+// Removes a provider's tables from every mode where they are installed.
+template <typename TableFor>
+void uninstall_provider(TableFor table_for) {
+    for (uint32_t m = ZELTO_PROVIDER_MODE_ONLINE; m <= ZELTO_PROVIDER_MODE_LOCAL; ++m)
+        if (zelto_manager_lookup_get_provider(m) == table_for(m)) zelto_manager_lookup_set_provider(m, nullptr);
+}
 
 // Adds or replaces a named service table (for services that register
 // themselves from their own unit).

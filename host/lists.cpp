@@ -74,14 +74,11 @@ uint32_t list_language_get(const char *language, const char **out_text) {
     return 0;
 }
 
-zelto_lists_interface make_table() {
-    zelto_lists_interface table{};
-    table.release = host::table_release;
-    table.list_language_get = list_language_get;
-    return table;
-}
-
-const zelto_lists_interface g_table = make_table();
+const zelto_lists_interface g_table = {
+    .release = host::table_release,
+    .reserved = {},
+    .list_language_get = list_language_get,
+};
 
 }  // namespace
 

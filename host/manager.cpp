@@ -9,6 +9,7 @@
 #include <strings.h>
 
 #include "host_internal.h"
+#include "zelto/zelto_host_services.h"
 
 namespace {
 
@@ -23,8 +24,6 @@ struct Service {
     std::map<uint32_t, const void *> mode_tables;
 };
 
-constexpr const char kLookupService[] = "_zelto_lookup_interface";
-
 struct Registry {
     std::mutex mutex;
     std::map<std::string, Service> services;
@@ -37,29 +36,29 @@ struct Registry {
 Registry &registry() {
     static Registry *r = [] {
         auto *reg = new Registry;
-        reg->services["_zelto_errorinfo_interface"].table = host::errorinfo_table();
-        reg->services["_zelto_handlemanager_interface"].table = host::handles_table();
-        reg->services["_zelto_userinfo_interface"].table = host::users_table();
-        reg->services["_zelto_rvo_interface"].table = host::rvo_table();
-        reg->services["_zelto_listmanager_interface"].table = host::lists_table();
-        reg->services["_zelto_serialization_interface"].table = host::serialization_table();
+        reg->services[ZELTO_SERVICE_ERRORINFO].table = host::errorinfo_table();
+        reg->services[ZELTO_SERVICE_HANDLEMANAGER].table = host::handles_table();
+        reg->services[ZELTO_SERVICE_USERINFO].table = host::users_table();
+        reg->services[ZELTO_SERVICE_RVO].table = host::rvo_table();
+        reg->services[ZELTO_SERVICE_LISTS].table = host::lists_table();
+        reg->services[ZELTO_SERVICE_SERIALIZATION].table = host::serialization_table();
         // Signal processing exists only in a host built with Chromaprint.
-        if (const void *dsp = host::dsp_table()) reg->services["_zelto_dsp_interface"].table = dsp;
-        reg->services[kLookupService].by_mode = true;
+        if (const void *dsp = host::dsp_table()) reg->services[ZELTO_SERVICE_DSP].table = dsp;
+        reg->services[ZELTO_SERVICE_LOOKUP].by_mode = true;
         return reg;
     }();
     return *r;
 }
 
 uint32_t interface_get(const char *name, uint32_t mode, uint32_t /*reserved*/, const void **out_table) {
-    if (!name || !out_table) return 0x90070001u;
+    if (!name || !out_table) return ZELTO_MANAGER_BAD_ARG;
     Registry &r = registry();
     std::lock_guard<std::mutex> guard(r.mutex);
     auto it = r.services.find(name);
     if (it == r.services.end() || !it->second.enabled) return ZELTO_MANAGER_NO_SERVICE;
     const void *table = it->second.table;
     if (it->second.by_mode) {
-        if (mode != 1 && mode != 2) return 0x90070001u;
+        if (mode != ZELTO_PROVIDER_MODE_ONLINE && mode != ZELTO_PROVIDER_MODE_LOCAL) return ZELTO_MANAGER_BAD_ARG;
         auto m = it->second.mode_tables.find(mode);
         table = m == it->second.mode_tables.end() ? nullptr : m->second;
     }
@@ -79,7 +78,12 @@ uint32_t register_package(uint32_t number, const char *name) {
 }
 
 const zelto_manager_table g_table = {
-    ZELTO_MANAGER_MAGIC, ZELTO_MANAGER_VERSION, interface_get, nullptr, nullptr, register_package,
+    .magic = ZELTO_MANAGER_MAGIC,
+    .version = ZELTO_MANAGER_VERSION,
+    .interface_get = interface_get,
+    .reserved3 = nullptr,
+    .reserved4 = nullptr,
+    .register_package = register_package,
 };
 
 }  // namespace
@@ -99,10 +103,10 @@ uint32_t table_release(const void *table) {
     }
     // A provider table that was installed and removed again: still callable.
     if (r.retired.count(table)) {
-        --r.services[kLookupService].refs;
+        --r.services[ZELTO_SERVICE_LOOKUP].refs;
         return 0;
     }
-    return 0x90070001u;
+    return ZELTO_MANAGER_BAD_ARG;
 }
 
 // Adds a service table under a name; used by the services that register
@@ -162,10 +166,10 @@ HOST_EXPORT const char *zelto_manager_package_name(uint32_t number) {
 }
 
 HOST_EXPORT uint32_t zelto_manager_lookup_set_provider(uint32_t mode, const zelto_lookup_interface *table) {
-    if (mode != 1 && mode != 2) return 0x90070001u;
+    if (mode != ZELTO_PROVIDER_MODE_ONLINE && mode != ZELTO_PROVIDER_MODE_LOCAL) return ZELTO_MANAGER_BAD_ARG;
     Registry &r = registry();
     std::lock_guard<std::mutex> guard(r.mutex);
-    auto &tables = r.services[kLookupService].mode_tables;
+    auto &tables = r.services[ZELTO_SERVICE_LOOKUP].mode_tables;
     auto it = tables.find(mode);
     if (it != tables.end()) {
         r.retired.insert(it->second);
@@ -181,7 +185,7 @@ HOST_EXPORT uint32_t zelto_manager_lookup_set_provider(uint32_t mode, const zelt
 HOST_EXPORT const zelto_lookup_interface *zelto_manager_lookup_get_provider(uint32_t mode) {
     Registry &r = registry();
     std::lock_guard<std::mutex> guard(r.mutex);
-    auto &tables = r.services[kLookupService].mode_tables;
+    auto &tables = r.services[ZELTO_SERVICE_LOOKUP].mode_tables;
     auto it = tables.find(mode);
     return it == tables.end() ? nullptr : static_cast<const zelto_lookup_interface *>(it->second);
 }

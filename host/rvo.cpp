@@ -154,9 +154,21 @@ uint32_t rvo_get_locale(zelto_rvo_handle handle, zelto_locale_handle *out_locale
 }
 
 const zelto_rvo_interface g_table = {
-    host::table_release, rvo_create,      nullptr,         rvo_addref,    rvo_release,
-    rvo_get_context,     rvo_value_count, rvo_value_get,   nullptr,       rvo_child_count,
-    rvo_child_get,       nullptr,         nullptr,         rvo_set_locale, rvo_get_locale,
+    .release = host::table_release,
+    .rvo_create = rvo_create,
+    .reserved2 = nullptr,
+    .rvo_addref = rvo_addref,
+    .rvo_release = rvo_release,
+    .rvo_get_context = rvo_get_context,
+    .rvo_value_count = rvo_value_count,
+    .rvo_value_get = rvo_value_get,
+    .reserved8 = nullptr,
+    .rvo_child_count = rvo_child_count,
+    .rvo_child_get = rvo_child_get,
+    .reserved11 = nullptr,
+    .reserved12 = nullptr,
+    .rvo_set_locale = rvo_set_locale,
+    .rvo_get_locale = rvo_get_locale,
 };
 
 }  // namespace

@@ -85,15 +85,12 @@ uint32_t serial_free(void *data) {
     return 0;
 }
 
-zelto_serialization_interface make_table() {
-    zelto_serialization_interface table{};
-    table.release = host::table_release;
-    table.serial_decode = serial_decode;
-    table.serial_free = serial_free;
-    return table;
-}
-
-const zelto_serialization_interface g_table = make_table();
+const zelto_serialization_interface g_table = {
+    .release = host::table_release,
+    .reserved1 = nullptr,
+    .serial_decode = serial_decode,
+    .serial_free = serial_free,
+};
 
 }  // namespace
 

@@ -55,7 +55,7 @@ namespace {
 
 std::atomic<uint32_t> g_tree_live{0};
 
-constexpr const char kCtxPrefix[] = "zelto_ctx_";
+constexpr const char kCtxPrefix[] = ZELTO_CTX_PREFIX;
 
 bool live_tree(const zelto_manager_tree *tree) { return tree && host::handles_valid(tree, host::kTreeMagic); }
 
@@ -77,7 +77,9 @@ void tree_drop(zelto_manager_tree *tree) {
 
 bool starts_with(const char *text, const char *prefix) { return std::strncmp(text, prefix, std::strlen(prefix)) == 0; }
 
-bool is_value_key(const char *key) { return starts_with(key, "zelto_val_") || starts_with(key, "_sdkmgr_val_"); }
+bool is_value_key(const char *key) {
+    return starts_with(key, ZELTO_VAL_PREFIX) || starts_with(key, ZELTO_SDKMGR_VAL_PREFIX);
+}
 
 // Splits "zelto_ctx_track!matching" into base and selector. A child key must
 // begin with "zelto_ctx_", have a name, and contain the "!".
@@ -169,7 +171,7 @@ bool node_number(zelto_manager_tree *node, const std::string &base, uint32_t *ou
         *out = node->number;
         return true;
     }
-    std::string key = "zelto_val_" + base.substr(sizeof(kCtxPrefix) - 1) + "number";
+    std::string key = ZELTO_VAL_PREFIX + base.substr(sizeof(kCtxPrefix) - 1) + "number";
     for (auto &value : node->values) {
         if (value->key != key) continue;
         const std::string &text = value->text;
@@ -333,8 +335,17 @@ uint32_t tp_release(void *record) {
 }
 
 const zelto_rvo_provider g_provider = {
-    nullptr,     tp_get_context, tp_get_child_count, tp_get_child,  tp_get_value_count, tp_get_value,
-    nullptr,     tp_render_value, tp_set_locale,     tp_get_locale, tp_release,
+    .reserved0 = nullptr,
+    .get_context = tp_get_context,
+    .get_child_count = tp_get_child_count,
+    .get_child = tp_get_child,
+    .get_value_count = tp_get_value_count,
+    .get_value = tp_get_value,
+    .reserved6 = nullptr,
+    .render_value = tp_render_value,
+    .set_locale = tp_set_locale,
+    .get_locale = tp_get_locale,
+    .release = tp_release,
 };
 
 // True if `target` is `root` or lies below it.

@@ -57,8 +57,13 @@ uint32_t userinfo_option_get(void *u, const char *key, const char **out_value) {
     return 0;
 }
 
-const zelto_userinfo_interface g_table = {host::table_release, nullptr, userinfo_addref, userinfo_release,
-                                          userinfo_option_get};
+const zelto_userinfo_interface g_table = {
+    .release = host::table_release,
+    .reserved1 = nullptr,
+    .userinfo_addref = userinfo_addref,
+    .userinfo_release = userinfo_release,
+    .userinfo_option_get = userinfo_option_get,
+};
 
 }  // namespace
 

@@ -52,7 +52,7 @@ OMBR_API uint32_t ombr_spinlock_delete(ombr_spinlock_t *lock) {
 
 OMBR_API uint32_t ombr_atomic_initialize(void) { return ombr::package_initialize(s_atomic, atomic_init_func); }
 OMBR_API uint32_t ombr_atomic_shutdown(void) { return ombr::package_shutdown(s_atomic, atomic_shutdown_func); }
-OMBR_API uint32_t ombr_atomic_initchecks(void) { return s_atomic.initialized; }
+OMBR_API uint32_t ombr_atomic_initchecks(void) { return s_atomic.count(); }
 
 OMBR_API uint32_t ombr_atomic_set(uint32_t *word, uint32_t value) {
     return with_atomic_mutex(word, [&](uint32_t &w) { w = value; });

@@ -3,6 +3,9 @@
 #ifndef OMBR_FRAME_H
 #define OMBR_FRAME_H
 
+#include <pthread.h>
+
+#include <atomic>
 #include <source_location>
 
 #include "ombr/ombr_base.h"
@@ -47,38 +50,63 @@ class SpinGuard {
 };
 
 // Static state of one package: zero at load, zero again after the last
-// shutdown.
+// shutdown. The count is changed under `init_lock` and read atomically, so
+// initchecks may read it from any thread without the lock.
 struct PackageState {
     ombr_spinlock_t init_lock;
-    uint32_t initialized;
+    std::atomic<uint32_t> initialized;
+
+    uint32_t count() const { return initialized.load(std::memory_order_acquire); }
 };
 
 constexpr const char *kVersion = "3.2.0.422";
 constexpr const char *kBaseBuildDate = "2013-01-08 07:49-0800";
 
-// Reference-counted bring-up: the init function runs at the first call only.
-// A failing init function gives the plain number 10 and leaves the count at 0.
-inline uint32_t package_initialize(PackageState &state, uint32_t (*init_func)()) {
-    ombr_spinlock_lock(&state.init_lock);
-    if (state.initialized == 0 && init_func() != 0) {
-        ombr_spinlock_unlock(&state.init_lock);
-        return 10;
-    }
-    state.initialized += 1;
-    ombr_spinlock_unlock(&state.init_lock);
+// Bring-up and take-down of all packages (and of the module) also hold one
+// process-wide recursive lock, taken before a package's own lock. A
+// package's lock record is destroyed and cleared after its last take-down;
+// this lock makes sure that no other thread is taking it at that moment. It
+// is recursive because a package's bring-up brings up the packages it needs.
+inline pthread_mutex_t &frame_mutex() {
+    static pthread_mutex_t mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    return mutex;
+}
+
+class FrameGuard {
+   public:
+    FrameGuard() { pthread_mutex_lock(&frame_mutex()); }
+    ~FrameGuard() { pthread_mutex_unlock(&frame_mutex()); }
+    FrameGuard(const FrameGuard &) = delete;
+    FrameGuard &operator=(const FrameGuard &) = delete;
+};
+
+// Reference-counted bring-up: `init_func` runs at the first call only. A
+// failing init function gives the plain number 10 and leaves the count at 0.
+template <typename Init>
+inline uint32_t package_initialize(PackageState &state, Init init_func) {
+    FrameGuard frame;
+    SpinGuard guard(&state.init_lock);
+    if (state.count() == 0 && init_func() != 0) return 10;
+    state.initialized.fetch_add(1, std::memory_order_acq_rel);
     return 0;
 }
 
-// Reference-counted take-down: 7 while down; the shutdown function runs when
-// the count leaves 1, and the lock record is reset once the count is 0.
-inline uint32_t package_shutdown(PackageState &state, uint32_t (*shutdown_func)()) {
-    if (state.initialized == 0) return 7;
+// Reference-counted take-down: 7 while down; `shutdown_func` runs when the
+// count leaves 1, and its status is the result. The lock record is destroyed
+// and cleared once the count is 0.
+template <typename Shutdown>
+inline uint32_t package_shutdown(PackageState &state, Shutdown shutdown_func) {
+    if (state.count() == 0) return 7;
+    FrameGuard frame;
     uint32_t status = 0;
-    ombr_spinlock_lock(&state.init_lock);
-    if (state.initialized == 1) status = shutdown_func();
-    state.initialized -= 1;
-    ombr_spinlock_unlock(&state.init_lock);
-    if (state.initialized == 0) {
+    {
+        SpinGuard guard(&state.init_lock);
+        // Another take-down may have come first since the test above.
+        if (state.count() == 0) return 7;
+        if (state.count() == 1) status = shutdown_func();
+        state.initialized.fetch_sub(1, std::memory_order_acq_rel);
+    }
+    if (state.count() == 0) {
         ombr_spinlock_delete(&state.init_lock);
         ombr_memory_memset(&state.init_lock, 0, sizeof state.init_lock);
     }
@@ -92,7 +120,7 @@ inline uint32_t package_shutdown(PackageState &state, uint32_t (*shutdown_func)(
 #define OMBR_DEFINE_PACKAGE_FRAME(pkg, state, init_func, shutdown_func, build_date)                     \
     OMBR_API uint32_t ombr_##pkg##_initialize(void) { return ombr::package_initialize(state, init_func); } \
     OMBR_API uint32_t ombr_##pkg##_shutdown(void) { return ombr::package_shutdown(state, shutdown_func); } \
-    OMBR_API uint32_t ombr_##pkg##_initchecks(void) { return state.initialized; }                          \
+    OMBR_API uint32_t ombr_##pkg##_initchecks(void) { return state.count(); }                              \
     OMBR_API const char *ombr_##pkg##_get_version(void) { return ombr::kVersion; }                         \
     OMBR_API const char *ombr_##pkg##_get_build_date(void) { return build_date; }
 

@@ -25,7 +25,7 @@ OMBR_API uint32_t ombr_random_initialize(void) { return ombr::package_initialize
 OMBR_API uint32_t ombr_random_shutdown(void) {
     return ombr::fail(ombr::package_shutdown(s_random, random_shutdown_func), kUnit);
 }
-OMBR_API uint32_t ombr_random_initchecks(void) { return s_random.initialized; }
+OMBR_API uint32_t ombr_random_initchecks(void) { return s_random.count(); }
 OMBR_API const char *ombr_random_get_version(void) { return ombr::kVersion; }
 OMBR_API const char *ombr_random_get_build_date(void) { return ombr::kBaseBuildDate; }
 

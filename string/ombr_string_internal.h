@@ -121,4 +121,14 @@ uint32_t _ombr_string_utf8_copy(char *dest, uint32_t size, const char *src, uint
 
 }  // extern "C"
 
+// Low-level UCS-2 / UTF-8 conversions over byte counts; `swap` byte-swaps
+// each unit on the way. Both return 0, or 1 for bad input (an odd byte count,
+// an invalid or truncated sequence); `out_written` counts the bytes written
+// to `dest`, also up to a bad sequence. The caller provides the room: three
+// bytes per unit, two bytes per input byte.
+uint32_t ucs2_to_utf8(const uint16_t *src, uint32_t bytes, uint8_t *dest, uint32_t *out_written, int swap);
+uint32_t utf8_to_ucs2(const uint8_t *src, uint32_t bytes, uint16_t *dest, uint32_t *out_written, int swap);
+// 1 on a little-endian host.
+int is_little_endian(void);
+
 #endif

@@ -1,7 +1,6 @@
 // UTF-8 decoding and encoding of one character, and the conversions between
 // UTF-8 and UCS-2 (16-bit units, optionally byte-swapped).
 #include "string/ombr_string_internal.h"
-#include "textcorr/ombr_textcorr_internal.h"
 
 using namespace ombr::str;
 
@@ -59,14 +58,59 @@ extern "C" uint32_t _utf8_set_next_char(char *buffer, uint32_t size, uint32_t co
     return 0;
 }
 
+uint32_t ucs2_to_utf8(const uint16_t *src, uint32_t bytes, uint8_t *dest, uint32_t *out_written, int swap) {
+    if (bytes & 1) return 1;
+    uint32_t written = 0;
+    for (uint32_t i = 0; i < bytes / 2; ++i) {
+        uint32_t u = swap ? swap16(src[i]) : src[i];
+        if (u <= 0x7F) {
+            dest[written++] = static_cast<uint8_t>(u);
+        } else if (u <= 0x7FF) {
+            dest[written++] = static_cast<uint8_t>(utfmarktab[1] | (u >> 6));
+            dest[written++] = static_cast<uint8_t>(0x80 | (u & 0x3F));
+        } else {
+            dest[written++] = static_cast<uint8_t>(utfmarktab[2] | (u >> 12));
+            dest[written++] = static_cast<uint8_t>(0x80 | ((u >> 6) & 0x3F));
+            dest[written++] = static_cast<uint8_t>(0x80 | (u & 0x3F));
+        }
+    }
+    *out_written = written;
+    return 0;
+}
+
+uint32_t utf8_to_ucs2(const uint8_t *src, uint32_t bytes, uint16_t *dest, uint32_t *out_written, int swap) {
+    uint32_t written = 0;
+    *out_written = 0;
+    uint32_t pos = 0;
+    while (pos < bytes) {
+        // The lead byte's size is checked against the bytes left before the
+        // decoder reads the sequence.
+        uint32_t size = lead_size(src[pos]);
+        if (size == 0 || size > bytes - pos) return 1;
+        const uint32_t value = decode_utf8(src + pos, &size);
+        if (size == 0) return 1;
+        auto unit = static_cast<uint16_t>(value);
+        dest[written / 2] = swap ? swap16(unit) : unit;
+        written += 2;
+        *out_written = written;
+        pos += size;
+    }
+    return 0;
+}
+
+int is_little_endian(void) {
+    const uint16_t probe = 1;
+    return *reinterpret_cast<const uint8_t *>(&probe) == 1;
+}
+
 OMBR_API uint32_t ombr_string_utf8_to_ucs2_buf(const char *input, uint32_t input_bytes, uint16_t *output,
                                                uint32_t *out_bytes_written, uint8_t byte_swap) {
     if (!out_bytes_written) return kInvalidArg;
     *out_bytes_written = 0;
     if (input_bytes == 0) return 0;
     if (!input || !output) return kInvalidArg;
-    // The wide-text kit's low-level conversion does the work; it counts the
-    // bytes written as it goes, also up to a bad sequence.
+    // The low-level conversion counts the bytes written as it goes, also up
+    // to a bad sequence.
     if (utf8_to_ucs2(bytes_of(input), input_bytes, output, out_bytes_written, byte_swap) != 0) return kInvalidUtf8;
     return 0;
 }

@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include "ombr/ombr_base.h"
+#include "string/ombr_string_internal.h"
 
 // Statuses of the package.
 constexpr uint32_t kTextcorrInvalidArgument = 0x900B0001u;
@@ -54,13 +55,8 @@ uni_char *straddc_us(uni_string *buffer, uni_char unit);
 uni_char *straddclen_us(uni_string *buffer, const uni_char *text, int32_t n);
 uni_char *strrep_us(uni_string *buffer, int32_t index, int32_t count, const uni_char *text);
 
-// Low-level UCS-2 / UTF-8 conversions over byte counts; `swap` byte-swaps
-// each unit on the way. Both return 0, or 1 for bad input; `out_written`
-// counts the bytes written to `dest`.
-uint32_t ucs2_to_utf8(const uni_char *src, uint32_t bytes, uint8_t *dest, uint32_t *out_written, int swap);
-uint32_t utf8_to_ucs2(const uint8_t *src, uint32_t bytes, uni_char *dest, uint32_t *out_written, int swap);
-// 1 on a little-endian host.
-int is_little_endian(void);
+// The low-level UCS-2 / UTF-8 conversions (ucs2_to_utf8, utf8_to_ucs2) and
+// is_little_endian are the string package's (string/ombr_string_internal.h).
 
 // ---- Number words (ombr_textcorr_numbers.cpp) -------------------------------
 

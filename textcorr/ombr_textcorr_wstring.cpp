@@ -1,13 +1,9 @@
-// Wide text kit of the normaliser: zero-terminated 16-bit unit strings, a
-// growing buffer on top of them, and the low-level UCS-2 / UTF-8 conversions.
+// Wide text kit of the normaliser: zero-terminated 16-bit unit strings and a
+// growing buffer on top of them.
 #include "string/ombr_string_internal.h"
 #include "textcorr/ombr_textcorr_internal.h"
 
 namespace {
-
-// The UTF-8 lead byte tables are the string package's.
-using ombr::str::utflmasktab;
-using ombr::str::utfmarktab;
 
 // Extra room taken at each growth so that single-unit appends stay cheap.
 constexpr uint32_t kGrowSlackBytes = 128;
@@ -178,52 +174,4 @@ uni_char *strrep_us(uni_string *buffer, int32_t index, int32_t count, const uni_
     buffer->length += n - count;
     buffer->text[buffer->length] = 0;
     return buffer->text;
-}
-
-// ---- Conversions -------------------------------------------------------------------
-
-uint32_t ucs2_to_utf8(const uni_char *src, uint32_t bytes, uint8_t *dest, uint32_t *out_written, int swap) {
-    if (bytes & 1) return 1;
-    uint32_t written = 0;
-    for (uint32_t i = 0; i < bytes / 2; ++i) {
-        uint32_t u = swap ? swap_unit(src[i]) : src[i];
-        if (u <= 0x7F) {
-            dest[written++] = static_cast<uint8_t>(u);
-        } else if (u <= 0x7FF) {
-            dest[written++] = static_cast<uint8_t>(utfmarktab[1] | (u >> 6));
-            dest[written++] = static_cast<uint8_t>(0x80 | (u & 0x3F));
-        } else {
-            dest[written++] = static_cast<uint8_t>(utfmarktab[2] | (u >> 12));
-            dest[written++] = static_cast<uint8_t>(0x80 | ((u >> 6) & 0x3F));
-            dest[written++] = static_cast<uint8_t>(0x80 | (u & 0x3F));
-        }
-    }
-    *out_written = written;
-    return 0;
-}
-
-uint32_t utf8_to_ucs2(const uint8_t *src, uint32_t bytes, uni_char *dest, uint32_t *out_written, int swap) {
-    uint32_t written = 0;
-    *out_written = 0;
-    uint32_t pos = 0;
-    while (pos < bytes) {
-        uint32_t size = ombr::str::lead_size(src[pos]);
-        if (size == 0 || size > bytes - pos) return 1;
-        uint32_t value = src[pos] & utflmasktab[size - 1];
-        for (uint32_t k = 1; k < size; ++k) {
-            if (!ombr::str::is_continuation(src[pos + k])) return 1;
-            value = (value << 6) | (src[pos + k] & 0x3F);
-        }
-        auto unit = static_cast<uni_char>(value);
-        dest[written / 2] = swap ? swap_unit(unit) : unit;
-        written += 2;
-        *out_written = written;
-        pos += size;
-    }
-    return 0;
-}
-
-int is_little_endian(void) {
-    const uint16_t probe = 1;
-    return *reinterpret_cast<const uint8_t *>(&probe) == 1;
 }

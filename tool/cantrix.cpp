@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tool/results.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -88,32 +89,20 @@ struct Options {
     std::exit(kUsage);
 }
 
-bool parse_u32(std::string_view text, uint32_t &out) {
-    if (text.empty() || text.size() > 10) return false;
-    uint64_t n = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        n = n * 10 + static_cast<uint64_t>(c - '0');
-    }
-    if (n > 0xFFFFFFFFu) return false;
-    out = static_cast<uint32_t>(n);
-    return true;
-}
-
 Options parse(int argc, char **argv) {
     Options o;
     struct TextOption {
         const char *flag, *field;
     };
     static constexpr TextOption kText[] = {
-        {"--artist", "zelto_cantrix_field_artist"},
-        {"--album", "zelto_cantrix_field_album"},
-        {"--title", "zelto_cantrix_field_title"},
-        {"--composer", "zelto_cantrix_field_composer"},
-        {"--album-artist", "zelto_cantrix_field_album_artist"},
-        {"--track-artist", "zelto_cantrix_field_track_artist"},
-        {"--lyric", "zelto_cantrix_field_lyric"},
-        {"--fragment", "zelto_cantrix_field_fragment"},
+        {"--artist", ZELTO_CANTRIX_FIELD_ARTIST},
+        {"--album", ZELTO_CANTRIX_FIELD_ALBUM},
+        {"--title", ZELTO_CANTRIX_FIELD_TITLE},
+        {"--composer", ZELTO_CANTRIX_FIELD_COMPOSER},
+        {"--album-artist", ZELTO_CANTRIX_FIELD_ALBUM_ARTIST},
+        {"--track-artist", ZELTO_CANTRIX_FIELD_TRACK_ARTIST},
+        {"--lyric", ZELTO_CANTRIX_FIELD_LYRIC},
+        {"--fragment", ZELTO_CANTRIX_FIELD_FRAGMENT},
     };
     std::vector<std::string> positional;
     for (int i = 1; i < argc; ++i) {
@@ -168,14 +157,14 @@ Options parse(int argc, char **argv) {
             const std::string v = value();
             const size_t colon = v.find(':');
             uint32_t s = 0, n = 0;
-            if (colon == std::string::npos || !parse_u32(std::string_view(v).substr(0, colon), s) ||
-                !parse_u32(std::string_view(v).substr(colon + 1), n) || s == 0 || n == 0)
+            if (colon == std::string::npos || !tool::parse_u32(std::string_view(v).substr(0, colon), s) ||
+                !tool::parse_u32(std::string_view(v).substr(colon + 1), n) || s == 0 || n == 0)
                 usage_error("--range needs START:SIZE with positive numbers, e.g. 1:10");
             o.start = s;
             o.size = n;
         } else if (arg == "--start" || arg == "--size") {
             uint32_t n = 0;
-            if (!parse_u32(value(), n) || n == 0) usage_error(arg + " needs a positive number");
+            if (!tool::parse_u32(value(), n) || n == 0) usage_error(arg + " needs a positive number");
             (arg == "--start" ? o.start : o.size) = n;
         } else {
             bool known = false;
@@ -211,302 +200,15 @@ Options parse(int argc, char **argv) {
     return o;
 }
 
-// ---- Status texts -------------------------------------------------------------------
-
-const char *status_meaning(uint32_t status) {
-    switch (status) {
-        case ZELTO_CANTRIX_INVALID_ARG: return "invalid argument";
-        case ZELTO_CANTRIX_NO_MEMORY: return "out of memory";
-        case ZELTO_CANTRIX_RESULT_NO_OBJECT: return "result without object";
-        case ZELTO_CANTRIX_NOT_FOUND: return "not found";
-        case ZELTO_CANTRIX_BUSY: return "query busy";
-        case ZELTO_CANTRIX_NOT_INITIALIZED: return "module not initialised";
-        case ZELTO_CANTRIX_INIT_FAILED: return "initialisation failed";
-        case ZELTO_CANTRIX_UNSUPPORTED: return "unsupported";
-        case ZELTO_CANTRIX_INVALID_DATA: return "invalid data";
-        case ZELTO_CANTRIX_NO_SERVICE: return "no lookup provider for this mode";
-        case ZELTO_CANTRIX_INVALID_TOC: return "invalid TOC";
-        case ZELTO_CANTRIX_NO_SUITABLE_INPUT: return "no suitable input for this search";
-        case ZELTO_CANTRIX_RANGE_INVALID: return "invalid result range";
-        case ZELTO_CANTRIX_INVALID_UTF8: return "invalid UTF-8";
-        case ZELTO_CATALOGUE_ABORTED: return "lookup aborted";
-        case ZELTO_CATALOGUE_INVALID_DATA: return "request data refused by the catalogue";
-        case ZELTO_CATALOGUE_DATABASE: return "catalogue database failure";
-    }
-    return "failure";
-}
-
 // Prints a failed call with the module's status, its meaning and the last
 // error message of the manager.
 void report(const char *what, uint32_t status) {
     const char *message = nullptr;
     uint32_t source = 0;
     zelto_manager_errorinfo_get(&source, nullptr, &message);
-    std::fprintf(stderr, "cantrix: %s: status 0x%08X (%s)", what, status, status_meaning(status));
+    std::fprintf(stderr, "cantrix: %s: status 0x%08X (%s)", what, status, zelto_manager_status_text(status));
     if (message && *message) std::fprintf(stderr, ": %s", message);
     std::fputc('\n', stderr);
-}
-
-// ---- Result walking -----------------------------------------------------------------
-
-// Owner of one reference on a result object.
-class Object {
-   public:
-    Object() = default;
-    explicit Object(zelto_rvo_handle h) : h_(h) {}
-    ~Object() { zelto_manager_rvo_release(h_); }
-    Object(Object &&other) noexcept : h_(other.h_) { other.h_ = nullptr; }
-    Object(const Object &) = delete;
-    Object &operator=(const Object &) = delete;
-    zelto_rvo_handle get() const { return h_; }
-    zelto_rvo_handle *out() { return &h_; }
-    explicit operator bool() const { return h_ != nullptr; }
-
-    std::string value(const char *key) const {
-        const char *v = nullptr;
-        return h_ && zelto_manager_rvo_value_get(h_, key, 1, &v) == 0 && v ? v : "";
-    }
-    uint32_t count(const char *key) const {
-        uint32_t n = 0;
-        return h_ && zelto_manager_rvo_child_count(h_, key, &n) == 0 ? n : 0;
-    }
-    Object child(const char *key, uint32_t ordinal) const {
-        Object c;
-        if (h_ && zelto_manager_rvo_child_get(h_, key, ordinal, 0, c.out()) != 0) c.h_ = nullptr;
-        return c;
-    }
-    std::string context() const {
-        const char *c = nullptr;
-        return h_ && zelto_manager_rvo_get_context(h_, &c) == 0 && c ? c : "";
-    }
-    // Display texts of the title and the artist.
-    std::string title() const { return child("zelto_ctx_title!off", 1).value("zelto_val_display"); }
-    std::string artist() const {
-        return child("zelto_ctx_artist!", 1).child("zelto_ctx_name!off", 1).value("zelto_val_display");
-    }
-    std::string name() const { return child("zelto_ctx_name!off", 1).value("zelto_val_display"); }
-
-   private:
-    zelto_rvo_handle h_ = nullptr;
-};
-
-std::string json_quote(const std::string &s) {
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\t': out += "\\t"; break;
-            case '\r': out += "\\r"; break;
-            default:
-                if (c < 0x20) {
-                    char buf[8];
-                    std::snprintf(buf, sizeof buf, "\\u%04x", c);
-                    out += buf;
-                } else {
-                    out += static_cast<char>(c);
-                }
-        }
-    }
-    return out + "\"";
-}
-
-std::string duration_text(const std::string &ms) {
-    uint32_t n = 0;
-    if (!parse_u32(ms, n)) return "";
-    const uint32_t s = (n + 500) / 1000;
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%u:%02u", s / 60, s % 60);
-    return buf;
-}
-
-// A small JSON writer of objects with string or number members.
-class Json {
-   public:
-    void open(char bracket) {
-        comma();
-        out_ += bracket;
-        first_ = true;
-    }
-    void close(char bracket) {
-        out_ += bracket;
-        first_ = false;
-    }
-    void key(const char *k) {
-        comma();
-        out_ += json_quote(k) + ":";
-        first_ = true;
-    }
-    void str(const char *k, const std::string &v) {
-        if (v.empty()) return;
-        key(k);
-        out_ += json_quote(v);
-        first_ = false;
-    }
-    void num(const char *k, const std::string &v) {
-        uint32_t n = 0;
-        if (!parse_u32(v, n)) return str(k, v);
-        key(k);
-        out_ += v;
-        first_ = false;
-    }
-    const std::string &text() const { return out_; }
-
-   private:
-    void comma() {
-        if (!first_) out_ += ',';
-        first_ = false;
-    }
-    std::string out_;
-    bool first_ = true;
-};
-
-void print_tracks_text(const Object &album) {
-    const uint32_t n = album.count("zelto_ctx_track!");
-    for (uint32_t i = 1; i <= n; ++i) {
-        Object t = album.child("zelto_ctx_track!", i);
-        std::printf("    %3s. %s", t.value("zelto_val_tracknumber").c_str(), t.title().c_str());
-        const std::string artist = t.artist(), album_artist = album.artist();
-        if (!artist.empty() && artist != album_artist) std::printf(" - %s", artist.c_str());
-        const std::string d = duration_text(t.value("zelto_val_duration"));
-        if (!d.empty()) std::printf(" (%s)", d.c_str());
-        std::putchar('\n');
-    }
-}
-
-void json_tracks(Json &j, const Object &album) {
-    const uint32_t n = album.count("zelto_ctx_track!");
-    j.key("tracks");
-    j.open('[');
-    for (uint32_t i = 1; i <= n; ++i) {
-        Object t = album.child("zelto_ctx_track!", i);
-        j.open('{');
-        j.num("number", t.value("zelto_val_tracknumber"));
-        j.str("title", t.title());
-        j.str("artist", t.artist());
-        j.num("duration_ms", t.value("zelto_val_duration"));
-        j.str("tui", t.value("zelto_val_tui"));
-        j.close('}');
-    }
-    j.close(']');
-}
-
-// Child key of the rows for each kind of search.
-const char *row_key(const std::string &kind) {
-    if (kind == "tracks") return "zelto_ctx_track!";
-    if (kind == "matches") return "zelto_ctx_response_match!";
-    if (kind == "lyrics") return "zelto_ctx_lyric!";
-    return "zelto_ctx_album!";
-}
-
-void print_response(const Object &response, const std::string &kind, bool json) {
-    const char *key = row_key(kind);
-    const uint32_t rows = response.count(key);
-    Json j;
-    if (json) {
-        j.open('{');
-        j.str("kind", kind);
-        j.num("range_start", response.value("zelto_val_rangestart"));
-        j.num("range_end", response.value("zelto_val_rangeend"));
-        j.num("range_count", response.value("zelto_val_rangecount"));
-        j.key("results");
-        j.open('[');
-    } else if (rows == 0) {
-        std::printf("no match\n");
-        return;
-    } else {
-        const std::string count = response.value("zelto_val_rangecount");
-        std::printf("%u result%s", rows, rows == 1 ? "" : "s");
-        if (!count.empty() && count != "0")
-            std::printf(" (%s to %s of %s)", response.value("zelto_val_rangestart").c_str(),
-                        response.value("zelto_val_rangeend").c_str(), count.c_str());
-        std::putchar('\n');
-    }
-    for (uint32_t i = 1; i <= rows; ++i) {
-        Object row = response.child(key, i);
-        const std::string context = row.context();
-        const std::string score = row.value("zelto_val_txtmatchscore");
-        const std::string match_type = row.value("_sdkmgr_val_match_type");
-        const std::string lookup_type = row.value("_sdkmgr_val_lookup_type");
-        if (json) {
-            j.open('{');
-            j.str("context", context);
-            j.num("match_score", score);
-            j.str("match_type", match_type);
-            j.str("lookup_type", lookup_type);
-        } else {
-            std::printf("\n[%u]", i);
-        }
-        if (context == "zelto_ctx_album") {
-            const std::string title = row.title().empty() ? row.value("zelto_val_title") : row.title();
-            const std::string artist = row.artist().empty() ? row.value("zelto_val_artist") : row.artist();
-            if (json) {
-                j.str("title", title);
-                j.str("artist", artist);
-                j.num("year", row.value("zelto_val_year"));
-                j.str("genre", row.value("zelto_val_genre"));
-                j.num("track_count", row.value("zelto_val_albumtrackcnt"));
-                j.str("tui", row.value("zelto_val_tui"));
-                j.str("toc", row.value("zelto_val_toc"));
-                json_tracks(j, row);
-            } else {
-                std::printf(" %s - %s", artist.c_str(), title.c_str());
-                const std::string year = row.value("zelto_val_year");
-                if (!year.empty()) std::printf(" (%s)", year.c_str());
-                std::putchar('\n');
-                const std::string genre = row.value("zelto_val_genre");
-                std::printf("    tracks: %s", row.value("zelto_val_albumtrackcnt").c_str());
-                if (!genre.empty()) std::printf("  genre: %s", genre.c_str());
-                std::printf("  id: %s\n", row.value("zelto_val_tui").c_str());
-                print_tracks_text(row);
-            }
-        } else if (context == "zelto_ctx_track") {
-            if (json) {
-                j.num("number", row.value("zelto_val_tracknumber"));
-                j.str("title", row.title());
-                j.str("artist", row.artist());
-                j.num("duration_ms", row.value("zelto_val_duration"));
-                j.str("tui", row.value("zelto_val_tui"));
-            } else {
-                std::printf(" %s - %s", row.artist().c_str(), row.title().c_str());
-                const std::string d = duration_text(row.value("zelto_val_duration"));
-                if (!d.empty()) std::printf(" (%s)", d.c_str());
-                std::putchar('\n');
-            }
-        } else if (context == "zelto_ctx_contributor") {
-            if (json) {
-                j.str("name", row.name());
-                j.str("collaboration", row.value("zelto_val_collab_result"));
-            } else {
-                std::printf(" contributor: %s\n", row.name().c_str());
-            }
-        } else if (context == "zelto_ctx_lyric") {
-            if (json) {
-                j.str("title", row.title());
-                j.str("artist", row.artist());
-                j.str("text", row.value("zelto_val_lyric_text"));
-            } else {
-                std::printf(" lyric: %s - %s\n", row.artist().c_str(), row.title().c_str());
-                std::string text = row.value("zelto_val_lyric_text");
-                if (text.size() > 200) text = text.substr(0, 200) + "...";
-                std::printf("    %s\n", text.c_str());
-            }
-        }
-        if (json) {
-            j.close('}');
-        } else {
-            if (!score.empty()) std::printf("    match score: %s\n", score.c_str());
-            if (!match_type.empty() || !lookup_type.empty())
-                std::printf("    match type: %s  lookup type: %s\n", match_type.empty() ? "-" : match_type.c_str(),
-                            lookup_type.empty() ? "-" : lookup_type.c_str());
-        }
-    }
-    if (json) {
-        j.close(']');
-        j.close('}');
-        std::printf("%s\n", j.text().c_str());
-    }
 }
 
 // ---- Progress -----------------------------------------------------------------------
@@ -519,18 +221,18 @@ void lookup_status(void *data, zelto_cantrix_query_handle, uint32_t status, uint
                    uint8_t *) {
     auto *p = static_cast<LookupProgress *>(data);
     if (!p->show || status == ZELTO_CANTRIX_STATUS_RELEASE) return;
-    const char *what = status == 10   ? "started"
-                       : status == 20 ? "searching"
-                       : status == 30 ? "found"
-                       : status == 40 ? "building"
-                       : status == 50 ? "answer ready"
-                       : status == 100 ? "done"
-                                       : "working";
-    if (status == 30 || status == 40)
+    const char *what = status == ZELTO_CANTRIX_STATUS_STARTED    ? "started"
+                       : status == ZELTO_CANTRIX_STATUS_SENT     ? "searching"
+                       : status == ZELTO_CANTRIX_STATUS_FOUND    ? "found"
+                       : status == ZELTO_CANTRIX_STATUS_BUILDING ? "building"
+                       : status == ZELTO_CANTRIX_STATUS_READY    ? "answer ready"
+                       : status == ZELTO_CANTRIX_STATUS_DONE     ? "done"
+                                                                 : "working";
+    if (status == ZELTO_CANTRIX_STATUS_FOUND || status == ZELTO_CANTRIX_STATUS_BUILDING)
         std::fprintf(stderr, "\r\033[Klookup: %s %u/%u", what, value1, value2);
     else
         std::fprintf(stderr, "\r\033[Klookup: %s", what);
-    if (status == 100) std::fputc('\n', stderr);
+    if (status == ZELTO_CANTRIX_STATUS_DONE) std::fputc('\n', stderr);
     std::fflush(stderr);
 }
 
@@ -602,9 +304,9 @@ class Session {
             return kInternal;
         }
         if ((s = zelto_manager_user_create("cantrix", &user_)) != 0 ||
-            (s = zelto_manager_user_option_set(
-                 user_, "zelto_useroption_lookup_mode",
-                 o.mode == "local" ? "zelto_lookupmode_local" : "zelto_lookupmode_online")) != 0) {
+            (s = zelto_manager_user_option_set(user_, ZELTO_USEROPTION_LOOKUP_MODE,
+                                               o.mode == "local" ? ZELTO_LOOKUPMODE_LOCAL : ZELTO_LOOKUPMODE_ONLINE)) !=
+                0) {
             std::fprintf(stderr, "cantrix: cannot create the user: 0x%08X\n", s);
             return kInternal;
         }
@@ -617,10 +319,10 @@ class Session {
             if (st != 0) report((std::string("option ") + key).c_str(), st);
             return st == 0;
         };
-        if (o.single && !option("zelto_cantrix_single_result", "1")) return kBadInput;
-        if (!o.lang.empty() && !option("zelto_cantrix_preferred_lang", o.lang)) return kBadInput;
-        if (o.start && !option("zelto_cantrix_result_range_start", std::to_string(*o.start))) return kBadInput;
-        if (o.size && !option("zelto_cantrix_result_range_size", std::to_string(*o.size))) return kBadInput;
+        if (o.single && !option(ZELTO_CANTRIX_OPTION_SINGLE_RESULT, "1")) return kBadInput;
+        if (!o.lang.empty() && !option(ZELTO_CANTRIX_OPTION_PREFERRED_LANG, o.lang)) return kBadInput;
+        if (o.start && !option(ZELTO_CANTRIX_OPTION_RANGE_START, std::to_string(*o.start))) return kBadInput;
+        if (o.size && !option(ZELTO_CANTRIX_OPTION_RANGE_SIZE, std::to_string(*o.size))) return kBadInput;
         return kOk;
     }
 
@@ -640,7 +342,7 @@ int run_find(Session &session, const Options &o) {
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
     if (o.kind == "lyrics") find = zelto_cantrix_query_find_lyrics;
-    Object response;
+    tool::Object response;
     const uint32_t s = find(session.query(), response.out());
     if (s == ZELTO_CANTRIX_NO_SUITABLE_INPUT || s == ZELTO_CANTRIX_UNSUPPORTED) {
         // The module refuses fields that this kind of find does not search by
@@ -652,7 +354,11 @@ int run_find(Session &session, const Options &o) {
         report("lookup failed", s);
         return kLookupFailed;
     }
-    print_response(response, o.kind, o.json);
+    const tool::Answer answer = tool::read_answer(response, o.kind);
+    if (o.json)
+        tool::print_json(answer);
+    else
+        tool::print_text(answer);
     return kOk;
 }
 
@@ -724,10 +430,11 @@ int catalogue_info(const Options &o) {
     }
     auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
     if (o.json) {
-        std::printf("{\"catalogue\":%s,\"albums\":%llu,\"discs\":%llu,\"tocs\":%llu,\"tracks\":%llu,"
-                    "\"artists\":%llu,\"lyrics\":%llu}\n",
-                    json_quote(o.catalogue).c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
-                    u(info.artists), u(info.lyrics));
+        std::printf(
+            "{\"catalogue\":%s,\"albums\":%llu,\"discs\":%llu,\"tocs\":%llu,\"tracks\":%llu,"
+            "\"artists\":%llu,\"lyrics\":%llu}\n",
+            tool::json_quote(o.catalogue).c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
+            u(info.artists), u(info.lyrics));
     } else {
         std::printf("catalogue %s\n  albums:  %llu\n  discs:   %llu\n  TOCs:    %llu\n  tracks:  %llu\n"
                     "  artists: %llu\n  lyrics:  %llu\n",

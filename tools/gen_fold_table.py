@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Generates host/catalogue/fold_table.inc: the search-key folding of the
+"""Generates providers/catalogue/store/fold_table.inc: the search-key folding of the
 catalogue, from Debian's unicode-data package (/usr/share/unicode/UnicodeData.txt).
 
 For every code point of the Basic Multilingual Plane whose search key differs
@@ -15,7 +15,7 @@ from itself, one row {code point, replacement UTF-8}:
     of a decomposition becomes a blank too), so folding is idempotent.
 ASCII upper case letters are folded by the code itself and are not listed.
 
-Usage: tools/gen_fold_table.py [UnicodeData.txt] > host/catalogue/fold_table.inc
+Usage: tools/gen_fold_table.py [UnicodeData.txt] > providers/catalogue/store/fold_table.inc
 """
 import sys
 

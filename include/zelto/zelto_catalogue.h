@@ -57,15 +57,15 @@ extern "C" {
 #endif
 
 /* Status words (lookup package 0x04 of the host). */
-#define ZELTO_CATALOGUE_BAD_ARG 0x90040001u      /* null or invalid argument, dead catalogue */
-#define ZELTO_CATALOGUE_NO_MEMORY 0x90040002u
-#define ZELTO_CATALOGUE_NO_RESULT 0x10040003u    /* get_result without a result for that identifier */
-#define ZELTO_CATALOGUE_NO_FILE 0x90040004u      /* the catalogue file does not exist (open without create) */
-#define ZELTO_CATALOGUE_IO_ERROR 0x90040005u     /* a file could not be read */
-#define ZELTO_CATALOGUE_DATABASE 0x90040008u     /* the database failed (corrupt or not a catalogue) */
-#define ZELTO_CATALOGUE_ABORTED 0x90040009u      /* the callback asked to stop */
-#define ZELTO_CATALOGUE_UNSUPPORTED 0x9004000Bu  /* unknown lookup type */
-#define ZELTO_CATALOGUE_INVALID_DATA 0x9004000Cu /* malformed request data (TOC, range) or no usable input */
+#define ZELTO_CATALOGUE_BAD_ARG ZELTO_LOOKUP_BAD_ARG           /* null or invalid argument, dead catalogue */
+#define ZELTO_CATALOGUE_NO_MEMORY ZELTO_LOOKUP_NO_MEMORY
+#define ZELTO_CATALOGUE_NO_RESULT ZELTO_LOOKUP_NO_RESULT       /* get_result without a result for that identifier */
+#define ZELTO_CATALOGUE_NO_FILE 0x90040004u                    /* open without create: no such file */
+#define ZELTO_CATALOGUE_IO_ERROR 0x90040005u                   /* a file could not be read */
+#define ZELTO_CATALOGUE_DATABASE 0x90040008u                   /* the database failed (corrupt or not a catalogue) */
+#define ZELTO_CATALOGUE_ABORTED ZELTO_LOOKUP_ABORTED           /* the callback asked to stop */
+#define ZELTO_CATALOGUE_UNSUPPORTED ZELTO_LOOKUP_UNSUPPORTED   /* unknown lookup type */
+#define ZELTO_CATALOGUE_INVALID_DATA ZELTO_LOOKUP_INVALID_DATA /* malformed request data (TOC, range) */
 
 /* Open flags. */
 #define ZELTO_CATALOGUE_OPEN_CREATE 1u /* create the file if it does not exist */

@@ -53,7 +53,8 @@ extern "C" {
 #define ZELTO_RVO_NO_MEMORY 0x90100002u
 #define ZELTO_RVO_NOT_FOUND 0x10100003u   /* absent value or child, ordinal 0 or past the end */
 #define ZELTO_RVO_UNSUPPORTED 0x9010000Bu /* the provider has no such operation (null slot) */
-#define ZELTO_RVO_WITHHELD 0x101002D3u    /* the object has values under the key, but none that its data flags allow */
+/* the object has values under the key, but none that its data flags allow */
+#define ZELTO_RVO_WITHHELD (0x10100000u | ZELTO_RVO_ERROR_WITHHELD)
 /* Lists. */
 #define ZELTO_LISTS_BAD_ARG 0x90150001u
 #define ZELTO_LISTS_UNKNOWN 0x90150003u /* language not in the list */
@@ -68,15 +69,16 @@ extern "C" {
 #define ZELTO_DSP_FAILED 0x90180005u      /* Chromaprint refused the audio */
 #define ZELTO_DSP_UNSUPPORTED 0x9018000Bu /* algorithm, sample format, channels or rate */
 #define ZELTO_DSP_ENDED 0x90180010u       /* write after end */
-/* Lookup provider service. */
-#define ZELTO_LOOKUP_BAD_ARG 0x90040001u
+/* Lookup providers of the host (the catalogue and the script provider). */
+#define ZELTO_LOOKUP_BAD_ARG 0x90040001u      /* null or invalid argument, a request or table no longer live */
+#define ZELTO_LOOKUP_NO_MEMORY 0x90040002u
+#define ZELTO_LOOKUP_NO_RESULT 0x10040003u    /* get_result without a result for that identifier */
+#define ZELTO_LOOKUP_ABORTED 0x90040009u      /* the request callback asked to stop */
+#define ZELTO_LOOKUP_UNSUPPORTED 0x9004000Bu  /* unknown lookup type */
+#define ZELTO_LOOKUP_INVALID_DATA 0x9004000Cu /* malformed request data or no usable input */
 
-/* Data-flag bits that gate values of trees (the module's query data flags). */
-#define ZELTO_DATA_LINK 0x400000u
-#define ZELTO_DATA_GLOBALIDS 0x800000u
-#define ZELTO_DATA_PLAYLIST 0x1000000u
-#define ZELTO_DATA_CLASSICAL 0x4000000u
-#define ZELTO_DATA_AIM 0x8000000u
+/* The data-flag bits that gate values of trees are the ZELTO_DATA_* bits of
+ * zelto/zelto_keys.h. */
 
 /* ---- Result objects ---------------------------------------------------------- */
 
@@ -349,7 +351,7 @@ ZELTO_MANAGER_API uint32_t zelto_manager_fp_serialize(const char *description, c
  * "_zelto_lookup_interface" with a mode: 1 online, 2 local. Null removes it.
  * Without a table for a mode, interface_get fails with
  * ZELTO_MANAGER_NO_SERVICE; another mode number is refused with
- * 0x90070001. Slot 0 of an installed table should be the host's release
+ * ZELTO_MANAGER_BAD_ARG. Slot 0 of an installed table should be the host's release
  * (zelto_script_provider tables have it) so that references are counted
  * under "_zelto_lookup_interface". The table must stay callable as long as
  * anyone holds it. */

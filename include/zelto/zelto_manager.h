@@ -46,8 +46,9 @@ ZELTO_MANAGER_API uint32_t zelto_manager_memory_init_count(void);
 
 /* ---- Services ------------------------------------------------------------ */
 
-/* Status that interface_get returns for a service that does not exist. */
-#define ZELTO_MANAGER_NO_SERVICE 0x90070003u
+/* Statuses of the manager itself (package 7). */
+#define ZELTO_MANAGER_BAD_ARG 0x90070001u    /* null argument, unknown mode or table */
+#define ZELTO_MANAGER_NO_SERVICE 0x90070003u /* interface_get: no such service, or it is disabled */
 
 /* Enable or disable a service by name (all are enabled at load). A disabled
  * service makes interface_get fail with ZELTO_MANAGER_NO_SERVICE. */
@@ -63,6 +64,15 @@ ZELTO_MANAGER_API int32_t zelto_manager_service_refs(const char *name);
 ZELTO_MANAGER_API void zelto_manager_register_fail(uint32_t status);
 /* Name registered for a package number, or null. */
 ZELTO_MANAGER_API const char *zelto_manager_package_name(uint32_t number);
+
+/* ---- Status texts ----------------------------------------------------------- */
+
+/* A short English text naming a status word: the module's codes as
+ * applications receive them (ZELTO_CANTRIX_* of zelto/zelto_cantrix.h) and
+ * the host's own (manager, services, catalogue, script provider). "success"
+ * for 0; "failure" or "soft status" for a word it does not know. The text is
+ * static. */
+ZELTO_MANAGER_API const char *zelto_manager_status_text(uint32_t status);
 
 /* ---- Error information ---------------------------------------------------- */
 

@@ -12,6 +12,8 @@
 
 #include <stdint.h>
 
+#include "zelto/zelto_keys.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -32,7 +34,7 @@ typedef struct zelto_manager_table {
     uint32_t (*register_package)(uint32_t number, const char *name);
 } zelto_manager_table;
 
-/* "_zelto_errorinfo_interface" */
+/* ZELTO_SERVICE_ERRORINFO */
 typedef struct zelto_errorinfo_interface {
     zelto_table_release_fn release;
     uint32_t (*errorinfo_set)(uint32_t mapped, uint32_t source, const char *function, const char *message);
@@ -40,7 +42,7 @@ typedef struct zelto_errorinfo_interface {
                                      const char *format, ...);
 } zelto_errorinfo_interface;
 
-/* "_zelto_handlemanager_interface" */
+/* ZELTO_SERVICE_HANDLEMANAGER */
 typedef struct zelto_handlemanager_interface {
     zelto_table_release_fn release;
     uint32_t (*handle_add)(void *record);
@@ -51,7 +53,7 @@ typedef struct zelto_handlemanager_interface {
     uint32_t (*handle_validate_rvo)(const void *rvo);
 } zelto_handlemanager_interface;
 
-/* "_zelto_userinfo_interface" */
+/* ZELTO_SERVICE_USERINFO */
 typedef struct zelto_userinfo_interface {
     zelto_table_release_fn release;
     void *reserved1;
@@ -83,7 +85,7 @@ typedef struct zelto_rvo_provider {
     uint32_t (*release)(void *record);
 } zelto_rvo_provider;
 
-/* "_zelto_rvo_interface": result objects, reference counted, dispatching to
+/* ZELTO_SERVICE_RVO: result objects, reference counted, dispatching to
  * their provider. Ordinals count from 1. */
 typedef struct zelto_rvo_interface {
     zelto_table_release_fn release;
@@ -107,14 +109,14 @@ typedef struct zelto_rvo_interface {
 
 /* ---- Lists, serialisation, signal processing ------------------------------ */
 
-/* "_zelto_listmanager_interface": only slot 30 is used by the module. */
+/* ZELTO_SERVICE_LISTS: only slot 30 is used by the module. */
 typedef struct zelto_lists_interface {
     zelto_table_release_fn release;
     void *reserved[29];
     uint32_t (*list_language_get)(const char *language, const char **out_text);
 } zelto_lists_interface;
 
-/* "_zelto_serialization_interface" */
+/* ZELTO_SERVICE_SERIALIZATION */
 typedef struct zelto_serialization_interface {
     zelto_table_release_fn release;
     void *reserved1;
@@ -132,16 +134,14 @@ typedef struct zelto_serialization_interface {
 #define ZELTO_DSP_FORMAT_S16 2u
 #define ZELTO_DSP_FORMAT_S32 3u
 
-/* Keys of dsp_generator_info: decimal texts with the number of blocks that
- * a useful and a full-length fingerprint need. */
-#define ZELTO_DSP_INFO_MINBLOCKREQ "zelto_dsp_info_minblockreq"
-#define ZELTO_DSP_INFO_MAXBLOCKREQ "zelto_dsp_info_maxblockreq"
+/* The keys of dsp_generator_info are the ZELTO_DSP_INFO_* texts of
+ * zelto/zelto_keys.h. */
 
 typedef void *zelto_dsp_generator;
 /* Block callback of a generator: (callback data, ignored word, block). */
 typedef uint32_t (*zelto_dsp_block_callback)(void *callback_data, uint32_t ignored, void *block);
 
-/* "_zelto_dsp_interface": fingerprint generators. Optional. */
+/* ZELTO_SERVICE_DSP: fingerprint generators. Optional. */
 typedef struct zelto_dsp_interface {
     zelto_table_release_fn release;
     void *reserved1;
@@ -169,9 +169,11 @@ typedef struct zelto_dsp_interface {
 
 typedef struct zelto_lookup_request_s *zelto_lookup_request;
 
-/* Status record a provider hands to the request callback. With kind 16,
- * value1 and value2 are counters for the application; with code 13,
- * value1 is an error code and value2 points to the error text. */
+/* Status record a provider hands to the request callback: a kind, one of
+ * the ZELTO_LOOKUP_EVENT_* codes and two values. With the kind
+ * ZELTO_LOOKUP_EVENT_KIND_COUNTERS, value1 and value2 are counters for the
+ * application; with ZELTO_LOOKUP_EVENT_ERROR, value1 is an error code and
+ * value2 points to the error text. */
 typedef struct zelto_lookup_status {
     uint32_t kind;
     uint32_t code;
@@ -181,7 +183,7 @@ typedef struct zelto_lookup_status {
 
 typedef void (*zelto_lookup_callback)(void *callback_data, const zelto_lookup_status *status, uint8_t *abort_flag);
 
-/* "_zelto_lookup_interface", fetched with mode 1 (online) or 2 (local). */
+/* ZELTO_SERVICE_LOOKUP, fetched with ZELTO_PROVIDER_MODE_ONLINE or _LOCAL. */
 typedef struct zelto_lookup_interface {
     zelto_table_release_fn lookup_release;
     void *reserved1;

@@ -55,6 +55,28 @@ TEST(PackageFrame, FailedBringUpGivesTenAndUnwinds) {
     EXPECT_EQ(zelto_manager_memory_init_count(), mem_before);
 }
 
+// Bring-up and take-down of a package that brings up others, racing on
+// several threads: the counts end where they began.
+TEST(PackageFrame, ConcurrentBringUpAndTakeDownKeepTheCounts) {
+    ASSERT_EQ(ombr_datatypes_initchecks(), 0u);
+    const uint32_t mem_before = zelto_manager_memory_init_count();
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                if (ombr_datatypes_initialize() != 0 || ombr_string_initchecks() == 0) ++failures;
+                if (ombr_datatypes_shutdown() != 0) ++failures;
+            }
+        });
+    for (auto &thread : threads) thread.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(ombr_datatypes_initchecks(), 0u);
+    EXPECT_EQ(ombr_string_initchecks(), 0u);
+    EXPECT_EQ(ombr_thread_initchecks(), 0u);
+    EXPECT_EQ(zelto_manager_memory_init_count(), mem_before);
+}
+
 TEST(PackageFrame, VersionsAndBuildDates) {
     EXPECT_STREQ(ombr_thread_get_version(), "3.2.0.422");
     EXPECT_STREQ(ombr_hdo_get_version(), "3.2.0.422");
@@ -122,16 +144,21 @@ TEST(CriticalSection, ReentrantOwnershipAndDelete) {
     ASSERT_EQ(ombr_thread_critsec_leave(cs), 0u);
     ASSERT_EQ(ombr_thread_critsec_leave(cs), 0u);
 
-    std::atomic<int> entered{0};
+    std::atomic<int> entered{0}, entering{0};
     std::atomic<uint32_t> foreign_leave{1};
     std::thread other([&] {
         foreign_leave = ombr_thread_critsec_leave(cs);  // not the owner: no effect
+        entering = 1;
         ombr_thread_critsec_enter(cs);
         entered = 1;
         ombr_thread_critsec_leave(cs);
     });
-    while (true) {  // wait until the other thread blocks in enter
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    // Deleting is the only probe for a waiter, and without one it succeeds
+    // for the owner: probe only once the other thread has had ample time to
+    // block in enter.
+    while (!entering) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (true) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         if (ombr_thread_critsec_delete(cs) == 0x90020006u) break;  // a waiter: busy
     }
     EXPECT_EQ(entered.load(), 0);  // still held once by this thread

@@ -1,6 +1,10 @@
 // Status mapping into the module's package.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "cantrix/cantrix_internal.h"
 #include "zelto/zelto_manager.h"
 
@@ -48,6 +52,30 @@ TEST(ModuleLock, RecordIsZeroAfterTheLastShutdown) {
     EXPECT_EQ(zelto_cantrix_shutdown(), 0u);
     EXPECT_TRUE(all_zero(cantrix::module_init_lock()));
     EXPECT_EQ(zelto_cantrix_shutdown(), 0x90810007u);
+    EXPECT_TRUE(all_zero(cantrix::module_init_lock()));
+}
+
+// Initialise and shutdown racing on several threads: every call is counted
+// once, the bring-up runs once per up phase, and the module ends down with
+// its lock record cleared and every service table given back.
+TEST(ModuleLock, ConcurrentInitialiseAndShutdownKeepTheCount) {
+    ASSERT_EQ(zelto_cantrix_initchecks(), 0u);
+    const int32_t refs_before = zelto_manager_service_refs(nullptr);
+    constexpr int kThreads = 4, kRounds = 150;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < kRounds; ++i) {
+                if (zelto_cantrix_initialize(zelto_manager_get_table()) != 0) ++failures;
+                if (zelto_cantrix_initchecks() == 0) ++failures;  // this thread's call still counts
+                if (zelto_cantrix_shutdown() != 0) ++failures;
+            }
+        });
+    for (auto &thread : threads) thread.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(zelto_cantrix_initchecks(), 0u);
+    EXPECT_EQ(zelto_manager_service_refs(nullptr), refs_before);
     EXPECT_TRUE(all_zero(cantrix::module_init_lock()));
 }
 

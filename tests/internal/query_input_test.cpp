@@ -3,16 +3,11 @@
 #include <string>
 #include <vector>
 
-#include "cantrix/cantrix_internal.h"
+#include "cantrix/cantrix_requests.h"
 #include "log_capture.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
 #include "script_fixture.h"
-
-extern "C" {
-uint32_t _cantrix_perform_toclookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-uint32_t _cantrix_perform_fpxlookup(cantrix_query *query, uint32_t kind, zelto_rvo_handle *out_response);
-}
 
 namespace {
 
@@ -116,8 +111,6 @@ TEST_F(QueryInputTest, TocStringRules) {
 }
 
 TEST_F(QueryInputTest, AddTocOffsetRules) {
-    // A stored entry of 0 is refused by the vector, so 0 cannot start a table.
-    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 0), 0x90810001u);
     EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 150), 0u);
     EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 150), 0x908100c4u);
     EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 2000000), 0u);  // above the text form's limit
@@ -139,6 +132,36 @@ TEST_F(QueryInputTest, AddTocOffsetRules) {
     for (uint32_t i = 1; i <= 200; ++i) many += std::to_string(i * 10) + " ";
     EXPECT_EQ(zelto_cantrix_query_set_toc_string(query_, many.c_str()), 0u);
     EXPECT_EQ(offsets().size(), 200u);
+}
+
+// The add call takes a first offset of 0, which the text form refuses; the
+// vector still takes no entry of 0, and the TOC text reads "0 150".
+TEST_F(QueryInputTest, AddTocOffsetAcceptsAFirstZero) {
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 0), 0u);
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 0), 0x908100c4u);  // not above the last
+    EXPECT_EQ(toc_text(), "0");
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 150), 0u);
+    EXPECT_EQ(toc_text(), "0 150");
+    EXPECT_EQ(offsets(), (Offsets{150}));
+    EXPECT_EQ(ombr_vector_add(query_->toc_offsets, 0), 0x900D0001u);
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 100), 0x908100c4u);
+    EXPECT_EQ(toc_text(), "0 150");
+
+    // The leading 0 counts toward the hundred offsets of the add call.
+    for (uint32_t i = 3; i <= 100; ++i) ASSERT_EQ(zelto_cantrix_query_add_toc_offset(query_, i * 100), 0u) << i;
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 20000), 0x908100c4u);
+    EXPECT_EQ(offsets().size(), 99u);
+
+    // A new table drops the leading 0 with the rest; the text form refuses 0.
+    EXPECT_EQ(zelto_cantrix_query_set_toc_string(query_, "0 150"), 0x908100c4u);
+    EXPECT_EQ(toc_text(), "");
+    EXPECT_EQ(zelto_cantrix_query_set_toc_string(query_, "150 300"), 0u);
+    EXPECT_EQ(toc_text(), "150 300");
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 0), 0x908100c4u);
+    EXPECT_EQ(zelto_cantrix_query_set_text(query_, "zelto_cantrix_field_artist", "x"), 0u);
+    EXPECT_EQ(zelto_cantrix_query_add_toc_offset(query_, 0), 0u);  // a new table
+    EXPECT_EQ(query_->text_fields, nullptr);
+    EXPECT_EQ(toc_text(), "0");
 }
 
 TEST_F(QueryInputTest, BuilderNeverWritesPastItsBuffer) {
@@ -198,6 +221,27 @@ TEST_F(QueryInputTest, TocAndFingerprintDataStandTogether) {
 }
 
 class TocLookupTest : public ScriptedTest {};
+
+// A table that starts at 0 goes to the provider, and into the results, as
+// the text "0 150".
+TEST_F(TocLookupTest, LeadingZeroReachesTheProvider) {
+    zelto_cantrix_query_handle query = nullptr;
+    ASSERT_EQ(zelto_cantrix_query_create(user_, nullptr, nullptr, &query), 0u);
+    ASSERT_EQ(zelto_cantrix_query_add_toc_offset(query, 0), 0u);
+    ASSERT_EQ(zelto_cantrix_query_add_toc_offset(query, 150), 0u);
+    answer(make_answer("zelto_result_single_match", {make_album("Zero", "Nobody", 1, {{"zelto_val_full_result", "1"}})}));
+    zelto_rvo_handle response = nullptr;
+    ASSERT_EQ(zelto_cantrix_query_find_albums(query, &response), 0u);
+    EXPECT_STREQ(zelto_script_request_data(script_, 0, "zelto_lookup_data_toc"), "0 150");
+    zelto_rvo_handle album = nullptr;
+    ASSERT_EQ(zelto_manager_rvo_child_get(response, "zelto_ctx_album!", 1, 1, &album), 0u);
+    const char *toc = nullptr;
+    EXPECT_EQ(zelto_manager_rvo_value_get(album, "zelto_val_toc_album", 1, &toc), 0u);
+    EXPECT_STREQ(toc, "0 150");
+    zelto_manager_rvo_release(album);
+    zelto_manager_rvo_release(response);
+    EXPECT_EQ(zelto_cantrix_query_release(query), 0u);
+}
 
 TEST_F(TocLookupTest, TocAndFingerprintTravelTogether) {
     zelto_cantrix_query_handle query = nullptr;

@@ -474,6 +474,17 @@ TEST_F(CatalogueTest, InfoCountsAndReopening) {
     ASSERT_EQ(zelto_catalogue_get_info(second, &again), 0u);
     EXPECT_EQ(again.albums, 15u);
     EXPECT_EQ(zelto_catalogue_close(second), 0u);
+    // An in-memory catalogue counts the same, from the catalogue itself.
+    zelto_catalogue *memory = nullptr;
+    ASSERT_EQ(zelto_catalogue_open(":memory:", 0, &memory), 0u);
+    ASSERT_EQ(zelto_catalogue_import(memory, (dir_ + "/releases.jsonl").c_str(), nullptr, nullptr, nullptr), 0u);
+    zelto_catalogue_info in_memory{};
+    ASSERT_EQ(zelto_catalogue_get_info(memory, &in_memory), 0u);
+    EXPECT_EQ(std::vector<uint64_t>({in_memory.albums, in_memory.discs, in_memory.tocs, in_memory.tracks,
+                                     in_memory.artists, in_memory.lyrics}),
+              std::vector<uint64_t>({info.albums, info.discs, info.tocs, info.tracks, info.artists, info.lyrics}));
+    EXPECT_EQ(in_memory.tocs, 16u);
+    EXPECT_EQ(zelto_catalogue_close(memory), 0u);
     // A closed catalogue is refused; a missing file is reported as such.
     EXPECT_EQ(zelto_catalogue_get_info(second, &again), ZELTO_CATALOGUE_BAD_ARG);
     zelto_catalogue *missing = nullptr;

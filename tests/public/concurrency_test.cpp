@@ -206,10 +206,9 @@ TEST_F(ConcurrencyCatalogueTest, QueriesOnSeveralThreadsShareOneCatalogue) {
 
 // Initialise and shutdown starting from zero on several threads: each pair
 // succeeds, and the module and its packages end down with their locks
-// reusable. Disabled until the frame reads its counts under its lock: the
-// last shutdown still reads the count unlocked and resets the lock record
-// while another thread may hold it, and this test catches that.
-TEST(ConcurrencyLifecycle, DISABLED_InitializeAndShutdownFromZeroOnSeveralThreads) {
+// reusable: the frame's bring-up and take-down are serialised, so the last
+// shutdown never resets a lock record that another thread holds.
+TEST(ConcurrencyLifecycle, InitializeAndShutdownFromZeroOnSeveralThreads) {
     zelto_manager_services_reset();
     ASSERT_EQ(zelto_cantrix_initchecks(), 0u);
     const int64_t blocks = zelto_manager_memory_live_blocks();

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_host_services.h"
 #include "zelto/zelto_script_provider.h"
 
@@ -71,6 +72,54 @@ TEST(HostServicesPublic, ScriptedAnswerWalkedThroughTheTables) {
     zelto_script_destroy(script);
     EXPECT_EQ(zelto_manager_rvo_live_count(), rvos);
     EXPECT_EQ(zelto_manager_tree_live_count(), trees);
+}
+
+}  // namespace
+
+namespace {
+
+// Every code the module hands an application has its own name; words the
+// table does not know fall back by severity.
+TEST(StatusText, NamesTheCodesApplicationsReceive) {
+    const struct {
+        uint32_t status;
+        const char *text;
+    } cases[] = {
+        {0, "success"},
+        {0x90810001u, "invalid argument"},
+        {0x10810003u, "not found"},
+        {0x90810006u, "query busy"},
+        {0x90810007u, "module not initialised"},
+        {0x9081003fu, "no lookup provider for this mode"},
+        {0x908100c4u, "invalid TOC"},
+        {0x908101a4u, "no suitable input for this search"},
+        {0x90810361u, "invalid result range"},
+        {0x90810400u, "lookup service failure"},
+        {0x90810402u, "list service failure"},
+        {0x90810403u, "result-object service failure"},
+        {0x90810404u, "manager failure"},
+        {0x90810405u, "serialisation failure"},
+        {0x90040009u, "lookup aborted"},
+        {0x90040008u, "catalogue database failure"},
+        {0x90810777u, "failure"},
+        {0x10810777u, "soft status"},
+    };
+    for (const auto &c : cases) EXPECT_STREQ(zelto_manager_status_text(c.status), c.text) << std::hex << c.status;
+
+    const uint32_t module_codes[] = {
+        ZELTO_CANTRIX_INVALID_ARG,        ZELTO_CANTRIX_NO_MEMORY,       ZELTO_CANTRIX_RESULT_NO_OBJECT,
+        ZELTO_CANTRIX_NOT_FOUND,          ZELTO_CANTRIX_BUSY,            ZELTO_CANTRIX_NOT_INITIALIZED,
+        ZELTO_CANTRIX_INIT_FAILED,        ZELTO_CANTRIX_UNSUPPORTED,     ZELTO_CANTRIX_INVALID_DATA,
+        ZELTO_CANTRIX_NO_SERVICE,         ZELTO_CANTRIX_INVALID_TOC,     ZELTO_CANTRIX_FP_KIND_UNSENDABLE,
+        ZELTO_CANTRIX_NO_SUITABLE_INPUT,  ZELTO_CANTRIX_BAD_MANAGER,     ZELTO_CANTRIX_RANGE_INVALID,
+        ZELTO_CANTRIX_INVALID_UTF8,       ZELTO_CANTRIX_LOOKUP_FAILED,   ZELTO_CANTRIX_LISTS_FAILED,
+        ZELTO_CANTRIX_RVO_FAILED,         ZELTO_CANTRIX_MANAGER_FAILED,  ZELTO_CANTRIX_SERIAL_FAILED,
+    };
+    for (uint32_t code : module_codes) {
+        const std::string text = zelto_manager_status_text(code);
+        EXPECT_NE(text, "failure") << std::hex << code;
+        EXPECT_NE(text, "soft status") << std::hex << code;
+    }
 }
 
 }  // namespace

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 #include "release_json.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"

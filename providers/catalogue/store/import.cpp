@@ -9,7 +9,7 @@
 #include <map>
 #include <sstream>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
 
@@ -214,30 +214,15 @@ Status release_from_json(const json &r, Album &out) {
 // ---- xmcd -------------------------------------------------------------------------
 
 bool valid_utf8(std::string_view s) {
-    size_t i = 0;
-    while (i < s.size()) {
-        auto b = static_cast<unsigned char>(s[i]);
-        size_t len = b < 0x80 ? 1 : (b & 0xE0) == 0xC0 ? 2 : (b & 0xF0) == 0xE0 ? 3 : (b & 0xF8) == 0xF0 ? 4 : 0;
-        if (len == 0 || i + len > s.size()) return false;
-        for (size_t k = 1; k < len; ++k)
-            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
-        i += len;
-    }
+    for (size_t i = 0; i < s.size();)
+        if (next_code_point(s, i) < 0) return false;
     return true;
 }
 
 // Old disc files are often ISO-8859-1.
 std::string latin1_to_utf8(std::string_view s) {
     std::string out;
-    for (char ch : s) {
-        auto c = static_cast<unsigned char>(ch);
-        if (c < 0x80) {
-            out += ch;
-        } else {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
+    for (char ch : s) append_utf8(out, static_cast<unsigned char>(ch));
     return out;
 }
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 namespace catalogue_test {
 

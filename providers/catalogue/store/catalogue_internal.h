@@ -1,7 +1,7 @@
 // Shared between the units of the catalogue: the database wrapper and the
 // operations that run with the catalogue's mutex already held.
-#ifndef ZELTO_HOST_CATALOGUE_INTERNAL_H
-#define ZELTO_HOST_CATALOGUE_INTERNAL_H
+#ifndef ZELTO_PROVIDERS_CATALOGUE_STORE_INTERNAL_H
+#define ZELTO_PROVIDERS_CATALOGUE_STORE_INTERNAL_H
 
 #include <sqlite3.h>
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 namespace catalogue {
 
@@ -65,6 +65,20 @@ struct Catalogue::Impl {
     Status exec(const char *sql);
     Status db_error(const char *what) const;
 
+    // Runs one writing statement with its arguments bound in order; `what`
+    // names it in a failure. With `out_id`, the id of the row it inserted.
+    template <typename... Args>
+    Status write(std::string_view sql, const char *what, int64_t *out_id, const Args &...args) {
+        Status st;
+        Stmt s(prepare(sql, st));
+        if (!s) return st;
+        int index = 0;
+        (s.bind(++index, args), ...);
+        if (s.step() != SQLITE_DONE) return db_error(what);
+        if (out_id) *out_id = sqlite3_last_insert_rowid(db);
+        return {};
+    }
+
     Status begin();
     Status commit();
     Status rollback();
@@ -115,6 +129,13 @@ void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> 
     page.range_start = range.start;
     page.range_end = static_cast<uint32_t>(last);
 }
+
+// The one UTF-8 decoder of the catalogue: decodes the sequence at text[i],
+// returns its code point and moves i past it; an invalid, overlong,
+// truncated or surrogate sequence gives -1 and moves i past its first byte.
+int32_t next_code_point(std::string_view text, size_t &i);
+// Appends the UTF-8 form of a code point.
+void append_utf8(std::string &out, uint32_t cp);
 
 // 32-bit FNV-1a as 8 hex digits: the tags of generated identifiers.
 std::string hash_tag(std::string_view text);

@@ -1,13 +1,13 @@
 // Catalogue store: schema, albums and lyrics in and out, identification by
 // table of contents and by identifier.
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <unordered_set>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
 
@@ -202,202 +202,166 @@ Status validate(const Album &album) {
 
 }  // namespace
 
+namespace {
+
+// Identifier and tag of an album and its tracks, generated where empty.
+void fill_identifiers(Album &album) {
+    if (album.tui.empty()) album.tui = generated_tui(album);
+    if (album.tag.empty()) album.tag = hash_tag(album.tui + "|" + album.title);
+    for (auto &disc : album.discs)
+        for (auto &track : disc.tracks) {
+            if (track.tui.empty())
+                track.tui = album.tui + "-" + std::to_string(disc.number) + "-" + std::to_string(track.number);
+            if (track.tag.empty()) track.tag = hash_tag(track.tui + "|" + track.title);
+        }
+}
+
+// The stored album an album replaces (0 for none); an older revision than
+// the stored one is refused.
+Status replaced_album(Catalogue::Impl &impl, const Album &album, int64_t &existing) {
+    Status st;
+    Stmt q(impl.prepare("SELECT id, revision FROM albums WHERE tui = ?", st));
+    if (!q) return st;
+    q.bind(1, album.tui);
+    existing = 0;
+    if (q.step() != SQLITE_ROW) return {};
+    if (album.revision < q.u32(1))
+        return Status::error(Code::bad_record, "album " + album.tui + ": revision " + std::to_string(album.revision) +
+                                                   " is older than stored " + std::to_string(q.u32(1)));
+    existing = q.i64(0);
+    return {};
+}
+
+// The artist of a credit: found by source identifier, else by the search
+// key of the name; stored and indexed if new.
+Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id) {
+    const std::string ident = c.source_id.empty() ? "name:" + fold(c.name) : "id:" + c.source_id;
+    Status st;
+    {
+        Stmt q(impl.prepare("SELECT id FROM artists WHERE ident = ?", st));
+        if (!q) return st;
+        q.bind(1, ident);
+        if (q.step() == SQLITE_ROW) {
+            id = q.i64(0);
+            return {};
+        }
+    }
+    st = impl.write("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)",
+                    "insert artist", &id, ident, c.name, c.sort_name, c.source_id, int64_t{c.collaboration ? 1 : 0});
+    if (!st.ok()) return st;
+    return impl.write("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", nullptr, id,
+                      fold(c.name + " " + c.sort_name));
+}
+
+// The credits of an album or a track, in order; nameless ones are skipped.
+Status credit(Catalogue::Impl &impl, const char *sql, int64_t owner, const std::vector<Contributor> &list) {
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (fold(list[i].name).empty()) continue;
+        int64_t artist = 0;
+        Status st = artist_id(impl, list[i], artist);
+        if (st.ok())
+            st = impl.write(sql, "insert contributor", nullptr, owner, artist,
+                            list[i].role.empty() ? "performer" : list[i].role.c_str(), static_cast<int64_t>(i));
+        if (!st.ok()) return st;
+    }
+    return {};
+}
+
+// Performer and composer names of a list of credits, each after a blank.
+void add_credit_names(const std::vector<Contributor> &list, std::string &performers, std::string &composers) {
+    for (const auto &c : list) {
+        if (is_composer_role(c.role))
+            composers += " " + c.name;
+        else if (c.role.empty() || c.role == "performer")
+            performers += " " + c.name;
+    }
+}
+
+Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &composers) {
+    Status st = impl.write(
+        "INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
+        " source_id, track_count, disc_count) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        "insert album", &album.id, album.tui, album.tag, int64_t{album.revision}, album.title, album.artist,
+        int64_t{album.year}, album.genre, album.label, album.language, album.source, album.source_id,
+        int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()));
+    if (st.ok())
+        st = credit(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
+                    album.id, album.contributors);
+    if (!st.ok()) return st;
+    std::string performers = album.artist;
+    add_credit_names(album.contributors, performers, composers);
+    return impl.write("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", nullptr, album.id,
+                      fold(album.title), fold(performers));
+}
+
+Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, Toc &toc) {
+    if (toc.mui.empty()) toc.mui = xmcd_disc_id(toc.offsets);
+    return impl.write(
+        "INSERT INTO tocs(disc_id, album_id, toc, track_count, length, media_id, mui)"
+        " VALUES(?,?,?,?,?,?,?)",
+        "insert TOC", nullptr, disc.id, album.id, toc_text(toc.offsets), static_cast<int64_t>(toc.offsets.size() - 1),
+        int64_t{toc.offsets.back()} - int64_t{toc.offsets.front()}, toc.media_id, toc.mui);
+}
+
+// A track at its album position, its credits and its text index entry
+// (the album's composers count for every track).
+Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, Track &track, uint32_t position,
+                   const std::string &album_composers) {
+    Status st = impl.write(
+        "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
+        " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
+        "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number}, int64_t{position},
+        track.title, track.artist, int64_t{track.duration_ms}, track.tui, track.tag, track.source_id);
+    if (st.ok())
+        st = credit(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
+                    track.id, track.contributors);
+    if (!st.ok()) return st;
+    std::string artist = track.artist.empty() ? album.artist : track.artist;
+    std::string composers = album_composers;
+    add_credit_names(track.contributors, artist, composers);
+    return impl.write("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track", nullptr,
+                      track.id, fold(track.title), fold(artist), fold(composers));
+}
+
+// Every row of an album: the album, then each disc with its TOCs and tracks.
+Status store_album(Catalogue::Impl &impl, Album &album) {
+    std::string composers;
+    Status st = store_album_row(impl, album, composers);
+    uint32_t position = 0;
+    for (auto &disc : album.discs) {
+        if (st.ok())
+            st = impl.write("INSERT INTO discs(album_id, number, title) VALUES(?,?,?)", "insert disc", &disc.id,
+                            album.id, int64_t{disc.number}, disc.title);
+        for (auto &toc : disc.tocs)
+            if (st.ok()) st = store_toc(impl, album, disc, toc);
+        for (auto &track : disc.tracks)
+            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers);
+    }
+    return st;
+}
+
+}  // namespace
+
 Status Catalogue::Impl::add_album(Album &album, bool *replaced) {
     if (replaced) *replaced = false;
     Status st = validate(album);
     if (!st.ok()) return st;
-    if (album.tui.empty()) album.tui = generated_tui(album);
-    if (album.tag.empty()) album.tag = hash_tag(album.tui + "|" + album.title);
-
+    fill_identifiers(album);
     int64_t existing = 0;
-    {
-        Stmt q(prepare("SELECT id, revision FROM albums WHERE tui = ?", st));
-        if (!q) return st;
-        q.bind(1, album.tui);
-        if (q.step() == SQLITE_ROW) {
-            if (album.revision < q.u32(1))
-                return Status::error(Code::bad_record, "album " + album.tui + ": revision " +
-                                                           std::to_string(album.revision) + " is older than stored " +
-                                                           std::to_string(q.u32(1)));
-            existing = q.i64(0);
-        }
-    }
+    if (!(st = replaced_album(*this, album, existing)).ok()) return st;
 
-    st = exec("SAVEPOINT add_album");
-    if (!st.ok()) return st;
-    auto fail = [&](Status failure) {
+    // All rows of one album go in, or none.
+    if (!(st = exec("SAVEPOINT add_album")).ok()) return st;
+    if (existing) st = remove_album(existing);
+    if (st.ok()) st = store_album(*this, album);
+    if (st.ok()) st = mark_changed();
+    if (st.ok()) st = exec("RELEASE add_album");
+    if (!st.ok()) {
         exec("ROLLBACK TO add_album");
         exec("RELEASE add_album");
         album.id = 0;
-        return failure;
-    };
-    if (existing) {
-        st = remove_album(existing);
-        if (!st.ok()) return fail(st);
+        return st;
     }
-
-    // Artists: found by source identifier, else by search key of the name.
-    auto artist_id = [&](const Contributor &c, int64_t &id) -> Status {
-        std::string ident = c.source_id.empty() ? "name:" + fold(c.name) : "id:" + c.source_id;
-        Status s;
-        {
-            Stmt q(prepare("SELECT id FROM artists WHERE ident = ?", s));
-            if (!q) return s;
-            q.bind(1, ident);
-            if (q.step() == SQLITE_ROW) {
-                id = q.i64(0);
-                return {};
-            }
-        }
-        Stmt ins(prepare("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)", s));
-        if (!ins) return s;
-        ins.bind(1, ident);
-        ins.bind(2, c.name);
-        ins.bind(3, c.sort_name);
-        ins.bind(4, c.source_id);
-        ins.bind(5, c.collaboration ? 1 : 0);
-        if (ins.step() != SQLITE_DONE) return db_error("insert artist");
-        id = sqlite3_last_insert_rowid(db);
-        Stmt fts(prepare("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", s));
-        if (!fts) return s;
-        fts.bind(1, id);
-        fts.bind(2, fold(c.name + " " + c.sort_name));
-        if (fts.step() != SQLITE_DONE) return db_error("index artist");
-        return {};
-    };
-    auto credit = [&](const char *sql, int64_t owner, const std::vector<Contributor> &list) -> Status {
-        Status s;
-        for (size_t i = 0; i < list.size(); ++i) {
-            if (fold(list[i].name).empty()) continue;
-            int64_t aid = 0;
-            s = artist_id(list[i], aid);
-            if (!s.ok()) return s;
-            Stmt ins(prepare(sql, s));
-            if (!ins) return s;
-            ins.bind(1, owner);
-            ins.bind(2, aid);
-            ins.bind(3, list[i].role.empty() ? "performer" : list[i].role);
-            ins.bind(4, static_cast<int64_t>(i));
-            if (ins.step() != SQLITE_DONE) return db_error("insert contributor");
-        }
-        return {};
-    };
-
-    {
-        Stmt ins(prepare("INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
-                         " source_id, track_count, disc_count) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
-                         st));
-        if (!ins) return fail(st);
-        ins.bind(1, album.tui);
-        ins.bind(2, album.tag);
-        ins.bind(3, static_cast<int64_t>(album.revision));
-        ins.bind(4, album.title);
-        ins.bind(5, album.artist);
-        ins.bind(6, static_cast<int64_t>(album.year));
-        ins.bind(7, album.genre);
-        ins.bind(8, album.label);
-        ins.bind(9, album.language);
-        ins.bind(10, album.source);
-        ins.bind(11, album.source_id);
-        ins.bind(12, static_cast<int64_t>(album.track_count()));
-        ins.bind(13, static_cast<int64_t>(album.discs.size()));
-        if (ins.step() != SQLITE_DONE) return fail(db_error("insert album"));
-        album.id = sqlite3_last_insert_rowid(db);
-    }
-    st = credit("INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)", album.id,
-                album.contributors);
-    if (!st.ok()) return fail(st);
-
-    std::string performers = album.artist, album_composers;
-    for (const auto &c : album.contributors) {
-        if (is_composer_role(c.role))
-            album_composers += " " + c.name;
-        else if (c.role.empty() || c.role == "performer")
-            performers += " " + c.name;
-    }
-    {
-        Stmt fts(prepare("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", st));
-        if (!fts) return fail(st);
-        fts.bind(1, album.id);
-        fts.bind(2, fold(album.title));
-        fts.bind(3, fold(performers));
-        if (fts.step() != SQLITE_DONE) return fail(db_error("index album"));
-    }
-
-    uint32_t position = 0;
-    for (auto &disc : album.discs) {
-        {
-            Stmt ins(prepare("INSERT INTO discs(album_id, number, title) VALUES(?,?,?)", st));
-            if (!ins) return fail(st);
-            ins.bind(1, album.id);
-            ins.bind(2, static_cast<int64_t>(disc.number));
-            ins.bind(3, disc.title);
-            if (ins.step() != SQLITE_DONE) return fail(db_error("insert disc"));
-            disc.id = sqlite3_last_insert_rowid(db);
-        }
-        for (auto &toc : disc.tocs) {
-            if (toc.mui.empty()) toc.mui = xmcd_disc_id(toc.offsets);
-            Stmt ins(prepare("INSERT INTO tocs(disc_id, album_id, toc, track_count, length, media_id, mui)"
-                             " VALUES(?,?,?,?,?,?,?)",
-                             st));
-            if (!ins) return fail(st);
-            ins.bind(1, disc.id);
-            ins.bind(2, album.id);
-            ins.bind(3, toc_text(toc.offsets));
-            ins.bind(4, static_cast<int64_t>(toc.offsets.size() - 1));
-            ins.bind(5, static_cast<int64_t>(toc.offsets.back() - toc.offsets.front()));
-            ins.bind(6, toc.media_id);
-            ins.bind(7, toc.mui);
-            if (ins.step() != SQLITE_DONE) return fail(db_error("insert TOC"));
-        }
-        for (auto &track : disc.tracks) {
-            ++position;
-            if (track.tui.empty())
-                track.tui = album.tui + "-" + std::to_string(disc.number) + "-" + std::to_string(track.number);
-            if (track.tag.empty()) track.tag = hash_tag(track.tui + "|" + track.title);
-            {
-                Stmt ins(prepare("INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
-                                 " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
-                                 st));
-                if (!ins) return fail(st);
-                ins.bind(1, album.id);
-                ins.bind(2, disc.id);
-                ins.bind(3, static_cast<int64_t>(disc.number));
-                ins.bind(4, static_cast<int64_t>(track.number));
-                ins.bind(5, static_cast<int64_t>(position));
-                ins.bind(6, track.title);
-                ins.bind(7, track.artist);
-                ins.bind(8, static_cast<int64_t>(track.duration_ms));
-                ins.bind(9, track.tui);
-                ins.bind(10, track.tag);
-                ins.bind(11, track.source_id);
-                if (ins.step() != SQLITE_DONE) return fail(db_error("insert track"));
-                track.id = sqlite3_last_insert_rowid(db);
-            }
-            st = credit("INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
-                        track.id, track.contributors);
-            if (!st.ok()) return fail(st);
-            std::string artist = track.artist.empty() ? album.artist : track.artist;
-            std::string composers = album_composers;
-            for (const auto &c : track.contributors) {
-                if (is_composer_role(c.role))
-                    composers += " " + c.name;
-                else if (c.role.empty() || c.role == "performer")
-                    artist += " " + c.name;
-            }
-            Stmt fts(prepare("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", st));
-            if (!fts) return fail(st);
-            fts.bind(1, track.id);
-            fts.bind(2, fold(track.title));
-            fts.bind(3, fold(artist));
-            fts.bind(4, fold(composers));
-            if (fts.step() != SQLITE_DONE) return fail(db_error("index track"));
-        }
-    }
-    st = mark_changed();
-    if (!st.ok()) return fail(st);
-    st = exec("RELEASE add_album");
-    if (!st.ok()) return fail(st);
     if (replaced) *replaced = existing != 0;
     return {};
 }
@@ -586,14 +550,39 @@ Status Catalogue::refresh_spelling() noexcept {
     });
 }
 
+namespace {
+
+// Rows of one table; the caller holds the catalogue's mutex.
+Status count_rows(Catalogue::Impl &impl, std::string_view sql, uint64_t &out) {
+    Status st;
+    Stmt q(impl.prepare(sql, st));
+    if (!q) return st;
+    if (q.step() != SQLITE_ROW) return impl.db_error("count rows");
+    out = static_cast<uint64_t>(q.i64(0));
+    return {};
+}
+
+}  // namespace
+
 Status Catalogue::album_count(uint64_t &out) noexcept {
     return guarded([&] {
         std::lock_guard lock(impl_->mutex);
-        Status st;
-        Stmt q(impl_->prepare("SELECT count(*) FROM albums", st));
-        if (!q) return st;
-        if (q.step() != SQLITE_ROW) return impl_->db_error("count albums");
-        out = static_cast<uint64_t>(q.i64(0));
+        return count_rows(*impl_, "SELECT count(*) FROM albums", out);
+    });
+}
+
+Status Catalogue::statistics(Statistics &out) noexcept {
+    return guarded([&] {
+        std::lock_guard lock(impl_->mutex);
+        Statistics counts;
+        const std::pair<const char *, uint64_t *> tables[] = {
+            {"SELECT count(*) FROM albums", &counts.albums},   {"SELECT count(*) FROM discs", &counts.discs},
+            {"SELECT count(*) FROM tocs", &counts.tocs},       {"SELECT count(*) FROM tracks", &counts.tracks},
+            {"SELECT count(*) FROM artists", &counts.artists}, {"SELECT count(*) FROM lyrics", &counts.lyrics},
+        };
+        for (const auto &[sql, count] : tables)
+            if (Status st = count_rows(*impl_, sql, *count); !st.ok()) return st;
+        out = counts;
         return Status{};
     });
 }

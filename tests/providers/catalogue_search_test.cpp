@@ -58,7 +58,7 @@ TEST(CatalogueText, FoldIsIdempotent) {
 }
 
 TEST(CatalogueText, FoldTableRowsMatchGeneratedFile) {
-    std::ifstream in(catalogue_test::source_root() / "host/catalogue/fold_table.inc");
+    std::ifstream in(catalogue_test::source_root() / "providers/catalogue/store/fold_table.inc");
     ASSERT_TRUE(in);
     std::string line;
     uint32_t rows = 0;

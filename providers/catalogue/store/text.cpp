@@ -3,7 +3,8 @@
 #include <charconv>
 #include <cstdio>
 
-#include "host/catalogue/catalogue.h"
+#include "providers/catalogue/store/catalogue_internal.h"
+#include "zelto/zelto_keys.h"
 
 namespace catalogue {
 
@@ -15,12 +16,30 @@ struct FoldRow {
 };
 
 constexpr FoldRow kFoldTable[] = {
-#include "host/catalogue/fold_table.inc"
+#include "providers/catalogue/store/fold_table.inc"
 };
 static_assert(sizeof(kFoldTable) / sizeof(kFoldTable[0]) == CATALOGUE_FOLD_ROWS);
 
-// Decodes one UTF-8 sequence at text[i]; returns the code point and moves i,
-// or returns -1 for an invalid byte (moving past it).
+const char *fold_lookup(int32_t cp) {
+    if (cp > 0xFFFF) return nullptr;
+    auto it = std::lower_bound(std::begin(kFoldTable), std::end(kFoldTable), cp,
+                               [](const FoldRow &row, int32_t c) { return row.cp < c; });
+    if (it != std::end(kFoldTable) && it->cp == cp) return it->key;
+    return nullptr;
+}
+
+std::u32string code_points(std::string_view text) {
+    std::u32string out;
+    size_t i = 0;
+    while (i < text.size()) {
+        int32_t cp = next_code_point(text, i);
+        out += static_cast<char32_t>(cp < 0 ? 0xFFFD : cp);
+    }
+    return out;
+}
+
+}  // namespace
+
 int32_t next_code_point(std::string_view text, size_t &i) {
     auto b0 = static_cast<unsigned char>(text[i]);
     if (b0 < 0x80) {
@@ -80,26 +99,6 @@ void append_utf8(std::string &out, uint32_t cp) {
         out += static_cast<char>(0x80 | (cp & 0x3F));
     }
 }
-
-const char *fold_lookup(int32_t cp) {
-    if (cp > 0xFFFF) return nullptr;
-    auto it = std::lower_bound(std::begin(kFoldTable), std::end(kFoldTable), cp,
-                               [](const FoldRow &row, int32_t c) { return row.cp < c; });
-    if (it != std::end(kFoldTable) && it->cp == cp) return it->key;
-    return nullptr;
-}
-
-std::u32string code_points(std::string_view text) {
-    std::u32string out;
-    size_t i = 0;
-    while (i < text.size()) {
-        int32_t cp = next_code_point(text, i);
-        out += static_cast<char32_t>(cp < 0 ? 0xFFFD : cp);
-    }
-    return out;
-}
-
-}  // namespace
 
 uint32_t fold_table_rows() { return CATALOGUE_FOLD_ROWS; }
 
@@ -302,15 +301,15 @@ const char *code_name(Code code) {
 
 const char *response_code(MatchKind kind) {
     switch (kind) {
-        case MatchKind::single: return "zelto_result_single_match";
-        case MatchKind::multi_exact: return "zelto_result_multiexact_matches";
-        case MatchKind::fuzzy: return "zelto_result_fuzzy_matches";
+        case MatchKind::single: return ZELTO_RESULT_SINGLE_MATCH;
+        case MatchKind::multi_exact: return ZELTO_RESULT_MULTIEXACT_MATCHES;
+        case MatchKind::fuzzy: return ZELTO_RESULT_FUZZY_MATCHES;
         case MatchKind::none: break;
     }
-    return "zelto_result_no_matches";
+    return ZELTO_RESULT_NO_MATCHES;
 }
 
-const char *const kResponseNoNewRevision = "zelto_result_no_new_rev";
+const char *const kResponseNoNewRevision = ZELTO_RESULT_NO_NEW_REV;
 
 uint32_t Album::track_count() const {
     uint32_t n = 0;

@@ -11,7 +11,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "host_internal.h"
+#include "host/host_internal.h"
 #include "zelto/zelto_script_provider.h"
 
 namespace {
@@ -162,11 +162,9 @@ uint32_t option_flag(const char *key) {
         const char *key;
         uint32_t flag;
     } kFlags[] = {
-        {"zelto_lookup_option_link", ZELTO_DATA_LINK},
-        {"zelto_lookup_option_globalids", ZELTO_DATA_GLOBALIDS},
-        {"zelto_lookup_option_playlist", ZELTO_DATA_PLAYLIST},
-        {"zelto_lookup_option_class", ZELTO_DATA_CLASSICAL},
-        {"zelto_lookup_option_aim", ZELTO_DATA_AIM},
+        {ZELTO_LOOKUP_OPTION_LINK, ZELTO_DATA_LINK},         {ZELTO_LOOKUP_OPTION_GLOBALIDS, ZELTO_DATA_GLOBALIDS},
+        {ZELTO_LOOKUP_OPTION_PLAYLIST, ZELTO_DATA_PLAYLIST}, {ZELTO_LOOKUP_OPTION_CLASS, ZELTO_DATA_CLASSICAL},
+        {ZELTO_LOOKUP_OPTION_AIM, ZELTO_DATA_AIM},
     };
     for (auto &entry : kFlags)
         if (std::strcmp(entry.key, key) == 0) return entry.flag;
@@ -306,7 +304,7 @@ uint32_t request_get_result(zelto_lookup_request handle, const char *request_id,
         tree = request->result;
         zelto_manager_tree_addref(tree);
     }
-    status = zelto_manager_tree_to_rvo(tree, request->user, "zelto_locale_music", request->flags, out_result);
+    status = zelto_manager_tree_to_rvo(tree, request->user, ZELTO_LOCALE_GROUP_MUSIC, request->flags, out_result);
     zelto_manager_tree_release(tree);
     return status;
 }
@@ -331,18 +329,22 @@ uint32_t request_release(zelto_lookup_request handle) {
     return 0;
 }
 
-zelto_lookup_interface make_table() {
-    zelto_lookup_interface table{};
-    table.lookup_release = host::table_release;
-    table.lookup_request_create = request_create;
-    table.lookup_request_add = request_add;
-    table.lookup_request_set_data = request_set_data;
-    table.lookup_request_set_option = request_set_option;
-    table.lookup_request_execute = request_execute;
-    table.lookup_request_get_result = request_get_result;
-    table.lookup_request_release = request_release;
-    return table;
-}
+// Each script holds two copies, one per mode, so that a table leads back to
+// its script and mode.
+constexpr zelto_lookup_interface kTable = {
+    .lookup_release = host::table_release,
+    .reserved1 = nullptr,
+    .lookup_request_create = request_create,
+    .lookup_request_add = request_add,
+    .lookup_request_set_data = request_set_data,
+    .reserved5 = nullptr,
+    .reserved6 = nullptr,
+    .lookup_request_set_option = request_set_option,
+    .lookup_request_execute = request_execute,
+    .lookup_request_get_result = request_get_result,
+    .reserved10 = nullptr,
+    .lookup_request_release = request_release,
+};
 
 void clear_answers(zelto_script *script) {
     for (auto &answer : script->answers) zelto_manager_tree_release(answer->tree);
@@ -420,7 +422,7 @@ const Call *find_call(const Record &record, const char *name, const char *key) {
 HOST_EXPORT uint32_t zelto_script_create(zelto_script **out_script) {
     if (!out_script) return ZELTO_SCRIPT_BAD_ARG;
     auto *script = new zelto_script;
-    script->tables = new zelto_lookup_interface[2]{make_table(), make_table()};
+    script->tables = new zelto_lookup_interface[2]{kTable, kTable};
     {
         std::lock_guard<std::mutex> guard(g_scripts_mutex);
         scripts().insert(script);
@@ -431,9 +433,7 @@ HOST_EXPORT uint32_t zelto_script_create(zelto_script **out_script) {
 
 HOST_EXPORT void zelto_script_destroy(zelto_script *script) {
     if (!live_script(script)) return;
-    for (uint32_t mode = 1; mode <= 2; ++mode)
-        if (zelto_manager_lookup_get_provider(mode) == &script->tables[mode - 1])
-            zelto_manager_lookup_set_provider(mode, nullptr);
+    host::uninstall_provider([&](uint32_t mode) { return &script->tables[mode - 1]; });
     {
         std::lock_guard<std::mutex> guard(g_scripts_mutex);
         scripts().erase(script);
@@ -459,13 +459,8 @@ HOST_EXPORT const zelto_lookup_interface *zelto_script_table(zelto_script *scrip
 }
 
 HOST_EXPORT uint32_t zelto_script_install(zelto_script *script, uint32_t mode) {
-    if (!live_script(script) || mode > 2) return ZELTO_SCRIPT_BAD_ARG;
-    for (uint32_t m = 1; m <= 2; ++m) {
-        if (mode != 0 && mode != m) continue;
-        uint32_t status = zelto_manager_lookup_set_provider(m, &script->tables[m - 1]);
-        if (status) return status;
-    }
-    return 0;
+    if (!live_script(script)) return ZELTO_SCRIPT_BAD_ARG;
+    return host::install_provider(mode, [&](uint32_t m) { return &script->tables[m - 1]; });
 }
 
 HOST_EXPORT uint32_t zelto_script_reset(zelto_script *script) {
@@ -516,7 +511,7 @@ HOST_EXPORT uint32_t zelto_script_answer_error(zelto_script *script, uint32_t in
         answer->texts.emplace_back(text);
         pointer = reinterpret_cast<uintptr_t>(answer->texts.back().c_str());
     }
-    answer->events.push_back({kind, 13, error_code, pointer});
+    answer->events.push_back({kind, ZELTO_LOOKUP_EVENT_ERROR, error_code, pointer});
     return 0;
 }
 

@@ -17,8 +17,8 @@
 //   and punctuation do not matter.
 // - Result ranges are 1-based and inclusive, like the lookups' range start and
 //   end: {1, 10} asks for the first ten hits.
-#ifndef ZELTO_HOST_CATALOGUE_H
-#define ZELTO_HOST_CATALOGUE_H
+#ifndef ZELTO_PROVIDERS_CATALOGUE_STORE_H
+#define ZELTO_PROVIDERS_CATALOGUE_STORE_H
 
 #include <cstdint>
 #include <functional>
@@ -129,6 +129,11 @@ struct Lyric {
     uint32_t track_number = 0;
     int64_t id = 0;
     int64_t track_id = 0;        // filled when read back and linked
+};
+
+// Numbers of stored records of each kind.
+struct Statistics {
+    uint64_t albums = 0, discs = 0, tocs = 0, tracks = 0, artists = 0, lyrics = 0;
 };
 
 // ---- Results -----------------------------------------------------------------
@@ -393,6 +398,8 @@ class Catalogue {
     Status remove_album(int64_t album_id) noexcept;
     Status get_album(int64_t album_id, Album &out) noexcept;
     Status album_count(uint64_t &out) noexcept;
+    // Rows of each kind, counted together under the catalogue's lock.
+    Status statistics(Statistics &out) noexcept;
     Status add_lyric(Lyric &lyric) noexcept;
     Status get_lyric(int64_t lyric_id, Lyric &out) noexcept;
 

@@ -13,7 +13,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "host/catalogue/catalogue_internal.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
 
@@ -24,20 +24,14 @@ constexpr size_t kMaxCorrections = 5;
 constexpr size_t kMaxMatchedTracks = 64;
 constexpr size_t kRestrictedAlbums = 2000;  // albums whose tracks are searched one album at a time
 
-// The code points of a UTF-8 word, each as its own string.
+// The characters of a UTF-8 word, each as its own string (an invalid byte
+// stands alone).
 std::vector<std::string> characters(const std::string &word) {
     std::vector<std::string> out;
     for (size_t i = 0; i < word.size();) {
-        size_t len = 1;
-        auto b = static_cast<unsigned char>(word[i]);
-        if (b >= 0xF0)
-            len = 4;
-        else if (b >= 0xE0)
-            len = 3;
-        else if (b >= 0xC0)
-            len = 2;
-        out.push_back(word.substr(i, len));
-        i += len;
+        const size_t start = i;
+        next_code_point(word, i);
+        out.push_back(word.substr(start, i - start));
     }
     return out;
 }

@@ -1,0 +1,219 @@
+// The two printers of an answer: readable text and one line of JSON.
+#include <cstdio>
+
+#include "tool/results.h"
+
+namespace tool {
+
+bool parse_u32(std::string_view text, uint32_t &out) {
+    if (text.empty() || text.size() > 10) return false;
+    uint64_t n = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        n = n * 10 + static_cast<uint64_t>(c - '0');
+    }
+    if (n > 0xFFFFFFFFu) return false;
+    out = static_cast<uint32_t>(n);
+    return true;
+}
+
+std::string json_quote(const std::string &text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\n': out += "\\n"; break;
+            case '\t': out += "\\t"; break;
+            case '\r': out += "\\r"; break;
+            default:
+                if (c < 0x20) {
+                    char buf[8];
+                    std::snprintf(buf, sizeof buf, "\\u%04x", c);
+                    out += buf;
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    return out + "\"";
+}
+
+namespace {
+
+// ---- Text ------------------------------------------------------------------------------
+
+// Milliseconds as minutes and seconds, "" for no number.
+std::string duration_text(const std::string &ms) {
+    uint32_t n = 0;
+    if (!parse_u32(ms, n)) return "";
+    const uint32_t s = (n + 500) / 1000;
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%u:%02u", s / 60, s % 60);
+    return buf;
+}
+
+void print_duration(const std::string &ms) {
+    const std::string d = duration_text(ms);
+    if (!d.empty()) std::printf(" (%s)", d.c_str());
+}
+
+void print_album_text(const Row &album) {
+    std::printf(" %s - %s", album.artist.c_str(), album.title.c_str());
+    if (!album.year.empty()) std::printf(" (%s)", album.year.c_str());
+    std::putchar('\n');
+    std::printf("    tracks: %s", album.track_count.c_str());
+    if (!album.genre.empty()) std::printf("  genre: %s", album.genre.c_str());
+    std::printf("  id: %s\n", album.tui.c_str());
+    for (const Row &track : album.tracks) {
+        std::printf("    %3s. %s", track.number.c_str(), track.title.c_str());
+        // A track's artist is shown where it differs from the album's.
+        if (!track.artist.empty() && track.artist != album.artist) std::printf(" - %s", track.artist.c_str());
+        print_duration(track.duration_ms);
+        std::putchar('\n');
+    }
+}
+
+void print_row_text(const Row &row) {
+    if (row.context == ZELTO_CTX_ALBUM) {
+        print_album_text(row);
+    } else if (row.context == ZELTO_CTX_TRACK) {
+        std::printf(" %s - %s", row.artist.c_str(), row.title.c_str());
+        print_duration(row.duration_ms);
+        std::putchar('\n');
+    } else if (row.context == ZELTO_CTX_CONTRIBUTOR) {
+        std::printf(" contributor: %s\n", row.name.c_str());
+    } else if (row.context == ZELTO_CTX_LYRIC) {
+        std::printf(" lyric: %s - %s\n", row.artist.c_str(), row.title.c_str());
+        const std::string text = row.text.size() > 200 ? row.text.substr(0, 200) + "..." : row.text;
+        std::printf("    %s\n", text.c_str());
+    }
+    if (!row.match_score.empty()) std::printf("    match score: %s\n", row.match_score.c_str());
+    if (!row.match_type.empty() || !row.lookup_type.empty())
+        std::printf("    match type: %s  lookup type: %s\n", row.match_type.empty() ? "-" : row.match_type.c_str(),
+                    row.lookup_type.empty() ? "-" : row.lookup_type.c_str());
+}
+
+// ---- JSON -------------------------------------------------------------------------------
+
+// A small JSON writer of objects with string or number members; empty
+// texts are left out.
+class Json {
+ public:
+    void open(char bracket) {
+        comma();
+        out_ += bracket;
+        first_ = true;
+    }
+    void close(char bracket) {
+        out_ += bracket;
+        first_ = false;
+    }
+    void key(const char *k) {
+        comma();
+        out_ += json_quote(k) + ":";
+        first_ = true;
+    }
+    void str(const char *k, const std::string &v) {
+        if (v.empty()) return;
+        key(k);
+        out_ += json_quote(v);
+        first_ = false;
+    }
+    // A decimal text as a number, anything else as a string.
+    void num(const char *k, const std::string &v) {
+        uint32_t n = 0;
+        if (!parse_u32(v, n)) return str(k, v);
+        key(k);
+        out_ += v;
+        first_ = false;
+    }
+    const std::string &text() const { return out_; }
+
+ private:
+    void comma() {
+        if (!first_) out_ += ',';
+        first_ = false;
+    }
+    std::string out_;
+    bool first_ = true;
+};
+
+void track_json(Json &j, const Row &track) {
+    j.num("number", track.number);
+    j.str("title", track.title);
+    j.str("artist", track.artist);
+    j.num("duration_ms", track.duration_ms);
+    j.str("tui", track.tui);
+}
+
+void row_json(Json &j, const Row &row) {
+    j.open('{');
+    j.str("context", row.context);
+    j.num("match_score", row.match_score);
+    j.str("match_type", row.match_type);
+    j.str("lookup_type", row.lookup_type);
+    if (row.context == ZELTO_CTX_ALBUM) {
+        j.str("title", row.title);
+        j.str("artist", row.artist);
+        j.num("year", row.year);
+        j.str("genre", row.genre);
+        j.num("track_count", row.track_count);
+        j.str("tui", row.tui);
+        j.str("toc", row.toc);
+        j.key("tracks");
+        j.open('[');
+        for (const Row &track : row.tracks) {
+            j.open('{');
+            track_json(j, track);
+            j.close('}');
+        }
+        j.close(']');
+    } else if (row.context == ZELTO_CTX_TRACK) {
+        track_json(j, row);
+    } else if (row.context == ZELTO_CTX_CONTRIBUTOR) {
+        j.str("name", row.name);
+        j.str("collaboration", row.collaboration);
+    } else if (row.context == ZELTO_CTX_LYRIC) {
+        j.str("title", row.title);
+        j.str("artist", row.artist);
+        j.str("text", row.text);
+    }
+    j.close('}');
+}
+
+}  // namespace
+
+void print_text(const Answer &answer) {
+    const size_t rows = answer.rows.size();
+    if (rows == 0) {
+        std::printf("no match\n");
+        return;
+    }
+    std::printf("%zu result%s", rows, rows == 1 ? "" : "s");
+    if (!answer.range_count.empty() && answer.range_count != "0")
+        std::printf(" (%s to %s of %s)", answer.range_start.c_str(), answer.range_end.c_str(),
+                    answer.range_count.c_str());
+    std::putchar('\n');
+    for (size_t i = 0; i < rows; ++i) {
+        std::printf("\n[%zu]", i + 1);
+        print_row_text(answer.rows[i]);
+    }
+}
+
+void print_json(const Answer &answer) {
+    Json j;
+    j.open('{');
+    j.str("kind", answer.kind);
+    j.num("range_start", answer.range_start);
+    j.num("range_end", answer.range_end);
+    j.num("range_count", answer.range_count);
+    j.key("results");
+    j.open('[');
+    for (const Row &row : answer.rows) row_json(j, row);
+    j.close(']');
+    j.close('}');
+    std::printf("%s\n", j.text().c_str());
+}
+
+}  // namespace tool

@@ -1,0 +1,74 @@
+// The answer of a find operation as the tool shows it: the rows of a
+// response are read once from the result objects into plain records, which
+// a text printer and a JSON printer then write out.
+#ifndef CANTRIX_TOOL_RESULTS_H
+#define CANTRIX_TOOL_RESULTS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "zelto/zelto_services.h"
+
+namespace tool {
+
+// Owner of one reference on a result object.
+class Object {
+ public:
+    Object() = default;
+    explicit Object(zelto_rvo_handle h) : h_(h) {}
+    ~Object();
+    Object(Object &&other) noexcept : h_(other.h_) { other.h_ = nullptr; }
+    Object(const Object &) = delete;
+    Object &operator=(const Object &) = delete;
+    zelto_rvo_handle get() const { return h_; }
+    zelto_rvo_handle *out() { return &h_; }
+
+    // The first value under a key, "" if there is none.
+    std::string value(const char *key) const;
+    uint32_t count(const char *key) const;
+    Object child(const char *key, uint32_t ordinal) const;
+    std::string context() const;
+    // Display texts of the official title, the first artist and the name.
+    std::string title() const;
+    std::string artist() const;
+    std::string name() const;
+
+ private:
+    zelto_rvo_handle h_ = nullptr;
+};
+
+// One row: an album, a track, a contributor or a lyric. Texts that the
+// object lacks are empty.
+struct Row {
+    std::string context;  // ZELTO_CTX_ALBUM, _TRACK, _CONTRIBUTOR or _LYRIC
+    std::string match_score, match_type, lookup_type;
+    std::string title, artist;                       // albums, tracks, lyrics
+    std::string year, genre, track_count, tui, toc;  // albums (tui: tracks too)
+    std::string number, duration_ms;                 // tracks
+    std::string name, collaboration;                 // contributors
+    std::string text;                                // lyrics
+    std::vector<Row> tracks;                         // an album's tracks
+};
+
+// A response: the kind of search ("albums", "tracks", "matches", "lyrics"),
+// the range it covers and its rows in order.
+struct Answer {
+    std::string kind;
+    std::string range_start, range_end, range_count;
+    std::vector<Row> rows;
+};
+
+Answer read_answer(const Object &response, const std::string &kind);
+void print_text(const Answer &answer);
+void print_json(const Answer &answer);
+
+// A decimal number of at most ten digits that fits 32 bits.
+bool parse_u32(std::string_view text, uint32_t &out);
+// A JSON string literal of a text.
+std::string json_quote(const std::string &text);
+
+}  // namespace tool
+
+#endif
