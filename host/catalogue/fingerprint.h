@@ -1,0 +1,164 @@
+// Audio fingerprints of the catalogue: reading the query texts that lookup
+// providers receive, Chromaprint's compressed form, and the matcher that
+// finds a query (a whole file or an excerpt of 20 seconds or more) among
+// stored fingerprints, with its offset.
+//
+// How matching works
+// ------------------
+// A fingerprint is a sequence of 32-bit items, one every 1365 samples at
+// 11025 Hz (123.8 ms; Chromaprint's algorithm 2). Each item describes the
+// spectrum of a short window; the same music gives the same items, and
+// lossy coding, gain changes or resampling flip a few bits of some.
+//
+//  1. Index. Every informative item of a stored fingerprint (not part of a
+//     run of identical items, which is what digital silence and constant
+//     tones give) files its position under a key: the item's 28 high bits
+//     with the algorithm number above them (`index_key`). The two lowest
+//     classifiers (4 bits) flip most often and are left out of the key.
+//  2. Candidates. Each informative query item, up to `kMaxProbes`, reads the
+//     postings of its key; keys with more than `kStopPostings` postings
+//     carry no information (silence, common tones) and are skipped. Every
+//     posting votes for its fingerprint at the offset "stored position
+//     minus query position". True matches pile their votes on one offset;
+//     chance collisions spread theirs.
+//  3. Verification. For the `kMaxCandidates` fingerprints with the most
+//     votes at one offset (a vote bin and its two neighbours, since a
+//     query that starts between two item boundaries aligns with either),
+//     the query is compared item by item with the stored fingerprint at
+//     that offset and its neighbours: the bit error rate over the
+//     informative items that overlap decides.
+//  4. Score. score = 100 * (1 - 2 * bit error rate), at least 0: identical
+//     items give 100, unrelated music gives 0 to 20 (about half of the bits
+//     differ), re-encoded copies 85 to 99. A hit needs at least
+//     `kMinCompared` compared items (5 seconds) and a score of at least
+//     `kMatchThreshold` (a bit error rate of at most 25%).
+//
+// The offset of a hit, in items, times the item duration is where the
+// query's audio starts in the stored track (negative when the query has
+// lead-in the track lacks).
+#ifndef ZELTO_HOST_CATALOGUE_FINGERPRINT_H
+#define ZELTO_HOST_CATALOGUE_FINGERPRINT_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace catalogue::fp {
+
+// Chromaprint's algorithm numbers as its compressed form stores them (its
+// algorithm 2 is stored as 1). The host's generator kinds 1 and 3 make 1,
+// kind 5 makes 4.
+constexpr uint32_t kAlgorithmCount = 5;
+// Samples at 11025 Hz between two items, by stored algorithm number.
+constexpr uint32_t kItemSamples[kAlgorithmCount] = {1365, 1365, 4096, 1365, 1024};
+constexpr uint32_t kItemRate = 11025;
+
+// Longest fingerprint read or stored: about nine hours of algorithm 2.
+constexpr uint32_t kMaxItems = 1u << 18;
+
+// Matcher parameters (see above).
+constexpr uint32_t kMaxProbes = 2400;        // query items looked up (about 5 minutes)
+constexpr uint32_t kStopPostings = 4000;     // keys with more postings are skipped
+constexpr uint32_t kMaxCandidates = 12;      // fingerprints verified per query
+constexpr uint32_t kMinVotes = 3;            // votes a candidate needs to be verified
+constexpr uint32_t kMinCompared = 40;        // compared items a hit needs (5 s)
+constexpr uint32_t kMatchThreshold = 50;     // lowest score of a hit
+constexpr uint32_t kStrongScore = 80;        // several hits this good are all exact
+
+struct Fingerprint {
+    uint32_t algorithm = 1;        // stored algorithm number, below kAlgorithmCount
+    uint32_t duration = 0;         // seconds of audio, from the query text (0: not given)
+    std::vector<uint32_t> items;
+};
+
+// Milliseconds of `items` items of an algorithm (may be negative).
+int64_t items_to_ms(uint32_t algorithm, int64_t items);
+
+// ---- Texts ------------------------------------------------------------------
+
+// Chromaprint's compressed form: one byte of algorithm, the item count in
+// three bytes (big-endian), then the bit positions that change from one
+// item to the next packed three bits a value, and the values of 7 and more
+// packed five bits a value. False with a reason for anything malformed:
+// too short, counts that do not add up, bit positions beyond 31, more than
+// kMaxItems items or none, an algorithm number of kAlgorithmCount or more.
+bool decode_compressed(std::string_view bytes, Fingerprint &out, std::string &why);
+std::string encode_compressed(const std::vector<uint32_t> &items, uint32_t algorithm);
+
+// Base64 in either alphabet ("+/" or "-_"), with or without "=" padding,
+// blanks and line breaks ignored. False for any other character or a
+// dangling sixth bit group.
+bool decode_base64(std::string_view text, std::string &out);
+// URL-safe alphabet without padding, as Chromaprint's tools print it.
+std::string encode_base64url(std::string_view bytes);
+
+// Reads a query text of the host's fingerprint service (see
+// zelto_host_services.h), either form:
+//  - plain: lines "KEY=VALUE" (CR LF or LF); FINGERPRINT is required,
+//    DURATION optional; other keys are ignored.
+//  - XML: a root of any name with ALGORITHM (NAME "chromaprint" in any
+//    case, VERSION the algorithm as Chromaprint's tools count it, which
+//    must agree with the data), DURATION and DATA. Comments, processing
+//    instructions, CDATA and the five named and numeric character
+//    references are understood; at most 32 levels of nesting.
+// `algorithm_name` and `algorithm_version`, when not empty, are what the
+// request named beside the data and must agree with it too.
+bool parse_query_text(std::string_view text, std::string_view algorithm_name, std::string_view algorithm_version,
+                      Fingerprint &out, std::string &why);
+// The two forms, for tests and tools.
+std::string plain_query_text(const Fingerprint &fp);
+std::string xml_query_text(const Fingerprint &fp);
+
+// ---- Matching ---------------------------------------------------------------
+
+// Key of an item in the index.
+constexpr uint32_t index_key(uint32_t algorithm, uint32_t item) { return (algorithm & 7u) << 28 | item >> 4; }
+
+// Positions worth indexing and comparing: false inside runs of three or
+// more identical items.
+std::vector<bool> informative(const std::vector<uint32_t> &items);
+// Number of informative positions.
+uint32_t informative_count(const std::vector<uint32_t> &items);
+
+struct Posting {
+    int64_t print = 0;
+    uint32_t position = 0;
+};
+
+// What the matcher reads: the postings of a key (at most `limit` + 1 of
+// them, so that a stop key is seen without reading it all) and the items of
+// a stored fingerprint. A false return ends the match with `why`.
+class PrintSource {
+   public:
+    virtual ~PrintSource() = default;
+    virtual bool postings(uint32_t key, uint32_t limit, std::vector<Posting> &out, std::string &why) = 0;
+    virtual bool items(int64_t print, Fingerprint &out, std::string &why) = 0;
+};
+
+struct Alignment {
+    int32_t offset = 0;            // stored position minus query position, in items
+    uint32_t compared = 0;         // informative items compared
+    uint32_t differing_bits = 0;
+    uint32_t score = 0;            // 0..100
+};
+
+// Compares the query with a stored fingerprint at one offset.
+Alignment compare_at(const std::vector<uint32_t> &stored, const std::vector<uint32_t> &query,
+                     const std::vector<bool> &query_informative, int32_t offset);
+uint32_t score_of(uint32_t differing_bits, uint32_t compared);
+
+struct Hit {
+    int64_t print = 0;
+    Alignment alignment;
+    uint32_t votes = 0;
+};
+
+// Hits of at least kMatchThreshold, best first (score, then votes, then
+// print id). False if the source failed.
+bool match(const Fingerprint &query, PrintSource &source, std::vector<Hit> &out, std::string &why);
+
+}  // namespace catalogue::fp
+
+#endif
