@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "host/catalogue/catalogue.h"
+#include "host/catalogue/catalogue_internal.h"
 #include "host_internal.h"
 #include "zelto/zelto_catalogue.h"
 
@@ -43,6 +44,9 @@ struct zelto_catalogue {
     std::string message;
     std::vector<std::string> import_messages;
     uint32_t live_requests = 0;
+    // Texts handed out by the fingerprint calls, until the next one.
+    catalogue::FingerprintAdded last_added;
+    std::string last_tui;
 };
 
 namespace {
@@ -254,6 +258,8 @@ struct AlbumShape {
     std::vector<uint32_t> matched;  // album positions, from 1
     uint32_t disc_number = 0;       // disc whose TOC matched (0: none)
     std::string toc;                // TOC text of that disc
+    // Values the matched tracks carry besides their own.
+    std::vector<std::pair<const char *, std::string>> matched_values;
 };
 
 bool contains(const std::vector<uint32_t> &v, uint32_t x) {
@@ -303,7 +309,10 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
             ++position;
             const bool matching = contains(shape.matched, position);
             if (!shape.full && !matching) continue;
-            a.child(matching ? "zelto_ctx_track!matching" : "zelto_ctx_track!", track_node(album, track, position));
+            Node t = track_node(album, track, position);
+            if (matching)
+                for (const auto &[key, text] : shape.matched_values) t.value(key, text);
+            a.child(matching ? "zelto_ctx_track!matching" : "zelto_ctx_track!", t);
         }
     }
     return a;
@@ -415,16 +424,16 @@ class Executor {
                 return identifier_lookup(false);
             if (has_text(text_query())) return album_search();
             if (has("zelto_lookup_data_tvx_querydata") || has("zelto_lookup_data_fpx_querydata"))
-                return no_match("zelto_ctx_response");  // the catalogue holds no fingerprints
-            return failure(ZELTO_CATALOGUE_INVALID_DATA, "album lookup without TOC, identifier or text");
+                return fingerprint_lookup(false);
+            return failure(ZELTO_CATALOGUE_INVALID_DATA, "album lookup without TOC, identifier, text or fingerprint");
         }
         if (type == "zelto_lookup_type_track") {
             if (has("zelto_lookup_data_tui") || has("zelto_lookup_data_mui") || has("zelto_lookup_data_media_id"))
                 return identifier_lookup(true);
             if (has_text(text_query())) return track_search();
             if (has("zelto_lookup_data_tvx_querydata") || has("zelto_lookup_data_fpx_querydata"))
-                return no_match("zelto_ctx_response");
-            return failure(ZELTO_CATALOGUE_INVALID_DATA, "track lookup without identifier or text");
+                return fingerprint_lookup(true);
+            return failure(ZELTO_CATALOGUE_INVALID_DATA, "track lookup without identifier, text or fingerprint");
         }
         if (type == "zelto_lookup_type_text_match") {
             if (has_text(text_query())) return match_search();
@@ -440,13 +449,6 @@ class Executor {
             return lyric_search(q);
         }
         return failure(ZELTO_CATALOGUE_UNSUPPORTED, "unknown lookup type '" + type + "'");
-    }
-
-    Outcome no_match(const char *context) {
-        if (!events_.send(kSent) || !events_.send(kFound, 0, 0) || !events_.send(kReady)) return aborted();
-        Outcome o;
-        o.tree = response_root(context, catalogue::response_code(catalogue::MatchKind::none));
-        return o;
     }
 
     // Counts of hits found and in range, then one event per built result.
@@ -546,6 +548,67 @@ class Executor {
                 }
         }
         if (!building(1, 1) || !events_.send(kReady)) return aborted();
+        return o;
+    }
+
+    // Tracks (or their full albums) whose stored fingerprints match the
+    // query's, best first, with the score and the offset on the album and
+    // on its matched track. The XML description's algorithm must be the
+    // one named beside it.
+    Outcome fingerprint_lookup(bool tracks) {
+        if (!events_.send(kSent)) return aborted();
+        const bool xml = has("zelto_lookup_data_fpx_querydata");
+        catalogue::fp::Fingerprint query;
+        std::string why;
+        if (!catalogue::fp::parse_query_text(
+                text_of(lookup_, xml ? "zelto_lookup_data_fpx_querydata" : "zelto_lookup_data_tvx_querydata"),
+                xml ? text_of(lookup_, "zelto_lookup_data_fpx_algname") : std::string(),
+                xml ? text_of(lookup_, "zelto_lookup_data_fpx_algver") : std::string(), query, why))
+            return failure(ZELTO_CATALOGUE_INVALID_DATA, why);
+        catalogue::FingerprintResult result;
+        catalogue::Status s = db_.match_fingerprint(query, result);
+        if (!s.ok()) return failure(s);
+        catalogue::Page page;
+        std::vector<catalogue::FingerprintHit> hits;
+        catalogue::take_page(result.hits, range_, page, hits);
+        const auto count = static_cast<uint32_t>(hits.size());
+        if (!found(page.total, count)) return aborted();
+        Outcome o;
+        o.tree = response_root("zelto_ctx_response", catalogue::response_code(result.kind));
+        range_values(o.tree, page);
+        uint32_t done = 0;
+        for (const auto &hit : hits) {
+            catalogue::IdentifierHit id;
+            catalogue::Album album;
+            if (!(s = db_.lookup_tui(hit.track_tui, "", id)).ok() || !(s = db_.get_album(id.album_id, album)).ok())
+                return failure(s);
+            const uint32_t position = position_of(album, id.disc_number, id.track_number);
+            const std::vector<std::pair<const char *, std::string>> values = {
+                {ZELTO_CATALOGUE_VAL_FP_SCORE, std::to_string(hit.score)},
+                {ZELTO_CATALOGUE_VAL_FP_OFFSET, std::to_string(hit.offset_ms)},
+                {ZELTO_CATALOGUE_VAL_FP_COMPARED, std::to_string(hit.compared_ms)}};
+            if (tracks) {
+                uint32_t p = 0;
+                for (const auto &disc : album.discs)
+                    for (const auto &track : disc.tracks)
+                        if (++p == position) {
+                            Node t = track_node(album, track, position);
+                            t.value("zelto_val_album_tui", album.tui);
+                            for (const auto &[key, text] : values) t.value(key, text);
+                            o.tree.child("zelto_ctx_track!", t);
+                        }
+            } else {
+                AlbumShape shape;
+                shape.disc_number = id.disc_number;
+                shape.matched = {position};
+                shape.matched_values = values;
+                Node a = album_node(album, shape);
+                for (const auto &[key, text] : values) a.value(key, text);
+                o.tree.child("zelto_ctx_album!", a);
+            }
+            if (!building(++done, count)) return aborted();
+        }
+        if (!events_.send(kReady)) return aborted();
         return o;
     }
 
@@ -990,4 +1053,111 @@ HOST_EXPORT uint32_t zelto_catalogue_live_requests(zelto_catalogue *catalogue) {
     if (!live(catalogue)) return 0;
     std::lock_guard<std::mutex> guard(catalogue->mutex);
     return catalogue->live_requests;
+}
+
+// ---- Audio fingerprints -------------------------------------------------------------------
+
+namespace {
+
+std::string text_or_empty(const char *text) { return text ? text : ""; }
+
+catalogue::AudioTags tags_of(const zelto_catalogue_audio_tags *t) {
+    catalogue::AudioTags tags;
+    if (!t) return tags;
+    tags.title = text_or_empty(t->title);
+    tags.artist = text_or_empty(t->artist);
+    tags.album = text_or_empty(t->album);
+    tags.album_artist = text_or_empty(t->album_artist);
+    tags.genre = text_or_empty(t->genre);
+    tags.year = t->year;
+    tags.track_number = t->track_number;
+    tags.disc_number = t->disc_number;
+    tags.duration_ms = t->duration_ms;
+    tags.mb_release_track_id = text_or_empty(t->mb_release_track_id);
+    tags.mb_release_id = text_or_empty(t->mb_release_id);
+    tags.mb_recording_id = text_or_empty(t->mb_recording_id);
+    return tags;
+}
+
+}  // namespace
+
+HOST_EXPORT uint32_t zelto_catalogue_fingerprint_known(zelto_catalogue *catalogue, const char *content_id,
+                                                      uint8_t *out_known) {
+    if (!live(catalogue) || !content_id || !out_known) return ZELTO_CATALOGUE_BAD_ARG;
+    bool known = false;
+    const catalogue::Status s = catalogue->db->fingerprint_known(content_id, known);
+    if (!s.ok()) return fail(catalogue, s);
+    *out_known = known ? 1 : 0;
+    return 0;
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_track_by_musicbrainz(zelto_catalogue *catalogue,
+                                                         const zelto_catalogue_audio_tags *tags,
+                                                         const char **out_track_tui) {
+    if (!live(catalogue) || !tags || !out_track_tui) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        std::string tui;
+        const catalogue::Status s = catalogue->db->track_for_musicbrainz(tags_of(tags), tui);
+        if (!s.ok()) return fail(catalogue, s);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->last_tui = std::move(tui);
+        *out_track_tui = catalogue->last_tui.c_str();
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return ZELTO_CATALOGUE_NO_MEMORY;
+    }
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_fingerprint_add(zelto_catalogue *catalogue,
+                                                    const zelto_catalogue_fingerprint_entry *entry,
+                                                    zelto_catalogue_fingerprint_result *out_result) {
+    if (!live(catalogue) || !entry || !entry->fp_text || !entry->content_id) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        catalogue::FingerprintEntry e;
+        std::string why;
+        if (!catalogue::fp::parse_query_text(entry->fp_text, "", "", e.print, why))
+            return fail(catalogue, ZELTO_CATALOGUE_INVALID_DATA, why);
+        e.content_id = entry->content_id;
+        e.name = text_or_empty(entry->name);
+        e.track_tui = text_or_empty(entry->track_tui);
+        e.tags = tags_of(entry->tags);
+        catalogue::FingerprintAdded added;
+        const catalogue::Status s = catalogue->db->add_fingerprint(e, added);
+        if (!s.ok())
+            return fail(catalogue, s.code == catalogue::Code::not_found ? ZELTO_CATALOGUE_INVALID_DATA : status_of(s),
+                        s.message);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->last_added = std::move(added);
+        if (out_result) {
+            const catalogue::FingerprintAdded &a = catalogue->last_added;
+            using Outcome = catalogue::FingerprintAdded::Outcome;
+            out_result->outcome = a.outcome == Outcome::added        ? ZELTO_CATALOGUE_FP_ADDED
+                                  : a.outcome == Outcome::same_print ? ZELTO_CATALOGUE_FP_SAME_PRINT
+                                                                     : ZELTO_CATALOGUE_FP_KNOWN_FILE;
+            out_result->created_album = a.created_album ? 1 : 0;
+            out_result->created_track = a.created_track ? 1 : 0;
+            out_result->disc_number = a.disc_number;
+            out_result->track_number = a.track_number;
+            out_result->track_tui = a.track_tui.c_str();
+            out_result->album_tui = a.album_tui.c_str();
+            out_result->title = a.title.c_str();
+            out_result->artist = a.artist.c_str();
+            out_result->album_title = a.album_title.c_str();
+        }
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return ZELTO_CATALOGUE_NO_MEMORY;
+    }
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_fingerprint_counts(zelto_catalogue *catalogue,
+                                                       zelto_catalogue_fingerprint_info *out_info) {
+    if (!live(catalogue) || !out_info) return ZELTO_CATALOGUE_BAD_ARG;
+    catalogue::FingerprintCounts counts;
+    const catalogue::Status s = catalogue->db->fingerprint_counts(counts);
+    if (!s.ok()) return fail(catalogue, s);
+    out_info->fingerprints = counts.prints;
+    out_info->files = counts.files;
+    out_info->postings = counts.postings;
+    return 0;
 }

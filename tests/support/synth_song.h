@@ -79,7 +79,7 @@ struct Song {
 inline std::vector<int16_t> to_s16(const std::vector<float> &samples) {
     std::vector<int16_t> out(samples.size());
     for (size_t i = 0; i < samples.size(); ++i)
-        out[i] = static_cast<int16_t>(std::lround(std::clamp(samples[i], -1.0f, 1.0f) * 32767.0f));
+        out[i] = static_cast<int16_t>(std::nearbyint(std::clamp(samples[i], -1.0f, 1.0f) * 32767.0f));
     return out;
 }
 
@@ -132,24 +132,50 @@ inline std::vector<double> random_harmonics(Random &r, int count, double tilt) {
     return h;
 }
 
-// Adds one voice into the stereo buffer.
+// Sine by table, phase in cycles.
+inline float sine(double phase) {
+    static const Wavetable table(std::vector<double>{1.0});
+    return table.at(phase >= 0 && phase < 1 ? phase : phase - std::floor(phase));
+}
+
+// Adds one voice into the stereo buffer. Envelopes are linear; vibrato
+// bends the pitch by a sine of 5.5 Hz (linearised: the depth is small).
 inline void render(const Voice &v, uint32_t rate, std::vector<float> &out) {
     const size_t frames = out.size() / 2;
     const auto first = static_cast<size_t>(v.start * rate);
-    const auto count = static_cast<size_t>((v.length + v.release) * rate);
-    const double left = std::cos(v.pan * kTwoPi / 4), right = std::sin(v.pan * kTwoPi / 4);
-    double phase = 0;
-    for (size_t i = 0; i < count && first + i < frames; ++i) {
-        const double t = static_cast<double>(i) / rate;
-        double env = t < v.attack ? t / v.attack : 1.0;
-        if (t > v.length) env *= std::max(0.0, 1.0 - (t - v.length) / v.release);
-        const double bend = v.vibrato != 0 ? std::pow(2.0, v.vibrato * std::sin(kTwoPi * 5.5 * t) / 12.0) : 1.0;
-        phase += v.frequency * bend / rate;
-        phase -= std::floor(phase);
-        const double s = v.wave->at(phase) * v.amplitude * env;
-        out[(first + i) * 2] += static_cast<float>(s * left);
-        out[(first + i) * 2 + 1] += static_cast<float>(s * right);
+    if (first >= frames) return;
+    const size_t attack = std::max<size_t>(1, static_cast<size_t>(v.attack * rate));
+    const size_t hold = static_cast<size_t>(v.length * rate);
+    const size_t release = std::max<size_t>(1, static_cast<size_t>(v.release * rate));
+    const size_t count = std::min(hold + release, frames - first);
+    const float left = static_cast<float>(std::cos(v.pan * kTwoPi / 4) * v.amplitude);
+    const float right = static_cast<float>(std::sin(v.pan * kTwoPi / 4) * v.amplitude);
+    const double depth = v.vibrato * 0.0577623;  // ln(2) / 12 per semitone
+    const double step = v.frequency / rate, lfo_step = 5.5 / rate;
+    const float up = 1.0f / static_cast<float>(attack), down = 1.0f / static_cast<float>(release);
+    double phase = 0, lfo = 0;
+    float *p = out.data() + first * 2;
+    for (size_t i = 0; i < count; ++i, p += 2) {
+        float env = i < attack ? static_cast<float>(i) * up : 1.0f;
+        if (i >= hold) env *= std::max(0.0f, 1.0f - static_cast<float>(i - hold) * down);
+        if (depth != 0) {
+            lfo += lfo_step;
+            if (lfo >= 1) lfo -= 1;
+            phase += step * (1.0 + depth * sine(lfo));
+        } else {
+            phase += step;
+        }
+        if (phase >= 1) phase -= 1;
+        const float s = v.wave->at(phase) * env;
+        p[0] += s * left;
+        p[1] += s * right;
     }
+}
+
+// tanh-like soft clipping, cheap.
+inline float soft_clip(float x) {
+    x = std::clamp(x, -3.0f, 3.0f);
+    return x * (27.0f + x * x) / (27.0f + 9.0f * x * x);
 }
 
 }  // namespace detail
@@ -246,20 +272,29 @@ inline Song make_song(uint64_t seed, double seconds = 0) {
             const bool kick = s.kick >> k & 1, snare = s.snare >> k & 1, hat = s.hat >> k & 1;
             if (!kick && !snare && !hat) continue;
             const auto length = static_cast<size_t>(0.25 * rate);
-            double kick_phase = 0;
+            // Exponential decays by recurrence: one multiplication a sample.
+            const double d9 = std::exp(-9.0 / rate), d18 = std::exp(-18.0 / rate), d30 = std::exp(-30.0 / rate),
+                         d60 = std::exp(-60.0 / rate);
+            double e9 = 1, e18 = 1, e30 = 1, e60 = 1, kick_phase = 0, snare_phase = 0;
             for (size_t i = 0; i < length && first + i < frames; ++i) {
-                const double t = static_cast<double>(i) / rate;
                 double v = 0;
                 if (kick) {
-                    kick_phase += (45 + 90 * std::exp(-t * 30)) / rate;
-                    v += 0.5 * std::sin(kTwoPi * kick_phase) * std::exp(-t * 9);
+                    kick_phase += (45 + 90 * e30) / rate;
+                    v += 0.5 * detail::sine(kick_phase) * e9;
                 }
                 const double w = noise.range(-1, 1);
-                if (snare) v += (0.25 * w + 0.15 * std::sin(kTwoPi * 185 * t)) * std::exp(-t * 18);
+                if (snare) {
+                    snare_phase += 185.0 / rate;
+                    v += (0.25 * w + 0.15 * detail::sine(snare_phase)) * e18;
+                }
                 if (hat) {
-                    v += 0.12 * (w - hp_prev) * std::exp(-t * 60);
+                    v += 0.12 * (w - hp_prev) * e60;
                     hp_prev = w;
                 }
+                e9 *= d9;
+                e18 *= d18;
+                e30 *= d30;
+                e60 *= d60;
                 mix[(first + i) * 2] += static_cast<float>(v);
                 mix[(first + i) * 2 + 1] += static_cast<float>(v);
             }
@@ -280,8 +315,8 @@ inline Song make_song(uint64_t seed, double seconds = 0) {
     const auto fade = static_cast<size_t>(2.0 * rate);
     for (size_t i = 0; i < frames; ++i) {
         const float f = i + fade > frames ? static_cast<float>(frames - i) / fade : 1.0f;
-        mix[i * 2] = std::tanh(mix[i * 2] * gain * 1.2f) * f;
-        mix[i * 2 + 1] = std::tanh(mix[i * 2 + 1] * gain * 1.2f) * f;
+        mix[i * 2] = detail::soft_clip(mix[i * 2] * gain * 1.2f) * f;
+        mix[i * 2 + 1] = detail::soft_clip(mix[i * 2 + 1] * gain * 1.2f) * f;
     }
     song.samples = std::move(mix);
     return song;
