@@ -66,7 +66,11 @@ Scan collect_files(const std::vector<std::string> &operands) {
 
 std::string progress_line(size_t done, size_t total, double elapsed, double audio_seconds, size_t width) {
     const size_t filled = total == 0 ? width : std::min(width, done * width / total);
-    std::string line = "[" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
+    // Appended piece by piece: GCC 12 misreads a concatenation here at -O3.
+    std::string line(1, '[');
+    line.append(filled, '#');
+    line.append(width - filled, '.');
+    line.push_back(']');
     char text[160];
     std::snprintf(text, sizeof text, " %zu/%zu", done, total);
     line += text;
