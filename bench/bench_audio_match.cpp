@@ -5,19 +5,21 @@
 //   bench_audio_match --corpus DIR [--songs 1000] [--unknown 250] [--jobs 2]
 //                     [--catalogues FILE,FILE...] [benchmark options]
 //
-// 1. Corpus (made once, kept in DIR): synthetic songs of 2 to 5 minutes
-//    (tests/support/synth_song.h, seeds 1..N) as FLAC originals, and for
-//    each the variants a real library holds, encoded by the ffmpeg program:
-//    MP3 at 64 and 320 kbit/s, AAC at 96, Opus at 48, gain of -6 and +6 dB,
-//    5 s of silence before, the first 3 s cut, mono, 22.05 kHz. Excerpts of
-//    20 and 30 s at random offsets (MP3 at 128 kbit/s). Songs the catalogue
-//    does not hold (seeds from 100001): whole files and excerpts.
-// 2. Catalogue: the originals fingerprinted the way `cantrix catalogue
-//    fingerprint` does (decoding, the module's fingerprint input, the
-//    catalogue's store), timed per stage.
+// 1. Corpus (made once; DIR keeps a record per song, resumable): synthetic
+//    songs of 2 to 5 minutes (tests/support/synth_song.h, seeds 1..N) as
+//    FLAC originals, and for each the variants a real library holds,
+//    encoded by the ffmpeg program: MP3 at 64 and 320 kbit/s, AAC at 96,
+//    Opus at 48, gain of -6 and +6 dB, 5 s of silence before, the first
+//    3 s cut, mono, 22.05 kHz; excerpts of 20 and 30 s at random offsets
+//    (MP3 at 128 kbit/s); songs the catalogue does not hold (seeds from
+//    100001) as whole MP3 files and excerpts. Every file is decoded and
+//    fingerprinted through the module as `cantrix` does it, timed per
+//    stage, and the record keeps the texts.
+// 2. Catalogue: the originals' fingerprints stored as `cantrix catalogue
+//    fingerprint` stores them (linked to tracks made from their tags).
 // 3. Accuracy: every variant and excerpt of every song, and every unknown
-//    query, through zelto_cantrix_query_find_albums and the catalogue
-//    provider. Recall is the share whose first answer is the right track;
+//    query, set as fingerprint data and looked up through
+//    zelto_cantrix_query_find_albums and the catalogue provider. Recall is the share whose first answer is the right track;
 //    a wrong answer is a first answer naming another track; precision
 //    counts queries with no wrong track among the answers at all.
 // 4. Speed (Google Benchmark): fingerprinting decoded audio through the
@@ -117,53 +119,6 @@ void parallel(int first, int last, int jobs, Work work) {
 
 bool run(const std::string &command) { return std::system((command + " 2>&1").c_str()) == 0; }
 
-// ---- 1. Corpus ------------------------------------------------------------------
-
-// Song n's original, variants and excerpts, made by one ffmpeg run each.
-void make_song_files(int n, bool known) {
-    const fs::path dir = g_options.corpus / (known ? "songs" : "unknown");
-    const std::string name = known ? song_name(n) : "u" + song_name(n).substr(1);
-    const fs::path done = dir / (name + ".done");
-    if (fs::exists(done)) return;
-    const uint64_t seed = known ? static_cast<uint64_t>(n) : 100000u + static_cast<uint64_t>(n);
-    const synth::Song song = synth::make_song(seed);
-    const fs::path wav = dir / (name + ".wav");
-    synth::write_wav(wav.string(), synth::to_s16(song.samples), song.rate, song.channels);
-    std::ostringstream cmd;
-    cmd << "ffmpeg -nostdin -v error -y -i '" << wav.string() << "'";
-    auto out = [&](const std::string &args, const std::string &file) { cmd << " " << args << " '" << (dir / file).string() << "'"; };
-    if (known) {
-        out("-c:a flac -metadata title='" + title_of(n) + "'", name + ".flac");
-        for (const Variant &v : kVariants) out(v.args, name + "." + v.name + "." + v.ext);
-    } else {
-        out("-c:a libmp3lame -b:a 128k -compression_level 9", name + ".whole.mp3");
-    }
-    std::string offsets;
-    for (double length : kExcerpts) {
-        const double at = excerpt_offset(n, length, song.seconds());
-        char args[96];
-        std::snprintf(args, sizeof args, "-ss %.3f -t %.0f -c:a libmp3lame -b:a 128k -compression_level 9", at, length);
-        out(args, name + ".x" + std::to_string(static_cast<int>(length)) + ".mp3");
-        offsets += std::to_string(static_cast<int>(length)) + " " + std::to_string(at) + "\n";
-    }
-    if (!run(cmd.str())) std::fprintf(stderr, "ffmpeg failed for %s\n", name.c_str());
-    fs::remove(wav);
-    std::ofstream(done) << song.seconds() << "\n" << offsets;
-}
-
-void make_corpus() {
-    fs::create_directories(g_options.corpus / "songs");
-    fs::create_directories(g_options.corpus / "unknown");
-    const double start = now();
-    std::atomic<int> made{0};
-    parallel(1, g_options.songs + 1, g_options.jobs, [&](int n) {
-        make_song_files(n, true);
-        if (++made % 50 == 0) std::fprintf(stderr, "corpus: %d songs (%.0f s)\n", made.load(), now() - start);
-    });
-    parallel(1, g_options.unknown + 1, g_options.jobs, [&](int n) { make_song_files(n, false); });
-    std::fprintf(stderr, "corpus ready in %.0f s\n", now() - start);
-}
-
 // ---- Module session per thread ------------------------------------------------------
 
 struct Session {
@@ -180,32 +135,178 @@ struct Session {
     }
 };
 
+// ---- 1. Corpus ------------------------------------------------------------------
+//
+// The audio of a song is made in a folder of its own, fingerprinted, and
+// removed again (a thousand songs with their variants would fill 150 GB);
+// what stays is a record per song with the fingerprint texts. Song 1's
+// files stay for the speed runs.
+
+struct QueryRecord {
+    std::string group, expected, text;
+    double offset_ms = NAN;  // where the query's audio starts in the track
+    bool refused = false;
+};
+
+struct SongRecord {
+    int number = 0;
+    bool known = true;
+    double seconds = 0;
+    std::string original;  // fingerprint text of the original (known songs)
+    std::vector<QueryRecord> queries;
+    double decode_cpu = 0, fingerprint_cpu = 0, audio_seconds = 0;  // of the original
+};
+
+fs::path record_path(int n, bool known) {
+    return g_options.corpus / (known ? "songs" : "unknown") / ((known ? "s" : "u") + song_name(n).substr(1) + ".txt");
+}
+
+// Records are lines "KEY\tVALUE..." with the texts' newlines written as "|".
+void save(const SongRecord &r) {
+    auto flat = [](std::string t) {
+        for (char &c : t)
+            if (c == '\n') c = '|';
+        return t;
+    };
+    const fs::path path = record_path(r.number, r.known);
+    std::ofstream out(path.string() + ".part");
+    out << "seconds\t" << r.seconds << "\ncpu\t" << r.decode_cpu << "\t" << r.fingerprint_cpu << "\t" << r.audio_seconds
+        << "\noriginal\t" << flat(r.original) << "\n";
+    for (const QueryRecord &q : r.queries)
+        out << "query\t" << q.group << "\t" << q.expected << "\t" << q.offset_ms << "\t" << q.refused << "\t"
+            << flat(q.text) << "\n";
+    out.close();
+    fs::rename(path.string() + ".part", path);
+}
+
+bool load(int n, bool known, SongRecord &r) {
+    std::ifstream in(record_path(n, known));
+    if (!in) return false;
+    r = SongRecord{};
+    r.number = n;
+    r.known = known;
+    auto unflat = [](std::string t) {
+        for (char &c : t)
+            if (c == '|') c = '\n';
+        return t;
+    };
+    for (std::string line; std::getline(in, line);) {
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        for (std::string part; std::getline(ss, part, '\t');) f.push_back(part);
+        if (f.empty()) continue;
+        if (f[0] == "seconds" && f.size() > 1) r.seconds = std::atof(f[1].c_str());
+        else if (f[0] == "cpu" && f.size() > 3) {
+            r.decode_cpu = std::atof(f[1].c_str());
+            r.fingerprint_cpu = std::atof(f[2].c_str());
+            r.audio_seconds = std::atof(f[3].c_str());
+        } else if (f[0] == "original" && f.size() > 1) r.original = unflat(f[1]);
+        else if (f[0] == "query" && f.size() >= 5) {
+            QueryRecord q;
+            q.group = f[1];
+            q.expected = f[2];
+            q.offset_ms = f[3] == "nan" ? NAN : std::atof(f[3].c_str());
+            q.refused = f[4] == "1";
+            q.text = f.size() > 5 ? unflat(f[5]) : "";
+            r.queries.push_back(q);
+        }
+    }
+    return true;
+}
+
+void make_song(int n, bool known) {
+    SongRecord record;
+    if (load(n, known, record)) return;
+    record.number = n;
+    record.known = known;
+    const std::string name = (known ? "s" : "u") + song_name(n).substr(1);
+    const fs::path dir = g_options.corpus / "work" / name;
+    fs::create_directories(dir);
+    const uint64_t seed = known ? static_cast<uint64_t>(n) : 100000u + static_cast<uint64_t>(n);
+    const synth::Song song = synth::make_song(seed);
+    record.seconds = song.seconds();
+    const fs::path wav = dir / "song.wav";
+    synth::write_wav(wav.string(), synth::to_s16(song.samples), song.rate, song.channels);
+    std::ostringstream cmd;
+    cmd << "ffmpeg -nostdin -v error -y -i '" << wav.string() << "'";
+    struct Planned {
+        std::string group, file;
+        double offset_ms;
+    };
+    std::vector<Planned> planned;
+    auto out = [&](const std::string &args, const std::string &file) { cmd << " " << args << " '" << (dir / file).string() << "'"; };
+    if (known) {
+        out("-c:a flac -metadata title='" + title_of(n) + "'", "original.flac");
+        for (const Variant &v : kVariants) {
+            const std::string file = std::string(v.name) + "." + v.ext;
+            out(v.args, file);
+            const std::string group = v.name;
+            planned.push_back({group, file, group == "silence_5s_before" ? -5000.0 : group == "first_3s_cut" ? 3000.0 : 0.0});
+        }
+    } else {
+        out("-c:a libmp3lame -b:a 128k -compression_level 9", "whole.mp3");
+        planned.push_back({"unknown_whole", "whole.mp3", NAN});
+    }
+    for (double length : kExcerpts) {
+        const double at = excerpt_offset(n, length, song.seconds());
+        char args[96];
+        std::snprintf(args, sizeof args, "-ss %.3f -t %.0f -c:a libmp3lame -b:a 128k -compression_level 9", at, length);
+        const std::string file = "x" + std::to_string(static_cast<int>(length)) + ".mp3";
+        out(args, file);
+        planned.push_back({std::string(known ? "" : "unknown_") + "excerpt_" + std::to_string(static_cast<int>(length)) + "s",
+                           file, known ? at * 1000 : NAN});
+    }
+    if (!run(cmd.str())) std::fprintf(stderr, "ffmpeg failed for %s\n", name.c_str());
+    fs::remove(wav);
+
+    thread_local Session session;
+    audio::Limits query_limits;
+    query_limits.max_seconds = 600;  // as `cantrix identify --audio`
+    if (known) {
+        const auto f = audio::fingerprint_file(session.query, (dir / "original.flac").string(), {});
+        if (!f.decode.ok) std::fprintf(stderr, "%s original: %s\n", name.c_str(), f.decode.error.c_str());
+        record.original = f.text;
+        record.decode_cpu = f.decode_seconds;
+        record.fingerprint_cpu = f.fingerprint_seconds;
+        record.audio_seconds = f.decode.info.seconds;
+    }
+    for (const Planned &p : planned) {
+        const auto f = audio::fingerprint_file(session.query, (dir / p.file).string(), query_limits);
+        QueryRecord q{p.group, known ? title_of(n) : "", f.text, p.offset_ms, !f.decode.ok};
+        if (!f.decode.ok) std::fprintf(stderr, "%s %s: %s\n", name.c_str(), p.file.c_str(), f.decode.error.c_str());
+        record.queries.push_back(q);
+    }
+    save(record);
+    if (!(known && n == 1)) fs::remove_all(dir);
+}
+
+void make_corpus() {
+    fs::create_directories(g_options.corpus / "songs");
+    fs::create_directories(g_options.corpus / "unknown");
+    const double start = now();
+    std::atomic<int> made{0};
+    parallel(1, g_options.songs + 1, g_options.jobs, [&](int n) {
+        make_song(n, true);
+        if (++made % 25 == 0) std::fprintf(stderr, "corpus: %d songs (%.0f s)\n", made.load(), now() - start);
+    });
+    parallel(1, g_options.unknown + 1, g_options.jobs, [&](int n) { make_song(n, false); });
+    std::fprintf(stderr, "corpus ready in %.0f s\n", now() - start);
+}
+
+fs::path song_file(const std::string &file) { return g_options.corpus / "work" / "s0001" / file; }
+
 zelto_catalogue *g_catalogue = nullptr;
-std::vector<std::string> g_texts;  // fingerprint texts of the originals, by song number
+std::vector<SongRecord> g_songs, g_unknown;
 
 // ---- 2. Catalogue -----------------------------------------------------------------
 
-struct StageTimes {
-    double audio = 0, decode = 0, fingerprint = 0, store = 0;
-};
-
 void build_catalogue(const fs::path &path) {
-    fs::remove(path);
-    fs::remove(path.string() + "-wal");
-    fs::remove(path.string() + "-shm");
+    for (const char *tail : {"", "-wal", "-shm"}) fs::remove(path.string() + tail);
     if (zelto_catalogue_open(path.c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &g_catalogue) != 0) std::exit(1);
-    g_texts.assign(static_cast<size_t>(g_options.songs) + 1, "");
-    StageTimes times;
-    std::mutex mutex;
+    double audio = 0, decode = 0, fingerprint = 0, store = 0;
     const double start = now();
-    parallel(1, g_options.songs + 1, g_options.jobs, [&](int n) {
-        thread_local Session session;
-        const fs::path file = g_options.corpus / "songs" / (song_name(n) + ".flac");
-        const audio::Fingerprinted f = audio::fingerprint_file(session.query, file.string(), {});
-        if (!f.decode.ok) {
-            std::fprintf(stderr, "%s: %s\n", file.c_str(), f.decode.error.c_str());
-            return;
-        }
+    for (const SongRecord &r : g_songs) {
+        const int n = r.number;
         const std::string title = title_of(n), album = "Corpus " + std::to_string((n - 1) / 10 + 1);
         zelto_catalogue_audio_tags tags{};
         tags.title = title.c_str();
@@ -213,34 +314,32 @@ void build_catalogue(const fs::path &path) {
         tags.album = album.c_str();
         tags.track_number = static_cast<uint32_t>((n - 1) % 10 + 1);
         const std::string content = "bench-" + std::to_string(n);
-        zelto_catalogue_fingerprint_entry e{f.text.c_str(), content.c_str(), file.c_str(), nullptr, &tags};
-        std::lock_guard<std::mutex> guard(mutex);
+        zelto_catalogue_fingerprint_entry e{r.original.c_str(), content.c_str(), content.c_str(), nullptr, &tags};
         timespec a{}, b{};
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &a);
         if (zelto_catalogue_fingerprint_add(g_catalogue, &e, nullptr) != 0)
-            std::fprintf(stderr, "%s: %s\n", file.c_str(), zelto_catalogue_last_message(g_catalogue));
+            std::fprintf(stderr, "song %d: %s\n", n, zelto_catalogue_last_message(g_catalogue));
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &b);
-        times.store += static_cast<double>(b.tv_sec - a.tv_sec) + static_cast<double>(b.tv_nsec - a.tv_nsec) * 1e-9;
-        times.audio += f.decode.info.seconds;
-        times.decode += f.decode_seconds;
-        times.fingerprint += f.fingerprint_seconds;
-        g_texts[static_cast<size_t>(n)] = f.text;
-    });
-    const double cpu = times.decode + times.fingerprint + times.store;
-    std::printf("\n## Fingerprinting %d songs into the catalogue (%.0f s of audio, %.0f s wall on %d threads)\n\n",
-                g_options.songs, times.audio, now() - start, g_options.jobs);
+        store += static_cast<double>(b.tv_sec - a.tv_sec) + static_cast<double>(b.tv_nsec - a.tv_nsec) * 1e-9;
+        audio += r.audio_seconds;
+        decode += r.decode_cpu;
+        fingerprint += r.fingerprint_cpu;
+    }
+    const double cpu = decode + fingerprint + store;
+    std::printf("\n## Fingerprinting %zu songs into the catalogue (%.0f s of audio; store %.0f s wall)\n\n",
+                g_songs.size(), audio, now() - start);
     std::printf("| stage | CPU seconds | x real time on one core |\n|---|---|---|\n");
-    std::printf("| decoding (FLAC) and conversion to 11025 Hz mono | %.1f | %.0fx |\n", times.decode, times.audio / times.decode);
-    std::printf("| fingerprint (module and host service) | %.1f | %.0fx |\n", times.fingerprint, times.audio / times.fingerprint);
-    std::printf("| storing with the index | %.1f | %.0fx |\n", times.store, times.audio / times.store);
-    std::printf("| all | %.1f | %.0fx |\n", cpu, times.audio / cpu);
-    struct stat st {};
-    stat(path.c_str(), &st);
+    std::printf("| decoding (FLAC) and conversion to 11025 Hz mono | %.1f | %.0fx |\n", decode, audio / decode);
+    std::printf("| fingerprint (module and host service) | %.1f | %.0fx |\n", fingerprint, audio / fingerprint);
+    std::printf("| storing with the index | %.1f | %.0fx |\n", store, audio / store);
+    std::printf("| all | %.1f | %.0fx |\n", cpu, audio / cpu);
     zelto_catalogue_fingerprint_info info{};
     zelto_catalogue_fingerprint_counts(g_catalogue, &info);
+    zelto_catalogue_close(g_catalogue);  // written out, then opened again for the lookups
     std::printf("\ncatalogue: %llu fingerprints, %llu index postings, %.1f MB\n",
                 static_cast<unsigned long long>(info.fingerprints), static_cast<unsigned long long>(info.postings),
-                static_cast<double>(st.st_size) / 1e6);
+                static_cast<double>(fs::file_size(path)) / 1e6);
+    if (zelto_catalogue_open(path.c_str(), 0, &g_catalogue) != 0) std::exit(1);
 }
 
 // ---- 3. Accuracy --------------------------------------------------------------------
@@ -250,8 +349,14 @@ struct Answer {
     uint32_t score = 0;
     int64_t offset_ms = 0;
     bool any_wrong = false;
-    double seconds = 0;  // the find operation, wall
+    double seconds = 0;  // the find operation, CPU time of the thread (the machine may be shared)
 };
+
+double thread_cpu() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
 
 std::string value(zelto_rvo_handle o, const char *key) {
     const char *v = nullptr;
@@ -269,13 +374,15 @@ std::string title(zelto_rvo_handle o) {
     return text;
 }
 
-// The find operation on a query that holds a fingerprint, and its answers.
-Answer find(zelto_cantrix_query_handle query, const std::string &expected) {
+// The album find with a fingerprint text set as data, as `cantrix identify
+// --audio` runs it after fingerprinting, and its answers.
+Answer find(zelto_cantrix_query_handle query, const std::string &text, const std::string &expected) {
     Answer a;
     zelto_rvo_handle response = nullptr;
-    const double start = now();
-    const uint32_t status = zelto_cantrix_query_find_albums(query, &response);
-    a.seconds = now() - start;
+    const double start = thread_cpu();
+    uint32_t status = zelto_cantrix_query_set_fp_data(query, text.c_str(), audio::kFingerprintKind);
+    if (status == 0) status = zelto_cantrix_query_find_albums(query, &response);
+    a.seconds = thread_cpu() - start;
     if (status != 0) {
         std::fprintf(stderr, "find failed: 0x%08X\n", status);
         return a;
@@ -310,54 +417,22 @@ double percentile(std::vector<double> v, double p) {
     return v[std::min(v.size() - 1, static_cast<size_t>(p * static_cast<double>(v.size() - 1) + 0.5))];
 }
 
-// Every query of the corpus through the find operation. A query's offset
-// is where its audio starts in the track, ms (NaN where not checked).
-void query_files(std::map<std::string, Tally> &tallies) {
-    struct Query {
-        std::string group, file, expected;
-        double offset_ms;
-    };
-    std::vector<Query> queries;
-    for (int n = 1; n <= g_options.songs; ++n) {
-        const std::string name = song_name(n);
-        const fs::path dir = g_options.corpus / "songs";
-        for (const Variant &v : kVariants) {
-            const double offset = std::string(v.name) == "silence_5s_before" ? -5000 : std::string(v.name) == "first_3s_cut" ? 3000 : 0;
-            queries.push_back({v.name, (dir / (name + "." + v.name + "." + v.ext)).string(), title_of(n), offset});
-        }
-        std::ifstream in(dir / (name + ".done"));
-        double seconds = 0, length = 0, at = 0;
-        in >> seconds;
-        while (in >> length >> at)
-            queries.push_back({"excerpt_" + std::to_string(static_cast<int>(length)) + "s",
-                               (dir / (name + ".x" + std::to_string(static_cast<int>(length)) + ".mp3")).string(),
-                               title_of(n), at * 1000});
-    }
-    for (int n = 1; n <= g_options.unknown; ++n) {
-        const std::string name = "u" + song_name(n).substr(1);
-        const fs::path dir = g_options.corpus / "unknown";
-        queries.push_back({"unknown_whole", (dir / (name + ".whole.mp3")).string(), "", NAN});
-        for (double length : kExcerpts)
-            queries.push_back({"unknown_excerpt_" + std::to_string(static_cast<int>(length)) + "s",
-                               (dir / (name + ".x" + std::to_string(static_cast<int>(length)) + ".mp3")).string(), "", NAN});
-    }
+void run_queries(std::map<std::string, Tally> &tallies) {
+    std::vector<const QueryRecord *> queries;
+    for (const auto *set : {&g_songs, &g_unknown})
+        for (const SongRecord &r : *set)
+            for (const QueryRecord &q : r.queries) queries.push_back(&q);
     std::mutex mutex;
-    std::atomic<int> done{0};
-    const double start = now();
-    audio::Limits limits;
-    limits.max_seconds = 600;  // as `cantrix identify --audio`
     parallel(0, static_cast<int>(queries.size()), g_options.jobs, [&](int i) {
         thread_local Session session;
-        const Query &q = queries[static_cast<size_t>(i)];
-        const audio::Fingerprinted f = audio::fingerprint_file(session.query, q.file, limits);
+        const QueryRecord &q = *queries[static_cast<size_t>(i)];
         Answer a;
-        if (f.decode.ok) a = find(session.query, q.expected);
+        if (!q.refused) a = find(session.query, q.text, q.expected);
         std::lock_guard<std::mutex> guard(mutex);
         Tally &t = tallies[q.group];
         ++t.queries;
-        if (!f.decode.ok) {
+        if (q.refused) {
             ++t.refused;
-            std::fprintf(stderr, "%s: %s\n", q.file.c_str(), f.decode.error.c_str());
             return;
         }
         t.lookup_ms.push_back(a.seconds * 1000);
@@ -366,14 +441,14 @@ void query_files(std::map<std::string, Tally> &tallies) {
         else ++t.wrong;
         if (a.any_wrong && !a.title.empty()) ++t.any_wrong;
         if (!a.title.empty()) t.scores.push_back(a.score);
-        if (a.title == q.expected && !std::isnan(q.offset_ms)) t.offset_errors_ms.push_back(std::fabs(static_cast<double>(a.offset_ms) - q.offset_ms));
-        if (++done % 1000 == 0) std::fprintf(stderr, "queries: %d of %zu (%.0f s)\n", done.load(), queries.size(), now() - start);
+        if (a.title == q.expected && !std::isnan(q.offset_ms))
+            t.offset_errors_ms.push_back(std::fabs(static_cast<double>(a.offset_ms) - q.offset_ms));
     });
 }
 
 void report_accuracy(const std::map<std::string, Tally> &tallies) {
-    std::printf("\n## Accuracy (%d songs in the catalogue, %d songs not in it)\n\n", g_options.songs, g_options.unknown);
-    std::printf("| queries | n | right first (recall) | wrong first | no match | with any wrong track | median score | offset error median / max ms | lookup median / p95 ms |\n");
+    std::printf("\n## Accuracy (%zu songs in the catalogue, %zu songs not in it)\n\n", g_songs.size(), g_unknown.size());
+    std::printf("| queries | n | right first (recall) | wrong first | no match | with a wrong track among the answers | median score | offset error median / max ms | lookup CPU median / p95 ms |\n");
     std::printf("|---|---|---|---|---|---|---|---|---|\n");
     std::vector<std::string> order;
     for (const Variant &v : kVariants) order.push_back(v.name);
@@ -386,9 +461,10 @@ void report_accuracy(const std::map<std::string, Tally> &tallies) {
         const Tally &t = it->second;
         const double n = t.queries;
         const bool unknown = name.rfind("unknown", 0) == 0;
-        std::printf("| %s | %d | %s | %d | %d (%.2f%%) | %d | %.0f | %.0f / %.0f | %.1f / %.1f |\n", name.c_str(), t.queries,
-                    unknown ? "-" : (std::to_string(t.right) + " (" + std::to_string(100.0 * t.right / n).substr(0, 5) + "%)").c_str(),
-                    t.wrong, t.none, 100.0 * t.none / n, t.any_wrong, percentile(t.scores, 0.5),
+        char recall[48] = "-";
+        if (!unknown) std::snprintf(recall, sizeof recall, "%d (%.2f%%)", t.right, 100.0 * t.right / n);
+        std::printf("| %s | %d | %s | %d | %d (%.2f%%) | %d | %.0f | %.0f / %.0f | %.1f / %.1f |\n", name.c_str(),
+                    t.queries, recall, t.wrong, t.none, 100.0 * t.none / n, t.any_wrong, percentile(t.scores, 0.5),
                     percentile(t.offset_errors_ms, 0.5), percentile(t.offset_errors_ms, 1.0),
                     percentile(t.lookup_ms, 0.5), percentile(t.lookup_ms, 0.95));
         if (t.refused) std::printf("|  (%d files refused by the decoder) | | | | | | | | |\n", t.refused);
@@ -402,7 +478,7 @@ void report_accuracy(const std::map<std::string, Tally> &tallies) {
 const std::vector<int16_t> &decoded_song() {
     static const std::vector<int16_t> samples = [] {
         std::vector<int16_t> out;
-        audio::decode_file((g_options.corpus / "songs" / (song_name(1) + ".mp3_320k.mp3")).string(), {},
+        audio::decode_file(song_file("mp3_320k.mp3").string(), {},
                            [&](const int16_t *s, size_t n) {
                                out.insert(out.end(), s, s + n);
                                return true;
@@ -413,7 +489,7 @@ const std::vector<int16_t> &decoded_song() {
 }
 
 void BM_Decode(benchmark::State &state) {
-    const std::string file = (g_options.corpus / "songs" / (song_name(1) + ".mp3_320k.mp3")).string();
+    const std::string file = song_file("mp3_320k.mp3").string();
     double seconds = 0;
     for (auto _ : state) {
         const auto r = audio::decode_file(file, {}, [](const int16_t *, size_t) { return true; });
@@ -457,19 +533,14 @@ void BM_FingerprintChromaprint(benchmark::State &state) {
         static_cast<double>(samples.size()) / audio::kOutputRate * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-// Query texts for the lookup runs: 30 s excerpts and whole MP3 files of
-// known songs, in turn.
+// Query texts for the lookup runs: the 30 s excerpts and the 64 kbit/s MP3
+// files of the first 100 songs, in turn.
 const std::vector<std::string> &lookup_texts() {
     static const std::vector<std::string> texts = [] {
         std::vector<std::string> out;
-        Session session;
-        for (int n = 1; n <= std::min(g_options.songs, 100); ++n) {
-            const std::string name = song_name(n);
-            for (const std::string &file : {name + ".x30.mp3", name + ".mp3_64k.mp3"}) {
-                const auto f = audio::fingerprint_file(session.query, (g_options.corpus / "songs" / file).string(), {});
-                if (f.decode.ok) out.push_back(f.text);
-            }
-        }
+        for (size_t i = 0; i < g_songs.size() && i < 100; ++i)
+            for (const QueryRecord &q : g_songs[i].queries)
+                if ((q.group == "excerpt_30s" || q.group == "mp3_64k") && !q.refused) out.push_back(q.text);
         return out;
     }();
     return texts;
@@ -514,7 +585,8 @@ void BM_Lookup(benchmark::State &state) {
 void BM_BruteForce(benchmark::State &state) {
     static const std::vector<std::vector<uint32_t>> stored = [] {
         std::vector<std::vector<uint32_t>> out;
-        for (const std::string &t : g_texts) {
+        for (const SongRecord &r : g_songs) {
+            const std::string &t = r.original;
             const size_t at = t.find("FINGERPRINT=");
             if (at == std::string::npos) continue;
             uint32_t *raw = nullptr;
@@ -575,12 +647,20 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "usage: bench_audio_match --corpus DIR [--songs N] [--unknown N] [--jobs N] [--catalogues F,...]\n");
         return 2;
     }
-    make_corpus();
     zelto_cantrix_initialize(zelto_manager_get_table());
+    make_corpus();
+    for (int n = 1; n <= g_options.songs; ++n) {
+        SongRecord r;
+        if (load(n, true, r) && !r.original.empty()) g_songs.push_back(std::move(r));
+    }
+    for (int n = 1; n <= g_options.unknown; ++n) {
+        SongRecord r;
+        if (load(n, false, r)) g_unknown.push_back(std::move(r));
+    }
     build_catalogue(g_options.corpus / "bench.catalogue");
     zelto_catalogue_install(g_catalogue, 0);
     std::map<std::string, Tally> tallies;
-    query_files(tallies);
+    run_queries(tallies);
     report_accuracy(tallies);
 
     benchmark::RegisterBenchmark("BM_Decode/mp3_320k", BM_Decode)->Unit(benchmark::kMillisecond);

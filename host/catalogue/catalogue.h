@@ -528,6 +528,17 @@ class Catalogue {
     Status add_fingerprint(const FingerprintEntry &entry, FingerprintAdded &out) noexcept;
     Status match_fingerprint(const fp::Fingerprint &query, FingerprintResult &out) noexcept;
     Status fingerprint_counts(FingerprintCounts &out) noexcept;
+    // Loads many fingerprints at once, for prepared data: in one
+    // transaction, each linked to its entry's track_tui as given (not
+    // checked), with the index postings of all of them inserted in key
+    // order, so that the index grows by long runs rather than scattered
+    // writes. Entries whose content or fingerprint is stored are skipped.
+    Status add_fingerprints_bulk(const std::vector<FingerprintEntry> &entries, uint64_t &added) noexcept;
+    // Calls `each` with every stored fingerprint and its track, in id
+    // order, until it returns false; the catalogue is locked meanwhile, so
+    // `each` must not call it.
+    Status each_fingerprint(
+        const std::function<bool(int64_t id, const std::string &track_tui, const fp::Fingerprint &print)> &each) noexcept;
 
     // Internal: used by the implementation units.
     struct Impl;

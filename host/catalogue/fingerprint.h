@@ -59,7 +59,7 @@ constexpr uint32_t kItemRate = 11025;
 constexpr uint32_t kMaxItems = 1u << 18;
 
 // Matcher parameters (see above).
-constexpr uint32_t kMaxProbes = 2400;        // query items looked up (about 5 minutes)
+constexpr uint32_t kMaxProbes = 1000;        // query items looked up (about 2 minutes)
 constexpr uint32_t kStopPostings = 4000;     // keys with more postings are skipped
 constexpr uint32_t kMaxCandidates = 12;      // fingerprints verified per query
 constexpr uint32_t kMinVotes = 3;            // votes a candidate needs to be verified

@@ -419,6 +419,96 @@ Status Catalogue::match_fingerprint(const fp::Fingerprint &query, FingerprintRes
     });
 }
 
+Status Catalogue::add_fingerprints_bulk(const std::vector<FingerprintEntry> &entries, uint64_t &added) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        Impl &impl = *impl_;
+        added = 0;
+        Status st = ensure_tables(impl);
+        if (!st.ok() || !(st = impl.begin()).ok()) return st;
+        auto fail = [&](Status failure) {
+            impl.rollback();
+            added = 0;
+            return failure;
+        };
+        struct Posting {
+            uint32_t key, print, position;
+        };
+        std::vector<Posting> postings;
+        for (const FingerprintEntry &e : entries) {
+            const fp::Fingerprint &print = e.print;
+            if (e.content_id.empty() || print.algorithm >= fp::kAlgorithmCount || print.items.empty() ||
+                print.items.size() > fp::kMaxItems)
+                return fail(Status::error(Code::invalid_argument, "bulk entry '" + e.content_id + "' cannot be stored"));
+            const std::string data = fp::encode_compressed(print.items, print.algorithm);
+            const std::vector<bool> mask = fp::informative(print.items);
+            Stmt ins(impl.prepare("INSERT OR IGNORE INTO fp_prints(track_tui, algorithm, duration, item_count, indexed,"
+                                  " digest, data) VALUES(?,?,?,?,?,?,?)",
+                                  st));
+            if (!ins) return fail(st);
+            ins.bind(1, e.track_tui);
+            ins.bind(2, static_cast<int64_t>(print.algorithm));
+            ins.bind(3, static_cast<int64_t>(print.duration));
+            ins.bind(4, static_cast<int64_t>(print.items.size()));
+            ins.bind(5, static_cast<int64_t>(std::count(mask.begin(), mask.end(), true)));
+            ins.bind(6, digest_of(data));
+            sqlite3_bind_blob(ins.get(), 7, data.data(), static_cast<int>(data.size()), SQLITE_TRANSIENT);
+            if (ins.step() != SQLITE_DONE) return fail(impl.db_error("store fingerprint"));
+            if (sqlite3_changes(impl.db) == 0) continue;  // the same fingerprint is stored
+            const int64_t id = sqlite3_last_insert_rowid(impl.db);
+            Stmt file(impl.prepare("INSERT OR IGNORE INTO fp_files(content_id, print_id, name) VALUES(?,?,?)", st));
+            if (!file) return fail(st);
+            file.bind(1, e.content_id);
+            file.bind(2, id);
+            file.bind(3, e.name);
+            if (file.step() != SQLITE_DONE) return fail(impl.db_error("record fingerprinted file"));
+            for (size_t i = 0; i < print.items.size(); ++i)
+                if (mask[i])
+                    postings.push_back({fp::index_key(print.algorithm, print.items[i]), static_cast<uint32_t>(id),
+                                        static_cast<uint32_t>(i)});
+            ++added;
+        }
+        std::sort(postings.begin(), postings.end(), [](const Posting &a, const Posting &b) {
+            return a.key != b.key ? a.key < b.key : a.print != b.print ? a.print < b.print : a.position < b.position;
+        });
+        Stmt post(impl.prepare("INSERT OR IGNORE INTO fp_index(key, print_id, position) VALUES(?,?,?)", st));
+        if (!post) return fail(st);
+        for (const Posting &p : postings) {
+            post.bind(1, static_cast<int64_t>(p.key));
+            post.bind(2, static_cast<int64_t>(p.print));
+            post.bind(3, static_cast<int64_t>(p.position));
+            if (post.step() != SQLITE_DONE) return fail(impl.db_error("index fingerprint"));
+            sqlite3_reset(post.get());
+        }
+        if (!(st = impl.commit()).ok()) return fail(st);
+        return Status{};
+    });
+}
+
+Status Catalogue::each_fingerprint(
+    const std::function<bool(int64_t id, const std::string &track_tui, const fp::Fingerprint &print)> &each) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        Status st;
+        if (!tables_exist(*impl_, st)) return st;
+        Stmt q(impl_->prepare("SELECT id, track_tui, duration, data FROM fp_prints ORDER BY id", st));
+        if (!q) return st;
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            const auto *blob = static_cast<const char *>(sqlite3_column_blob(q.get(), 3));
+            fp::Fingerprint print;
+            std::string why;
+            if (!fp::decode_compressed(std::string_view(blob ? blob : "", static_cast<size_t>(sqlite3_column_bytes(q.get(), 3))),
+                                       print, why))
+                return Status::error(Code::database, "stored fingerprint " + std::to_string(q.i64(0)) + ": " + why);
+            print.duration = q.u32(2);
+            if (!each(q.i64(0), q.text(1), print)) break;
+        }
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) return impl_->db_error("read fingerprints");
+        return Status{};
+    });
+}
+
 Status Catalogue::fingerprint_counts(FingerprintCounts &out) noexcept {
     return guarded([&]() -> Status {
         std::lock_guard lock(impl_->mutex);
