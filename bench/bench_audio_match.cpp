@@ -2,8 +2,8 @@
 // generated corpus: accuracy per variant and for excerpts, the speed of
 // fingerprinting, and the time of a lookup at growing catalogue sizes.
 //
-//   bench_audio_match --corpus DIR [--songs 1000] [--unknown 250] [--jobs 2]
-//                     [--catalogues FILE,FILE...] [benchmark options]
+//   bench_audio_match --corpus DIR [--songs 1000] [--variants 1000] [--unknown 250]
+//                     [--jobs 2] [--catalogues FILE,FILE...] [benchmark options]
 //
 // 1. Corpus (made once; DIR keeps a record per song, resumable): synthetic
 //    songs of 2 to 5 minutes (tests/support/synth_song.h, seeds 1..N) as
@@ -64,7 +64,7 @@ namespace fs = std::filesystem;
 
 struct Options {
     fs::path corpus;
-    int songs = 1000, unknown = 250, jobs = 2;
+    int songs = 1000, unknown = 250, variants = 1000, jobs = 2;
     std::vector<std::string> catalogues;  // larger catalogues for the lookup timings
 };
 Options g_options;
@@ -157,21 +157,25 @@ struct SongRecord {
     double decode_cpu = 0, fingerprint_cpu = 0, audio_seconds = 0;  // of the original
 };
 
-fs::path record_path(int n, bool known) {
-    return g_options.corpus / (known ? "songs" : "unknown") / ((known ? "s" : "u") + song_name(n).substr(1) + ".txt");
+// Record of song n: "s0001.txt" (original and excerpts), "s0001.var.txt"
+// (the variants), "u0001.txt" (a song the catalogue does not hold).
+fs::path record_path(int n, bool known, bool variants = false) {
+    return g_options.corpus / (known ? "songs" : "unknown") /
+           ((known ? "s" : "u") + song_name(n).substr(1) + (variants ? ".var.txt" : ".txt"));
 }
 
 // Records are lines "KEY\tVALUE..." with the texts' newlines written as "|".
-void save(const SongRecord &r) {
+void save(const SongRecord &r, bool variants) {
     auto flat = [](std::string t) {
         for (char &c : t)
             if (c == '\n') c = '|';
         return t;
     };
-    const fs::path path = record_path(r.number, r.known);
+    const fs::path path = record_path(r.number, r.known, variants);
     std::ofstream out(path.string() + ".part");
-    out << "seconds\t" << r.seconds << "\ncpu\t" << r.decode_cpu << "\t" << r.fingerprint_cpu << "\t" << r.audio_seconds
-        << "\noriginal\t" << flat(r.original) << "\n";
+    if (!variants)
+        out << "seconds\t" << r.seconds << "\ncpu\t" << r.decode_cpu << "\t" << r.fingerprint_cpu << "\t"
+            << r.audio_seconds << "\noriginal\t" << flat(r.original) << "\n";
     for (const QueryRecord &q : r.queries)
         out << "query\t" << q.group << "\t" << q.expected << "\t" << q.offset_ms << "\t" << q.refused << "\t"
             << flat(q.text) << "\n";
@@ -179,10 +183,10 @@ void save(const SongRecord &r) {
     fs::rename(path.string() + ".part", path);
 }
 
-bool load(int n, bool known, SongRecord &r) {
-    std::ifstream in(record_path(n, known));
+// Reads a record into `r` (queries are appended); false if there is none.
+bool load(int n, bool known, bool variants, SongRecord &r) {
+    std::ifstream in(record_path(n, known, variants));
     if (!in) return false;
-    r = SongRecord{};
     r.number = n;
     r.known = known;
     auto unflat = [](std::string t) {
@@ -214,9 +218,14 @@ bool load(int n, bool known, SongRecord &r) {
     return true;
 }
 
-void make_song(int n, bool known) {
+// Makes the files of one pass over a song with one ffmpeg run, fingerprints
+// them and keeps the record. The first pass makes the original and the
+// excerpts (a known song) or the whole file and the excerpts (an unknown
+// one); the second the variants of a known song.
+void make_song(int n, bool known, bool variants) {
     SongRecord record;
-    if (load(n, known, record)) return;
+    if (load(n, known, variants, record)) return;
+    record = SongRecord{};
     record.number = n;
     record.known = known;
     const std::string name = (known ? "s" : "u") + song_name(n).substr(1);
@@ -235,8 +244,7 @@ void make_song(int n, bool known) {
     };
     std::vector<Planned> planned;
     auto out = [&](const std::string &args, const std::string &file) { cmd << " " << args << " '" << (dir / file).string() << "'"; };
-    if (known) {
-        out("-c:a flac -metadata title='" + title_of(n) + "'", "original.flac");
+    if (variants) {
         for (const Variant &v : kVariants) {
             const std::string file = std::string(v.name) + "." + v.ext;
             out(v.args, file);
@@ -244,17 +252,21 @@ void make_song(int n, bool known) {
             planned.push_back({group, file, group == "silence_5s_before" ? -5000.0 : group == "first_3s_cut" ? 3000.0 : 0.0});
         }
     } else {
-        out("-c:a libmp3lame -b:a 128k -compression_level 9", "whole.mp3");
-        planned.push_back({"unknown_whole", "whole.mp3", NAN});
-    }
-    for (double length : kExcerpts) {
-        const double at = excerpt_offset(n, length, song.seconds());
-        char args[96];
-        std::snprintf(args, sizeof args, "-ss %.3f -t %.0f -c:a libmp3lame -b:a 128k -compression_level 9", at, length);
-        const std::string file = "x" + std::to_string(static_cast<int>(length)) + ".mp3";
-        out(args, file);
-        planned.push_back({std::string(known ? "" : "unknown_") + "excerpt_" + std::to_string(static_cast<int>(length)) + "s",
-                           file, known ? at * 1000 : NAN});
+        if (known) {
+            out("-c:a flac -metadata title='" + title_of(n) + "'", "original.flac");
+        } else {
+            out("-c:a libmp3lame -b:a 128k -compression_level 9", "whole.mp3");
+            planned.push_back({"unknown_whole", "whole.mp3", NAN});
+        }
+        for (double length : kExcerpts) {
+            const double at = excerpt_offset(n, length, song.seconds());
+            char args[96];
+            std::snprintf(args, sizeof args, "-ss %.3f -t %.0f -c:a libmp3lame -b:a 128k -compression_level 9", at, length);
+            const std::string file = "x" + std::to_string(static_cast<int>(length)) + ".mp3";
+            out(args, file);
+            planned.push_back({std::string(known ? "" : "unknown_") + "excerpt_" + std::to_string(static_cast<int>(length)) + "s",
+                               file, known ? at * 1000 : NAN});
+        }
     }
     if (!run(cmd.str())) std::fprintf(stderr, "ffmpeg failed for %s\n", name.c_str());
     fs::remove(wav);
@@ -262,7 +274,7 @@ void make_song(int n, bool known) {
     thread_local Session session;
     audio::Limits query_limits;
     query_limits.max_seconds = 600;  // as `cantrix identify --audio`
-    if (known) {
+    if (known && !variants) {
         const auto f = audio::fingerprint_file(session.query, (dir / "original.flac").string(), {});
         if (!f.decode.ok) std::fprintf(stderr, "%s original: %s\n", name.c_str(), f.decode.error.c_str());
         record.original = f.text;
@@ -276,20 +288,28 @@ void make_song(int n, bool known) {
         if (!f.decode.ok) std::fprintf(stderr, "%s %s: %s\n", name.c_str(), p.file.c_str(), f.decode.error.c_str());
         record.queries.push_back(q);
     }
-    save(record);
+    save(record, variants);
     if (!(known && n == 1)) fs::remove_all(dir);
 }
 
+// Originals and excerpts of all songs and the unknown songs first, then the
+// variants song by song: a run stopped early leaves a full catalogue and
+// the variants of the songs done so far (the report counts what exists).
 void make_corpus() {
     fs::create_directories(g_options.corpus / "songs");
     fs::create_directories(g_options.corpus / "unknown");
     const double start = now();
     std::atomic<int> made{0};
-    parallel(1, g_options.songs + 1, g_options.jobs, [&](int n) {
-        make_song(n, true);
-        if (++made % 25 == 0) std::fprintf(stderr, "corpus: %d songs (%.0f s)\n", made.load(), now() - start);
-    });
-    parallel(1, g_options.unknown + 1, g_options.jobs, [&](int n) { make_song(n, false); });
+    auto pass = [&](const char *what, int count, bool known, bool variants) {
+        made = 0;
+        parallel(1, count + 1, g_options.jobs, [&](int n) {
+            make_song(n, known, variants);
+            if (++made % 50 == 0) std::fprintf(stderr, "corpus %s: %d of %d (%.0f s)\n", what, made.load(), count, now() - start);
+        });
+    };
+    pass("originals", g_options.songs, true, false);
+    pass("unknown songs", g_options.unknown, false, false);
+    pass("variants", g_options.variants, true, true);
     std::fprintf(stderr, "corpus ready in %.0f s\n", now() - start);
 }
 
@@ -636,6 +656,7 @@ int main(int argc, char **argv) {
         if (a == "--corpus") g_options.corpus = next();
         else if (a == "--songs") g_options.songs = std::atoi(next().c_str());
         else if (a == "--unknown") g_options.unknown = std::atoi(next().c_str());
+        else if (a == "--variants") g_options.variants = std::atoi(next().c_str());
         else if (a == "--jobs") g_options.jobs = std::max(1, std::atoi(next().c_str()));
         else if (a == "--catalogues") {
             std::stringstream list(next());
@@ -644,18 +665,21 @@ int main(int argc, char **argv) {
         } else rest.push_back(argv[i]);
     }
     if (g_options.corpus.empty()) {
-        std::fprintf(stderr, "usage: bench_audio_match --corpus DIR [--songs N] [--unknown N] [--jobs N] [--catalogues F,...]\n");
+        std::fprintf(stderr, "usage: bench_audio_match --corpus DIR [--songs N] [--variants N] [--unknown N] [--jobs N] [--catalogues F,...]\n");
         return 2;
     }
     zelto_cantrix_initialize(zelto_manager_get_table());
     make_corpus();
+    g_options.variants = std::min(g_options.variants, g_options.songs);
     for (int n = 1; n <= g_options.songs; ++n) {
         SongRecord r;
-        if (load(n, true, r) && !r.original.empty()) g_songs.push_back(std::move(r));
+        if (!load(n, true, false, r) || r.original.empty()) continue;
+        load(n, true, true, r);
+        g_songs.push_back(std::move(r));
     }
     for (int n = 1; n <= g_options.unknown; ++n) {
         SongRecord r;
-        if (load(n, false, r)) g_unknown.push_back(std::move(r));
+        if (load(n, false, false, r)) g_unknown.push_back(std::move(r));
     }
     build_catalogue(g_options.corpus / "bench.catalogue");
     zelto_catalogue_install(g_catalogue, 0);

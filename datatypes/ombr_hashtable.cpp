@@ -25,6 +25,7 @@ struct alignas(8) hashtable_item {
     uint32_t value_size;
     uint8_t value_copied;
     uint8_t accessed;
+    uint8_t chain_prefix;  // valid in a chain's first item only, see additem
     hashtable_item *bucket_next;
     hashtable_item *bucket_prev;
     hashtable_item *bucket_tail;  // valid in a chain's first item only
@@ -48,6 +49,11 @@ struct ombr_hashtable {
     uint32_t count;
     hashtable_item *cursor_item;
     uint32_t cursor_index;
+    // Where the last find by a non-zero ordinal stopped, so that finding
+    // ordinals 0, 1, 2 ... of one key costs one step each. Guarded by
+    // cursor_lock and cleared by every add and removal.
+    hashtable_item *find_item;
+    uint32_t find_ordinal;
     uint32_t bucket_count;
     uint32_t used_buckets;
     uint32_t collisions;
@@ -74,7 +80,15 @@ void reset_cursor(ombr_hashtable *table) {
     ombr::SpinGuard guard(&table->cursor_lock);
     table->cursor_item = table->order_head;
     table->cursor_index = 0;
+    table->find_item = nullptr;
 }
+
+// What the items of a chain before its last one hold, kept in the chain's
+// first item: the collision test of an add only needs to know whether they
+// all share the first item's hash.
+constexpr uint8_t kPrefixUniform = 0;  // all share the first item's hash
+constexpr uint8_t kPrefixMixed = 1;    // at least two hashes
+constexpr uint8_t kPrefixUnknown = 2;  // to be found out by a walk
 
 }  // namespace
 
@@ -139,19 +153,43 @@ inline bool same_key(const hashtable_item *item, const char *key, uint32_t lengt
     return ombr_string_equal(item->key, key, ignore_case) != 0;
 }
 
-// The ordinal-th item with this key, in chain (= insertion) order.
-inline uint32_t _ombr_hashtable_finditem(const ombr_hashtable *table, const char *key, KeyHash kh, uint32_t ordinal,
-                          hashtable_item **out_item) {
+// The ordinal-th item with this key, in chain (= insertion) order. A find
+// by a later ordinal of the key of the last one goes on from where that one
+// stopped.
+inline uint32_t _ombr_hashtable_finditem(ombr_hashtable *table, const char *key, KeyHash kh, uint32_t ordinal,
+                                         hashtable_item **out_item) {
     if (table->count == 0) return kNotFound;
     const uint8_t ignore = table->ignore_case() ? 1 : 0;
-    for (hashtable_item *item = *table->bucket_of(kh.hash); item; item = item->bucket_next) {
+    hashtable_item *item = *table->bucket_of(kh.hash);
+    uint32_t skip = ordinal;
+    if (ordinal > 0) {
+        ombr::SpinGuard guard(&table->cursor_lock);
+        hashtable_item *last = table->find_item;
+        if (last && table->find_ordinal <= ordinal && last->hash == kh.hash && same_key(last, key, kh.length, ignore)) {
+            item = last;
+            skip = ordinal - table->find_ordinal;
+        }
+    }
+    for (; item; item = item->bucket_next) {
         if (item->hash != kh.hash || !same_key(item, key, kh.length, ignore)) continue;
-        if (ordinal-- == 0) {
+        if (skip-- == 0) {
+            if (ordinal > 0) {
+                ombr::SpinGuard guard(&table->cursor_lock);
+                table->find_item = item;
+                table->find_ordinal = ordinal;
+            }
             *out_item = item;
             return 0;
         }
     }
     return kNotFound;
+}
+
+// Whether the items of a chain before its last one share the first's hash.
+uint8_t chain_prefix_of(const hashtable_item *first) {
+    for (const hashtable_item *cur = first; cur->bucket_next; cur = cur->bucket_next)
+        if (cur->hash != first->hash) return kPrefixMixed;
+    return kPrefixUniform;
 }
 
 }  // namespace
@@ -218,6 +256,7 @@ uint32_t _ombr_hashtable_setsize(ombr_hashtable *table, uint32_t n) {
     ombr::SpinGuard guard(&table->cursor_lock);
     table->cursor_item = nullptr;
     table->cursor_index = 0;
+    table->find_item = nullptr;
     return 0;
 }
 
@@ -256,16 +295,22 @@ uint32_t _ombr_hashtable_additem(ombr_hashtable *table, item_t *item) {
     if (!first) {
         item->bucket_prev = nullptr;
         item->bucket_tail = item;
+        item->chain_prefix = kPrefixUniform;
         *bucket = item;
         table->used_buckets += 1;
     } else {
-        // A chain's last item is never compared: a chain of one never counts.
-        for (item_t *cur = first; cur->bucket_next; cur = cur->bucket_next) {
-            if (cur->hash != item->hash) {
-                table->collisions += 1;
-                break;
-            }
-        }
+        // An append counts a collision when an item of the chain that has a
+        // successor differs in hash from the new one; a chain's last item is
+        // never compared, and a chain of one never counts. What the items
+        // before the last hold is kept in the first, so the test needs no
+        // walk: a uniform prefix differs exactly when its hash does.
+        uint8_t prefix = first->chain_prefix;
+        if (prefix == kPrefixUnknown) prefix = chain_prefix_of(first);
+        const item_t *last = first->bucket_tail;
+        if (last != first && (prefix == kPrefixMixed || first->hash != item->hash)) table->collisions += 1;
+        // The old last item joins the prefix.
+        if (prefix == kPrefixUniform && last->hash != first->hash) prefix = kPrefixMixed;
+        first->chain_prefix = prefix;
         item->bucket_tail = nullptr;
         item->bucket_prev = first->bucket_tail;
         first->bucket_tail->bucket_next = item;
@@ -279,12 +324,17 @@ uint32_t _ombr_hashtable_additem(ombr_hashtable *table, item_t *item) {
 void _ombr_hashtable_removeitem(ombr_hashtable *table, item_t *item) {
     item_t **bucket = table->bucket_of(item->hash);
     item_t *first = *bucket;
+    // A uniform prefix stays uniform when an item leaves; a mixed one may
+    // not, and is found out again at the next append.
+    const uint8_t prefix = first->chain_prefix == kPrefixUniform ? kPrefixUniform : kPrefixUnknown;
+    first->chain_prefix = prefix;
     if (item == first) {
         item_t *next = item->bucket_next;
         *bucket = next;
         if (next) {
             next->bucket_tail = item->bucket_tail;
             next->bucket_prev = nullptr;
+            next->chain_prefix = prefix;
         } else {
             table->used_buckets -= 1;
         }
@@ -368,6 +418,7 @@ void clear_items(ombr_hashtable *table) {
     ombr::SpinGuard guard(&table->cursor_lock);
     table->cursor_item = nullptr;
     table->cursor_index = 0;
+    table->find_item = nullptr;
 }
 
 // Argument tests shared by the keyed operations.
@@ -604,6 +655,20 @@ OMBR_API uint32_t ombr_hashtable_copy(ombr_hashtable_t source, ombr_hashtable_t 
         return 0;
     }
     *out_table = copy;
+    return 0;
+}
+
+uint32_t _ombr_hashtable_check_chains(ombr_hashtable_t table, uint32_t *out_bad_chains) {
+    if (uint32_t status = check_table(table)) return status;
+    if (!out_bad_chains) return kInvalidArg;
+    SectionGuard guard(table->lock);
+    if (guard.status()) return guard.status();
+    uint32_t bad = 0;
+    for (uint32_t b = 0; b < table->bucket_count; ++b) {
+        const item_t *first = table->buckets[b];
+        if (first && first->chain_prefix != kPrefixUnknown && first->chain_prefix != chain_prefix_of(first)) ++bad;
+    }
+    *out_bad_chains = bad;
     return 0;
 }
 

@@ -6,7 +6,7 @@ set -euo pipefail
 need=()
 for pkg in cmake make g++ g++-multilib googletest libgtest-dev libgmock-dev libbenchmark-dev \
            libsqlite3-dev libchromaprint-dev pkg-config nlohmann-json3-dev libdiscid-dev unicode-data python3 binutils \
-           libfmt-dev libabsl-dev libicu-dev libedlib-dev; do
+           libfmt-dev libabsl-dev libicu-dev libedlib-dev libexpat1-dev libxml2-dev libpugixml-dev; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then
@@ -37,3 +37,21 @@ for lib in libsqlite3-0:libsqlite3.so.0 libdiscid0:libdiscid.so.0; do
   dpkg-deb -x "$tmp/${pkg}"_*_i386.deb "$deps32_dir"
   rm -rf "$tmp"
 done
+
+# Debian's prebuilt GoogleTest is 64-bit only: the 32-bit build uses one built
+# from Debian's sources (package googletest) and installed into the build tree,
+# where CMake finds it (GTest_DIR). Rebuilt when the source package changes.
+gtest32_dir=$deps32_dir/googletest
+gtest_version=$(dpkg-query -W -f='${Version}' googletest)
+if [ "$(cat "$gtest32_dir/.version" 2>/dev/null)" != "$gtest_version" ]; then
+  echo "building GoogleTest $gtest_version for i386"
+  work=$(mktemp -d)
+  cmake -S /usr/src/googletest -B "$work" -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAGS=-m32 -DCMAKE_INSTALL_LIBDIR=lib \
+        -DCMAKE_INSTALL_PREFIX="$PWD/$gtest32_dir" > "$work.log" 2>&1 \
+    && cmake --build "$work" -j"$(nproc 2>/dev/null || echo 2)" >> "$work.log" 2>&1 \
+    && rm -rf "$gtest32_dir" && cmake --install "$work" >> "$work.log" 2>&1 \
+    || { tail -40 "$work.log"; rm -rf "$work" "$work.log"; exit 1; }
+  echo "$gtest_version" > "$gtest32_dir/.version"
+  rm -rf "$work" "$work.log"
+fi

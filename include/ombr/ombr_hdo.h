@@ -174,8 +174,10 @@ OMBR_API uint32_t ombr_hdo_copy(ombr_hdo_t node, ombr_hdo_t *out_node, uint8_t d
  * (negation), alternatives with "|" and "&". A leading "/" goes back up
  * to the node the query started on. ordinal picks the ordinal-th match of
  * the whole path, counted across all parents.
- * A path that is only a literal succeeds, but its text is freed before the
- * call returns and must not be read. */
+ * A literal's text lives only as long as its query: a path that is only a
+ * literal succeeds, but the text it gives (and any text that a literal
+ * step of an alternative gave last) is freed before the call returns and
+ * must not be read. */
 
 OMBR_API uint32_t ombr_hdo_get_count_by_hpath(ombr_hdo_t node, const char *path, ombr_hdo_t params,
                                               uint32_t *out_count);
