@@ -3,39 +3,8 @@
 // finds a query (a whole file or an excerpt of 20 seconds or more) among
 // stored fingerprints, with its offset.
 //
-// How matching works
-// ------------------
-// A fingerprint is a sequence of 32-bit items, one every 1365 samples at
-// 11025 Hz (123.8 ms; Chromaprint's algorithm 2). Each item describes the
-// spectrum of a short window; the same music gives the same items, and
-// lossy coding, gain changes or resampling flip a few bits of some.
-//
-//  1. Index. Every informative item of a stored fingerprint (not part of a
-//     run of identical items, which is what digital silence and constant
-//     tones give) files its position under a key: the item's 28 high bits
-//     with the algorithm number above them (`index_key`). The two lowest
-//     classifiers (4 bits) flip most often and are left out of the key.
-//  2. Candidates. Each informative query item, up to `kMaxProbes`, reads the
-//     postings of its key; keys with more than `kStopPostings` postings
-//     carry no information (silence, common tones) and are skipped. Every
-//     posting votes for its fingerprint at the offset "stored position
-//     minus query position". True matches pile their votes on one offset;
-//     chance collisions spread theirs.
-//  3. Verification. For the `kMaxCandidates` fingerprints with the most
-//     votes at one offset (a vote bin and its two neighbours, since a
-//     query that starts between two item boundaries aligns with either),
-//     the query is compared item by item with the stored fingerprint at
-//     that offset and its neighbours: the bit error rate over the
-//     informative items that overlap decides.
-//  4. Score. score = 100 * (1 - 2 * bit error rate), at least 0: identical
-//     items give 100, unrelated music gives 0 to 20 (about half of the bits
-//     differ), re-encoded copies 85 to 99. A hit needs at least
-//     `kMinCompared` compared items (5 seconds) and a score of at least
-//     `kMatchThreshold` (a bit error rate of at most 25%).
-//
-// The offset of a hit, in items, times the item duration is where the
-// query's audio starts in the stored track (negative when the query has
-// lead-in the track lacks).
+// How matching works is told in include/zelto/zelto_catalogue.h ("Audio
+// fingerprints"); the parameters are below.
 #ifndef ZELTO_HOST_CATALOGUE_FINGERPRINT_H
 #define ZELTO_HOST_CATALOGUE_FINGERPRINT_H
 
@@ -44,6 +13,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "zelto/zelto_catalogue.h"
 
 namespace catalogue::fp {
 
@@ -58,14 +29,14 @@ constexpr uint32_t kItemRate = 11025;
 // Longest fingerprint read or stored: about nine hours of algorithm 2.
 constexpr uint32_t kMaxItems = 1u << 18;
 
-// Matcher parameters (see above).
+// Matcher parameters (see zelto_catalogue.h).
 constexpr uint32_t kMaxProbes = 1000;        // query items looked up (about 2 minutes)
 constexpr uint32_t kStopPostings = 4000;     // keys with more postings are skipped
 constexpr uint32_t kMaxCandidates = 12;      // fingerprints verified per query
 constexpr uint32_t kMinVotes = 3;            // votes a candidate needs to be verified
 constexpr uint32_t kMinCompared = 40;        // compared items a hit needs (5 s)
-constexpr uint32_t kMatchThreshold = 50;     // lowest score of a hit
-constexpr uint32_t kStrongScore = 80;        // several hits this good are all exact
+constexpr uint32_t kMatchThreshold = ZELTO_CATALOGUE_FP_THRESHOLD;  // lowest score of a hit
+constexpr uint32_t kStrongScore = ZELTO_CATALOGUE_FP_MULTI_SCORE;   // several hits this good are all exact
 
 struct Fingerprint {
     uint32_t algorithm = 1;        // stored algorithm number, below kAlgorithmCount

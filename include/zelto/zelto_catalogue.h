@@ -141,21 +141,49 @@ ZELTO_MANAGER_API uint32_t zelto_catalogue_live_requests(zelto_catalogue *catalo
  * the query: a whole file or an excerpt of 20 seconds or more from
  * anywhere in a track. The query text is what the host's fingerprint
  * service gives for algorithm 1 (plain) or 3 and 5 (XML); see
- * zelto_host_services.h. Matching: host/catalogue/fingerprint.h.
+ * zelto_host_services.h.
+ *
+ * How matching works. A fingerprint is a sequence of 32-bit items, one
+ * every 123.8 ms of audio (Chromaprint's algorithm 2); each describes the
+ * spectrum of a short window, and re-encoding, gain or resampling flip a
+ * few bits of some items.
+ *  1. Index: every item that is not part of a run of three or more equal
+ *     items (what silence and steady tones give) is filed under a key, its
+ *     28 high bits with the algorithm above them, as (key, fingerprint,
+ *     position) in a SQLite table ordered by key.
+ *  2. Candidates: up to 1000 items of the query (about two minutes) read
+ *     the postings of their keys; keys with more than 4000 postings say
+ *     nothing and are skipped. Each posting votes for its fingerprint at
+ *     the offset "stored position minus query position": a real match
+ *     piles its votes on one offset (or two neighbours, when the query
+ *     starts between item boundaries), chance collisions scatter.
+ *  3. Verification: the 12 fingerprints with the most votes at one offset
+ *     (at least 3) are compared item by item with the query at that offset
+ *     and the two on either side; the bit error rate over the overlapping
+ *     items decides.
+ *  4. Score: 100 * (1 - 2 * bit error rate), at least 0. Identical audio
+ *     scores 100, re-encoded copies 85 to 99, unrelated music 0 to 20. A
+ *     hit needs 5 seconds of overlap and a score of
+ *     ZELTO_CATALOGUE_FP_THRESHOLD (a bit error rate of 25% at most).
+ * The offset of a hit, in items, gives where the query's audio starts in
+ * the track; it is exact to half an item (62 ms). An excerpt of 20 seconds
+ * or more from anywhere in a track is found, and a query longer than the
+ * track (lead-in, say) too.
  *
  * An answer to an album lookup holds full albums ("zelto_val_full_result"
  * "1"), best match first, each with its matched track under
  * "zelto_ctx_track!matching" and "zelto_val_track_matched"; a track lookup
  * gives the matched tracks themselves. The album and its matched track (or
  * the track) carry the values below. The response code is single match
- * for one track, multi-exact when the second best also scores at least 80
- * (the same recording on several albums), else fuzzy; no match when
- * nothing scores ZELTO_CATALOGUE_FP_THRESHOLD.
+ * for one track, multi-exact when the second best also scores
+ * ZELTO_CATALOGUE_FP_MULTI_SCORE (the same recording on several albums),
+ * else fuzzy; no match when nothing scores ZELTO_CATALOGUE_FP_THRESHOLD.
  */
 #define ZELTO_CATALOGUE_VAL_FP_SCORE "zelto_val_fp_matchscore"      /* 0..100: 100 less twice the bit error rate in percent */
 #define ZELTO_CATALOGUE_VAL_FP_OFFSET "zelto_val_fp_offset_ms"      /* where the query's audio starts in the track; negative for lead-in */
 #define ZELTO_CATALOGUE_VAL_FP_COMPARED "zelto_val_fp_compared_ms"  /* length of audio compared */
 #define ZELTO_CATALOGUE_FP_THRESHOLD 50u
+#define ZELTO_CATALOGUE_FP_MULTI_SCORE 80u
 
 /* What an audio file's tags say; null or 0 where they say nothing. */
 typedef struct zelto_catalogue_audio_tags {
