@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Installs what the build and the tests need on a Debian machine, only if it
-# is missing. Safe to run repeatedly.
+# is missing. Safe to run repeatedly. FFmpeg's libraries decode audio files
+# in the tool; the ffmpeg program makes the audio of the tests.
 set -euo pipefail
 
 need=()
 for pkg in cmake make g++ g++-multilib googletest libgtest-dev libgmock-dev libbenchmark-dev \
            libsqlite3-dev libchromaprint-dev pkg-config nlohmann-json3-dev libdiscid-dev unicode-data python3 binutils \
-           libfmt-dev libabsl-dev libicu-dev libedlib-dev libexpat1-dev libxml2-dev libpugixml-dev; do
+           libfmt-dev libabsl-dev libicu-dev libedlib-dev libexpat1-dev libxml2-dev libpugixml-dev \
+           libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

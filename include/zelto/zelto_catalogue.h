@@ -20,6 +20,11 @@
  *     keys, with per-field scores;
  *   - "zelto_lookup_type_lyric": "zelto_lookup_data_lyric_title",
  *     "_lyric_artist", "_lyric_fragment".
+ *   - album and track lookups by fingerprint: "zelto_lookup_data_tvx_querydata"
+ *     (the plain query text) or "zelto_lookup_data_fpx_querydata" (the XML
+ *     description, with "zelto_lookup_data_fpx_algname" and "_algver"),
+ *     matched against the fingerprints stored with
+ *     zelto_catalogue_fingerprint_add (see below).
  * Result ranges ("zelto_lookup_data_result_range_start"/"_end", 1-based,
  * inclusive, default 1 to 10) are honoured; "zelto_lookup_option_result_single"
  * set to a true text keeps the first hit only. Other options are accepted
@@ -136,6 +141,129 @@ ZELTO_MANAGER_API const zelto_lookup_interface *zelto_catalogue_lookup_table(zel
 ZELTO_MANAGER_API uint32_t zelto_catalogue_install(zelto_catalogue *catalogue, uint32_t mode);
 /* Requests created and not yet released. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_live_requests(zelto_catalogue *catalogue);
+
+/* ---- Audio fingerprints ---- *
+ *
+ * The catalogue keeps fingerprints of audio files, each linked to a track,
+ * and answers fingerprint lookups with the tracks whose fingerprints match
+ * the query: a whole file or an excerpt of 20 seconds or more from
+ * anywhere in a track. The query text is what the host's fingerprint
+ * service gives for algorithm 1 (plain) or 3 and 5 (XML); see
+ * zelto_host_services.h.
+ *
+ * How matching works. A fingerprint is a sequence of 32-bit items, one
+ * every 123.8 ms of audio (Chromaprint's algorithm 2); each describes the
+ * spectrum of a short window, and re-encoding, gain or resampling flip a
+ * few bits of some items.
+ *  1. Index: every item that is not part of a run of three or more equal
+ *     items (what silence and steady tones give) is filed under a key, its
+ *     28 high bits with the algorithm above them, as (key, fingerprint,
+ *     position) in a SQLite table ordered by key.
+ *  2. Candidates: up to 1000 items of the query (about two minutes) read
+ *     the postings of their keys; keys with more than 4000 postings say
+ *     nothing and are skipped. Each posting votes for its fingerprint at
+ *     the offset "stored position minus query position": a real match
+ *     piles its votes on one offset (or two neighbours, when the query
+ *     starts between item boundaries), chance collisions scatter.
+ *  3. Verification: the 12 fingerprints with the most votes at one offset
+ *     (at least 3) are compared item by item with the query at that offset
+ *     and the two on either side; the bit error rate over the overlapping
+ *     items decides.
+ *  4. Score: 100 * (1 - 2 * bit error rate), at least 0. Identical audio
+ *     scores 100, re-encoded copies 85 to 99, unrelated music 0 to 20. A
+ *     hit needs 5 seconds of overlap and a score of
+ *     ZELTO_CATALOGUE_FP_THRESHOLD (a bit error rate of 25% at most).
+ * The offset of a hit, in items, gives where the query's audio starts in
+ * the track; it is exact to half an item (62 ms). An excerpt of 20 seconds
+ * or more from anywhere in a track is found, and a query longer than the
+ * track (lead-in, say) too.
+ *
+ * An answer to an album lookup holds full albums ("zelto_val_full_result"
+ * "1"), best match first, each with its matched track under
+ * "zelto_ctx_track!matching" and "zelto_val_track_matched"; a track lookup
+ * gives the matched tracks themselves. The album and its matched track (or
+ * the track) carry the values below. The response code is single match
+ * for one track, multi-exact when the second best also scores
+ * ZELTO_CATALOGUE_FP_MULTI_SCORE (the same recording on several albums),
+ * else fuzzy; no match when nothing scores ZELTO_CATALOGUE_FP_THRESHOLD.
+ */
+#define ZELTO_CATALOGUE_VAL_FP_SCORE "zelto_val_fp_matchscore"      /* 0..100: 100 less twice the bit error rate in percent */
+#define ZELTO_CATALOGUE_VAL_FP_OFFSET "zelto_val_fp_offset_ms"      /* where the query's audio starts in the track; negative for lead-in */
+#define ZELTO_CATALOGUE_VAL_FP_COMPARED "zelto_val_fp_compared_ms"  /* length of audio compared */
+#define ZELTO_CATALOGUE_FP_THRESHOLD 50u
+#define ZELTO_CATALOGUE_FP_MULTI_SCORE 80u
+
+/* What an audio file's tags say; null or 0 where they say nothing. */
+typedef struct zelto_catalogue_audio_tags {
+    const char *title;
+    const char *artist;
+    const char *album;
+    const char *album_artist;
+    const char *genre;
+    uint32_t year;
+    uint32_t track_number;
+    uint32_t disc_number;
+    uint32_t duration_ms;
+    const char *mb_release_track_id; /* MusicBrainz track id: a catalogue track's source id */
+    const char *mb_release_id;       /* MusicBrainz release id: an imported album's tui */
+    const char *mb_recording_id;     /* accepted, not used: the catalogue keeps no recordings */
+} zelto_catalogue_audio_tags;
+
+typedef struct zelto_catalogue_fingerprint_entry {
+    const char *fp_text;    /* query text of the file's fingerprint */
+    const char *content_id; /* names the file's content (a hash of its bytes); not empty */
+    const char *name;       /* file name, informational; its base name titles an untitled track */
+    const char *track_tui;  /* the track to link to; null or "": made from the tags */
+    const zelto_catalogue_audio_tags *tags; /* may be null */
+} zelto_catalogue_fingerprint_entry;
+
+/* Outcomes of zelto_catalogue_fingerprint_add. */
+#define ZELTO_CATALOGUE_FP_ADDED 1u      /* a new fingerprint was stored */
+#define ZELTO_CATALOGUE_FP_SAME_PRINT 2u /* identical audio was stored before: the file is recorded, linked as that */
+#define ZELTO_CATALOGUE_FP_KNOWN_FILE 3u /* this content was stored before: nothing changed */
+
+typedef struct zelto_catalogue_fingerprint_result {
+    uint32_t outcome;
+    uint8_t created_album; /* the tags made a new album ... */
+    uint8_t created_track; /* ... or a new track */
+    uint32_t disc_number;
+    uint32_t track_number;
+    /* The linked track; texts valid until the next fingerprint call on the catalogue. */
+    const char *track_tui;
+    const char *album_tui;
+    const char *title;
+    const char *artist;
+    const char *album_title;
+} zelto_catalogue_fingerprint_result;
+
+typedef struct zelto_catalogue_fingerprint_info {
+    uint64_t fingerprints; /* distinct fingerprints */
+    uint64_t files;        /* files recorded */
+    uint64_t postings;     /* entries of the matching index */
+} zelto_catalogue_fingerprint_info;
+
+/* Whether a file of this content was stored. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_fingerprint_known(zelto_catalogue *catalogue, const char *content_id,
+                                                            uint8_t *out_known);
+/* The track that a file's MusicBrainz identifiers name: its release track id
+ * as a track's source id, else its release id as an album's tui with the
+ * disc (1 if not given) and track numbers. ZELTO_CATALOGUE_NO_RESULT if
+ * none. The text is valid until the next fingerprint call. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_track_by_musicbrainz(zelto_catalogue *catalogue,
+                                                               const zelto_catalogue_audio_tags *tags,
+                                                               const char **out_track_tui);
+/* Stores a file's fingerprint, all or nothing: linked to `track_tui`, or to
+ * the track its tags describe in the album of their album title and album
+ * artist (made if new; the same title on a disc is the same track; a
+ * missing or taken track number gives the next free one). A malformed
+ * text, an empty content id, a fingerprint too short or silent to be
+ * matched (under 5 seconds of sound) and a track_tui that names no track
+ * are refused with ZELTO_CATALOGUE_INVALID_DATA and a message. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_fingerprint_add(zelto_catalogue *catalogue,
+                                                          const zelto_catalogue_fingerprint_entry *entry,
+                                                          zelto_catalogue_fingerprint_result *out_result);
+ZELTO_MANAGER_API uint32_t zelto_catalogue_fingerprint_counts(zelto_catalogue *catalogue,
+                                                             zelto_catalogue_fingerprint_info *out_info);
 
 #ifdef __cplusplus
 }

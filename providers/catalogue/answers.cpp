@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "providers/catalogue/provider.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue_provider {
 
@@ -98,6 +99,8 @@ struct AlbumShape {
     std::vector<uint32_t> matched;  // album positions, from 1
     uint32_t disc_number = 0;       // disc whose TOC matched (0: none)
     std::string toc;                // TOC text of that disc
+    // Values the matched tracks carry besides their own.
+    std::vector<std::pair<const char *, std::string>> matched_values;
 };
 
 bool contains(const std::vector<uint32_t> &v, uint32_t x) {
@@ -142,7 +145,10 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
             ++position;
             const bool matching = contains(shape.matched, position);
             if (!shape.full && !matching) continue;
-            a.child(matching ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK, track_node(album, track, position));
+            Node t = track_node(album, track, position);
+            if (matching)
+                for (const auto &[key, text] : shape.matched_values) t.value(key, text);
+            a.child(matching ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK, t);
         }
     }
     return a;
@@ -217,14 +223,14 @@ class Executor {
             if (has(ZELTO_LOOKUP_DATA_TOC)) return toc_lookup();
             if (lookup_.has_identifier()) return identifier_lookup(false);
             if (has_text(lookup_.text_query())) return album_search();
-            if (lookup_.has_fingerprint()) return no_match(ZELTO_CTX_RESPONSE);  // the catalogue holds no fingerprints
-            return failure(ZELTO_CATALOGUE_INVALID_DATA, "album lookup without TOC, identifier or text");
+            if (lookup_.has_fingerprint()) return fingerprint_lookup(false);
+            return failure(ZELTO_CATALOGUE_INVALID_DATA, "album lookup without TOC, identifier, text or fingerprint");
         }
         if (type == ZELTO_LOOKUP_TYPE_TRACK) {
             if (lookup_.has_identifier()) return identifier_lookup(true);
             if (has_text(lookup_.text_query())) return track_search();
-            if (lookup_.has_fingerprint()) return no_match(ZELTO_CTX_RESPONSE);
-            return failure(ZELTO_CATALOGUE_INVALID_DATA, "track lookup without identifier or text");
+            if (lookup_.has_fingerprint()) return fingerprint_lookup(true);
+            return failure(ZELTO_CATALOGUE_INVALID_DATA, "track lookup without identifier, text or fingerprint");
         }
         if (type == ZELTO_LOOKUP_TYPE_TEXT_MATCH) {
             if (has_text(lookup_.text_query())) return match_search();
@@ -237,13 +243,6 @@ class Executor {
             return lyric_search(q);
         }
         return failure(ZELTO_CATALOGUE_UNSUPPORTED, "unknown lookup type '" + type + "'");
-    }
-
-    Outcome no_match(const char *context) {
-        if (!events_.send(kSent) || !events_.send(kFound, 0, 0) || !events_.send(kReady)) return aborted();
-        Outcome o;
-        o.tree = response_root(context, catalogue::response_code(catalogue::MatchKind::none));
-        return o;
     }
 
     // Counts of hits found and in range, then one event per built result.
@@ -334,6 +333,67 @@ class Executor {
                 }
         }
         if (!building(1, 1) || !events_.send(kReady)) return aborted();
+        return o;
+    }
+
+    // Tracks (or their full albums) whose stored fingerprints match the
+    // query's, best first, with the score and the offset on the album and
+    // on its matched track. The XML description's algorithm must be the
+    // one named beside it.
+    Outcome fingerprint_lookup(bool tracks) {
+        if (!events_.send(kSent)) return aborted();
+        const bool xml = has(ZELTO_LOOKUP_DATA_FPX_QUERYDATA);
+        catalogue::fp::Fingerprint query;
+        std::string why;
+        if (!catalogue::fp::parse_query_text(
+                lookup_.text(xml ? ZELTO_LOOKUP_DATA_FPX_QUERYDATA : ZELTO_LOOKUP_DATA_TVX_QUERYDATA),
+                xml ? lookup_.text(ZELTO_LOOKUP_DATA_FPX_ALGNAME) : std::string(),
+                xml ? lookup_.text(ZELTO_LOOKUP_DATA_FPX_ALGVER) : std::string(), query, why))
+            return failure(ZELTO_CATALOGUE_INVALID_DATA, why);
+        catalogue::FingerprintResult result;
+        catalogue::Status s = db_.match_fingerprint(query, result);
+        if (!s.ok()) return failure(s);
+        catalogue::Page page;
+        std::vector<catalogue::FingerprintHit> hits;
+        catalogue::take_page(result.hits, range_, page, hits);
+        const auto count = static_cast<uint32_t>(hits.size());
+        if (!found(page.total, count)) return aborted();
+        Outcome o;
+        o.tree = response_root(ZELTO_CTX_RESPONSE, catalogue::response_code(result.kind));
+        range_values(o.tree, page);
+        uint32_t done = 0;
+        for (const auto &hit : hits) {
+            catalogue::IdentifierHit id;
+            catalogue::Album album;
+            if (!(s = db_.lookup_tui(hit.track_tui, "", id)).ok() || !(s = db_.get_album(id.album_id, album)).ok())
+                return failure(s);
+            const uint32_t position = position_of(album, id.disc_number, id.track_number);
+            const std::vector<std::pair<const char *, std::string>> values = {
+                {ZELTO_CATALOGUE_VAL_FP_SCORE, std::to_string(hit.score)},
+                {ZELTO_CATALOGUE_VAL_FP_OFFSET, std::to_string(hit.offset_ms)},
+                {ZELTO_CATALOGUE_VAL_FP_COMPARED, std::to_string(hit.compared_ms)}};
+            if (tracks) {
+                uint32_t p = 0;
+                for (const auto &disc : album.discs)
+                    for (const auto &track : disc.tracks)
+                        if (++p == position) {
+                            Node t = track_node(album, track, position);
+                            t.value(ZELTO_VAL_ALBUM_TUI, album.tui);
+                            for (const auto &[key, text] : values) t.value(key, text);
+                            o.tree.child(ZELTO_CHILD_TRACK, t);
+                        }
+            } else {
+                AlbumShape shape;
+                shape.disc_number = id.disc_number;
+                shape.matched = {position};
+                shape.matched_values = values;
+                Node a = album_node(album, shape);
+                for (const auto &[key, text] : values) a.value(key, text);
+                o.tree.child(ZELTO_CHILD_ALBUM, a);
+            }
+            if (!building(++done, count)) return aborted();
+        }
+        if (!events_.send(kReady)) return aborted();
         return o;
     }
 

@@ -206,3 +206,110 @@ HOST_EXPORT uint32_t zelto_catalogue_live_requests(zelto_catalogue *catalogue) {
     std::lock_guard<std::mutex> guard(catalogue->mutex);
     return catalogue->live_requests;
 }
+
+// ---- Audio fingerprints -------------------------------------------------------------------
+
+namespace {
+
+std::string text_or_empty(const char *text) { return text ? text : ""; }
+
+catalogue::AudioTags tags_of(const zelto_catalogue_audio_tags *t) {
+    catalogue::AudioTags tags;
+    if (!t) return tags;
+    tags.title = text_or_empty(t->title);
+    tags.artist = text_or_empty(t->artist);
+    tags.album = text_or_empty(t->album);
+    tags.album_artist = text_or_empty(t->album_artist);
+    tags.genre = text_or_empty(t->genre);
+    tags.year = t->year;
+    tags.track_number = t->track_number;
+    tags.disc_number = t->disc_number;
+    tags.duration_ms = t->duration_ms;
+    tags.mb_release_track_id = text_or_empty(t->mb_release_track_id);
+    tags.mb_release_id = text_or_empty(t->mb_release_id);
+    tags.mb_recording_id = text_or_empty(t->mb_recording_id);
+    return tags;
+}
+
+}  // namespace
+
+HOST_EXPORT uint32_t zelto_catalogue_fingerprint_known(zelto_catalogue *catalogue, const char *content_id,
+                                                      uint8_t *out_known) {
+    if (!live(catalogue) || !content_id || !out_known) return ZELTO_CATALOGUE_BAD_ARG;
+    bool known = false;
+    const catalogue::Status s = catalogue->db->fingerprint_known(content_id, known);
+    if (!s.ok()) return fail(catalogue, s);
+    *out_known = known ? 1 : 0;
+    return 0;
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_track_by_musicbrainz(zelto_catalogue *catalogue,
+                                                         const zelto_catalogue_audio_tags *tags,
+                                                         const char **out_track_tui) {
+    if (!live(catalogue) || !tags || !out_track_tui) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        std::string tui;
+        const catalogue::Status s = catalogue->db->track_for_musicbrainz(tags_of(tags), tui);
+        if (!s.ok()) return fail(catalogue, s);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->last_tui = std::move(tui);
+        *out_track_tui = catalogue->last_tui.c_str();
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return ZELTO_CATALOGUE_NO_MEMORY;
+    }
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_fingerprint_add(zelto_catalogue *catalogue,
+                                                    const zelto_catalogue_fingerprint_entry *entry,
+                                                    zelto_catalogue_fingerprint_result *out_result) {
+    if (!live(catalogue) || !entry || !entry->fp_text || !entry->content_id) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        catalogue::FingerprintEntry e;
+        std::string why;
+        if (!catalogue::fp::parse_query_text(entry->fp_text, "", "", e.print, why))
+            return fail(catalogue, ZELTO_CATALOGUE_INVALID_DATA, why);
+        e.content_id = entry->content_id;
+        e.name = text_or_empty(entry->name);
+        e.track_tui = text_or_empty(entry->track_tui);
+        e.tags = tags_of(entry->tags);
+        catalogue::FingerprintAdded added;
+        const catalogue::Status s = catalogue->db->add_fingerprint(e, added);
+        if (!s.ok())
+            return fail(catalogue, s.code == catalogue::Code::not_found ? ZELTO_CATALOGUE_INVALID_DATA : status_of(s),
+                        s.message);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->last_added = std::move(added);
+        if (out_result) {
+            const catalogue::FingerprintAdded &a = catalogue->last_added;
+            using Outcome = catalogue::FingerprintAdded::Outcome;
+            out_result->outcome = a.outcome == Outcome::added        ? ZELTO_CATALOGUE_FP_ADDED
+                                  : a.outcome == Outcome::same_print ? ZELTO_CATALOGUE_FP_SAME_PRINT
+                                                                     : ZELTO_CATALOGUE_FP_KNOWN_FILE;
+            out_result->created_album = a.created_album ? 1 : 0;
+            out_result->created_track = a.created_track ? 1 : 0;
+            out_result->disc_number = a.disc_number;
+            out_result->track_number = a.track_number;
+            out_result->track_tui = a.track_tui.c_str();
+            out_result->album_tui = a.album_tui.c_str();
+            out_result->title = a.title.c_str();
+            out_result->artist = a.artist.c_str();
+            out_result->album_title = a.album_title.c_str();
+        }
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return ZELTO_CATALOGUE_NO_MEMORY;
+    }
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_fingerprint_counts(zelto_catalogue *catalogue,
+                                                       zelto_catalogue_fingerprint_info *out_info) {
+    if (!live(catalogue) || !out_info) return ZELTO_CATALOGUE_BAD_ARG;
+    catalogue::FingerprintCounts counts;
+    const catalogue::Status s = catalogue->db->fingerprint_counts(counts);
+    if (!s.ok()) return fail(catalogue, s);
+    out_info->fingerprints = counts.prints;
+    out_info->files = counts.files;
+    out_info->postings = counts.postings;
+    return 0;
+}

@@ -41,6 +41,9 @@ struct zelto_catalogue {
     std::string message;
     std::vector<std::string> import_messages;
     uint32_t live_requests = 0;
+    // Texts handed out by the fingerprint calls, until the next one.
+    catalogue::FingerprintAdded last_added;
+    std::string last_tui;
 };
 
 struct zelto_lookup_request_s {

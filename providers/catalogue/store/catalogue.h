@@ -28,6 +28,8 @@
 #include <string_view>
 #include <vector>
 
+#include "providers/catalogue/store/fingerprint.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -375,6 +377,74 @@ struct ImportReport {
     std::vector<std::string> messages;  // one line per skipped record (first 1000)
 };
 
+// ---- Audio fingerprints ----------------------------------------------------
+//
+// Fingerprints of audio files, each linked to a catalogue track by its tui,
+// and an index for matching them (see fingerprint.h for how matching
+// works). The tables are created by the first fingerprint stored; a
+// catalogue without them simply finds nothing.
+//
+//   fp_prints  one row per distinct fingerprint: the linked track's tui, the
+//              algorithm, the duration, Chromaprint's compressed form of the
+//              items and a digest of them (a second file with the same
+//              items shares the row).
+//   fp_files   the content identifiers of the files fingerprinted (a hash
+//              of their bytes, chosen by the caller), so that a file is
+//              recognised by content however it is named.
+//   fp_index   (key, print, position) of every informative item.
+// Fingerprints stay when their track's album is replaced by a newer
+// revision (track tuis are stable); hits on tracks that no longer exist
+// are dropped.
+
+// What an audio file's tags say; empty or 0 where they say nothing.
+struct AudioTags {
+    std::string title, artist, album, album_artist, genre;
+    uint32_t year = 0, track_number = 0, disc_number = 0, duration_ms = 0;
+    std::string mb_release_track_id;  // MusicBrainz track (a release's track): a track's source_id
+    std::string mb_release_id;        // MusicBrainz release: an imported album's tui
+    std::string mb_recording_id;      // read, but the catalogue keeps no recordings
+    std::string file_name;            // stands in for a missing title
+};
+
+struct FingerprintEntry {
+    fp::Fingerprint print;
+    std::string content_id;  // identifies the file's content; not empty
+    std::string name;        // file name, informational
+    std::string track_tui;   // link to this track; empty: create the track from `tags`
+    AudioTags tags;
+};
+
+struct FingerprintAdded {
+    enum class Outcome {
+        added,         // a new fingerprint was stored
+        same_print,    // an identical fingerprint was stored before: the file is recorded, linked as that one
+        known_file,    // the content identifier was known: nothing changed
+    } outcome = Outcome::added;
+    int64_t print_id = 0;
+    std::string track_tui, album_tui;
+    std::string title, artist, album_title;  // of the linked track
+    uint32_t disc_number = 0, track_number = 0;
+    bool created_track = false, created_album = false;
+};
+
+struct FingerprintHit {
+    int64_t print_id = 0;
+    std::string track_tui;
+    uint32_t score = 0;        // 0..100
+    int64_t offset_ms = 0;     // where the query's audio starts in the track
+    uint32_t compared_ms = 0;  // length of audio compared
+    uint32_t votes = 0;
+};
+
+struct FingerprintResult {
+    MatchKind kind = MatchKind::none;  // single, multi_exact (several strong hits) or fuzzy
+    std::vector<FingerprintHit> hits;  // best first, one per track
+};
+
+struct FingerprintCounts {
+    uint64_t prints = 0, files = 0, postings = 0;
+};
+
 // ---- The catalogue -----------------------------------------------------------
 
 class Catalogue {
@@ -448,6 +518,34 @@ class Catalogue {
     Status import_directory(const std::string &dir, ImportReport &report,
                             const ProgressCallback &progress = {}) noexcept;
     Status import_lyrics_file(const std::string &path, ImportReport &report) noexcept;
+
+    // Audio fingerprints (see above). `fingerprint_known` tells whether a
+    // file of that content was stored. `track_for_musicbrainz` finds the
+    // track that a file's MusicBrainz identifiers name: its release track
+    // id as a track's source id, else its release id as an album's tui with
+    // the disc and track numbers; not_found if neither names one.
+    // `add_fingerprint` stores a file's fingerprint in one transaction,
+    // linked to `track_tui` or to a track made from the tags: the album of
+    // the tags' album title and album artist (made if new, source "tags"),
+    // the track by its disc and number, or by title if those are taken or
+    // missing. `match_fingerprint` finds the tracks whose fingerprints
+    // match the query.
+    Status fingerprint_known(std::string_view content_id, bool &known) noexcept;
+    Status track_for_musicbrainz(const AudioTags &tags, std::string &track_tui) noexcept;
+    Status add_fingerprint(const FingerprintEntry &entry, FingerprintAdded &out) noexcept;
+    Status match_fingerprint(const fp::Fingerprint &query, FingerprintResult &out) noexcept;
+    Status fingerprint_counts(FingerprintCounts &out) noexcept;
+    // Loads many fingerprints at once, for prepared data: in one
+    // transaction, each linked to its entry's track_tui as given (not
+    // checked), with the index postings of all of them inserted in key
+    // order, so that the index grows by long runs rather than scattered
+    // writes. Entries whose content or fingerprint is stored are skipped.
+    Status add_fingerprints_bulk(const std::vector<FingerprintEntry> &entries, uint64_t &added) noexcept;
+    // Calls `each` with every stored fingerprint and its track, in id
+    // order, until it returns false; the catalogue is locked meanwhile, so
+    // `each` must not call it.
+    Status each_fingerprint(
+        const std::function<bool(int64_t id, const std::string &track_tui, const fp::Fingerprint &print)> &each) noexcept;
 
     // Internal: used by the implementation units.
     struct Impl;

@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# End-to-end run of the tool's audio commands: a small music folder (tagged
+# files in five formats, a MusicBrainz-tagged one, one found by text search,
+# bad files) fingerprinted into a catalogue holding the sample releases; a
+# second run that changes nothing; identification of excerpts and whole
+# files, of a song the catalogue lacks and of files that cannot be read.
+# Skipped when the tool was built without audio support.
+set -u
+build=$(cd "${1:?usage: cantrix_audio.sh BUILD_DIR}" && pwd)
+src=$(cd "$(dirname "$0")/../.." && pwd)
+tool="$build/cantrix"
+synth="$build/cantrix_synth"
+if ! "$tool" --help | grep -q "catalogue fingerprint" || [ ! -x "$synth" ] || ! command -v ffmpeg >/dev/null; then
+  echo "skipped: the tool has no audio support here"
+  exit 0
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+failures=0
+
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+# expect CODE PATTERN-ON-STDOUT+STDERR -- ARGS...
+expect() {
+  local code=$1 pattern=$2; shift 3
+  local out rc
+  out=$("$tool" "$@" 2>&1); rc=$?
+  [ "$rc" -eq "$code" ] || fail "cantrix $*: exit $rc, wanted $code; output: $out"
+  grep -qE -- "$pattern" <<<"$out" || fail "cantrix $*: output lacks /$pattern/: $out"
+  printf '%s\n' "$out"
+}
+
+ff() { ffmpeg -nostdin -v error -y "$@" || fail "ffmpeg $*"; }
+
+# Four songs of 25 seconds, tagged, in different formats.
+mkdir -p music/Night\ Drive
+for seed in 1 2 3 4 5; do "$synth" song $seed 25 song$seed.wav || fail "synth $seed"; done
+ff -i song1.wav -c:a flac -metadata title=Whatever -metadata MUSICBRAINZ_RELEASETRACKID=f4d5f0d8-111a-87d4-e54a-acfc9a851698 music/harbour.flac
+ff -i song2.wav -c:a libmp3lame -b:a 192k -metadata title="Paper Comets" -metadata artist="Mira Solenne" \
+   -metadata album="Lanterns of Glass" music/comets.mp3
+ff -i song3.wav -c:a aac -b:a 128k -metadata title=Neon -metadata artist="Ana Reyes" -metadata album="Night Drive" \
+   -metadata track=1 "music/Night Drive/01 Neon.m4a"
+ff -i song4.wav -c:a libopus -b:a 96k -metadata title=Rain -metadata artist="Ana Reyes" -metadata album="Night Drive" \
+   -metadata track=2 "music/Night Drive/02 Rain.opus"
+: > music/empty.mp3
+echo "just some notes" > music/notes.mp3
+echo "not audio" > music/cover.jpg
+ff -i song4.wav -c:a flac cut.flac
+head -c 20000 cut.flac > music/cut.flac
+"$synth" silence 36000 8000 music/ten-hours.flac || fail "silent file"
+
+expect 0 "imported 42 of 42 records" -- catalogue import "$src/data/sample"
+expect 0 "fingerprints: +0" -- catalogue info
+
+# First run: four files stored, four refused, the rest goes on.
+out=$("$tool" catalogue fingerprint --verbose music 2>&1); rc=$?
+printf '%s\n' "$out"
+[ "$rc" -eq 0 ] || fail "fingerprint: exit $rc"
+for pattern in "added +music/harbour.flac: Mira Solenne - Quiet Harbour \(Lanterns of Glass, track 1\), linked by MusicBrainz id" \
+               "added +music/comets.mp3: Mira Solenne - Paper Comets \(Lanterns of Glass, track 2\), linked by text search \(score 100\)" \
+               "added +music/Night Drive/01 Neon.m4a: Ana Reyes - Neon \(Night Drive, track 1\), new track in a new album" \
+               "added +music/Night Drive/02 Rain.opus: Ana Reyes - Rain \(Night Drive, track 2\), new track" \
+               "skipped +music/empty.mp3: empty file" \
+               "skipped +music/notes.mp3: not a readable audio file" \
+               "skipped +music/cut.flac: truncated or damaged" \
+               "skipped +music/ten-hours.flac: silent: nothing audible in the first 10:00" \
+               "8 files: 4 added, 4 skipped"; do
+  grep -qE -- "$pattern" <<<"$out" || fail "fingerprint output lacks /$pattern/"
+done
+grep -q "cover.jpg" <<<"$out" && fail "cover.jpg was looked at"
+expect 0 "fingerprints: +4" -- catalogue info
+expect 0 "albums: +38" -- catalogue info
+
+# Second run: files are known by content, even under another name.
+cp music/comets.mp3 music/comets-copy.mp3
+expect 0 "9 files: 0 added, 5 unchanged, 4 skipped" -- catalogue fingerprint music
+expect 0 "fingerprints: +4" -- catalogue info
+expect 0 '"files":9,"added":0,"same_audio":0,"unchanged":5,"skipped":4' -- --json catalogue fingerprint music
+expect 0 '"path":"music/cut.flac","reason":"truncated or damaged' -- --json catalogue fingerprint music
+
+# Identification: an excerpt from the middle, a whole re-encoded file.
+ff -ss 7 -t 20 -i song2.wav -c:a libmp3lame -b:a 128k clip.mp3
+ff -i song3.wav -ac 1 -ar 22050 -c:a flac mono.flac
+expect 0 "Mira Solenne - Lanterns of Glass" -- identify --audio clip.mp3
+expect 0 "track 2\. Paper Comets" -- identify --audio clip.mp3
+expect 0 "match score: (9[0-9]|100)  offset: 0:07\.[0-9]  match type: SINGLE" -- identify --audio clip.mp3
+expect 0 "Ana Reyes - Night Drive" -- identify --audio mono.flac
+expect 0 "offset: 0:00\.0" -- identify --audio mono.flac
+expect 0 '^\{"path":"clip.mp3","results":\[\{"album":"Lanterns of Glass","artist":"Mira Solenne","track":"Paper Comets","track_number":2,"match_score":(9[0-9]|100),"offset_ms":7[0-9]{3},"match_type":"SINGLE"' \
+  -- identify --json --audio clip.mp3 mono.flac
+out=$("$tool" identify --json --audio clip.mp3 mono.flac 2>&1)
+[ "$(grep -c '^{"path"' <<<"$out")" -eq 2 ] || fail "identify --json: one line per file: $out"
+
+# A song the catalogue lacks, and files that cannot be read.
+expect 0 "^song5.wav$|no match" -- identify --audio song5.wav
+expect 3 "cantrix: music/notes.mp3: not a readable audio file" -- identify --audio music/notes.mp3 clip.mp3
+expect 3 "Paper Comets" -- identify --audio music/notes.mp3 clip.mp3
+expect 2 "identify needs --toc \"OFFSETS\" or --audio FILE" -- identify
+expect 4 "does not exist" -- --catalogue nowhere.db identify --audio clip.mp3
+
+if [ "$failures" -ne 0 ]; then
+  echo "$failures check(s) failed"
+  exit 1
+fi
+echo "all checks passed"
