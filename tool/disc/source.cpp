@@ -71,7 +71,7 @@ Expected<DiscRead> read_source(const SourceRequest &request) {
             read.disc = std::move(*d);
             const bool mb = request.form == TocForm::musicbrainz ||
                             (request.form == TocForm::automatic && !parse_toc_text(request.text, TocForm::offsets));
-            read.origin = mb ? "TOC (MusicBrainz form)" : "TOC (offsets form)";
+            read.origin = mb ? "MusicBrainz form" : "offsets form";
             break;
         }
         case SourceKind::drive: {

@@ -26,7 +26,7 @@ struct SourceRequest {
 };
 
 struct DiscRead {
-    std::string origin;  // "TOC (MusicBrainz form)", "EAC log", "CUE sheet", "drive /dev/cdrom"
+    std::string origin;  // "MusicBrainz form", "EAC log", "CUE sheet", "drive /dev/cdrom"
     Disc disc;
     AudioToc toc;
     DiscIds ids;
