@@ -68,6 +68,7 @@ constexpr const char *kUsageText =
     "  --cue FILE         a CUE sheet; --leadout FRAMES gives the lead-out of its audio\n"
     "                     session when the sheet does not\n"
     "  --log FILE         a rip log of EAC, XLD, whipper or cyanrip\n"
+    "                     (FILE \"-\" reads the CUE sheet or log from standard input)\n"
     "identify prints the disc's MusicBrainz and freedb disc IDs before its matches.\n"
     "  --help             this text\n"
     "\n"

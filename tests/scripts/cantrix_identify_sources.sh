@@ -66,6 +66,10 @@ EOF
 iconv -f UTF-8 -t UTF-16 eac.txt > eac.log   # EAC writes UTF-16 with a byte order mark
 expect 0 "disc: 150 14672 27367 41225 \(EAC log\)" -- identify --log eac.log
 expect 0 "$album" -- identify --log eac.log
+out=$("$tool" identify --log - < eac.log 2>&1) || fail "identify --log - (standard input): $out"
+grep -q "disc: 150 14672 27367 41225 (EAC log)" <<<"$out" || fail "identify --log - (standard input): $out"
+out=$(printf 'Some other program\n' | "$tool" identify --log - 2>&1); rc=$?
+[ "$rc" -eq 3 ] && grep -q "^cantrix: (standard input):1: not a log" <<<"$out" || fail "identify --log - of no log: $rc $out"
 
 sed 's/^\(        3  .*\)$/\1\n        4  | 11:39.50 |  2:00.00 |     52475    |    61474   /' eac.txt > enhanced.log
 expect 0 "freedb disc ID: +26033304" -- identify --log enhanced.log
