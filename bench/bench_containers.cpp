@@ -1,6 +1,7 @@
-// Hash table against std::unordered_map<std::string, std::string> (add,
-// find by key, read by position / iteration) with short keys, and
-// ombr_utils_qsort against std::sort.
+// Hash table against std::unordered_map<std::string, std::string> and
+// absl::flat_hash_map (add, find by key, read by position / iteration) with
+// short keys, and ombr_utils_qsort against std::sort. Prints the ratios.
+#include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bench/bench_ratio.h"
 #include "ombr/ombr_datatypes.h"
 
 namespace {
@@ -94,6 +96,20 @@ void BM_Hashtable_Find(benchmark::State &state) {
 void BM_StdMap_Find(benchmark::State &state) {
     const auto &k = keys(size_t(state.range(0)));
     std::unordered_map<std::string, std::string> m;
+    for (auto &key : k) m[key] = kValue;
+    const auto &probe = lookup_order(k.size());
+    for (auto _ : state) {
+        for (auto &key : probe) {
+            auto it = m.find(key);
+            benchmark::DoNotOptimize(it);
+        }
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * state.range(0));
+}
+
+void BM_AbslMap_Find(benchmark::State &state) {
+    const auto &k = keys(size_t(state.range(0)));
+    absl::flat_hash_map<std::string, std::string> m;
     for (auto &key : k) m[key] = kValue;
     const auto &probe = lookup_order(k.size());
     for (auto _ : state) {
@@ -192,6 +208,7 @@ BENCHMARK(BM_Hashtable_Add)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillise
 BENCHMARK(BM_StdMap_Add)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Hashtable_Find)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StdMap_Find)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbslMap_Find)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Hashtable_GetByPosition)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StdMap_Iterate)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Qsort)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
@@ -200,10 +217,15 @@ BENCHMARK(BM_StdSort)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv) {
     if (ombr_datatypes_initialize() != 0) return 1;
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    const int status = bench::run_with_ratios(
+        argc, argv,
+        {{"BM_Hashtable_Find/100000", "BM_StdMap_Find/100000", "hits, 100,000 keys, against std::unordered_map"},
+         {"BM_Hashtable_Find/1000000", "BM_StdMap_Find/1000000", "hits, 1,000,000 keys, against std::unordered_map"},
+         {"BM_Hashtable_Find/100000", "BM_AbslMap_Find/100000", "hits, 100,000 keys, against absl::flat_hash_map"},
+         {"BM_Hashtable_Find/1000000", "BM_AbslMap_Find/1000000", "hits, 1,000,000 keys, against absl::flat_hash_map"},
+         {"BM_Hashtable_Add/100000", "BM_StdMap_Add/100000", "adds, 100,000 keys, against std::unordered_map"},
+         {"BM_Hashtable_GetByPosition/100000", "BM_StdMap_Iterate/100000",
+          "reads by position against iteration, 100,000 keys"}});
     ombr_datatypes_shutdown();
-    return 0;
+    return status;
 }

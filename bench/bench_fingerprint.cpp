@@ -9,10 +9,10 @@
 #include <chromaprint.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "bench/bench_ratio.h"
 #include "tests/support/test_audio.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_host_services.h"
@@ -93,34 +93,12 @@ void BM_ModuleAndHost(benchmark::State &state) {
 BENCHMARK(BM_Chromaprint)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 BENCHMARK(BM_ModuleAndHost)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->MinTime(1.0);
 
-// Keeps the CPU time of every run (aggregates included) by name. Both sides
-// run on one thread, and on a shared machine their CPU times compare better
-// than wall times.
-class RatioReporter : public benchmark::ConsoleReporter {
-   public:
-    void ReportRuns(const std::vector<Run> &runs) override {
-        for (const Run &run : runs)
-            if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median")
-                times_[run.benchmark_name()] = run.GetAdjustedCPUTime();
-        ConsoleReporter::ReportRuns(runs);
-    }
-    // Median when repetitions were asked for, else the single run.
-    double time(const std::string &name) const {
-        auto it = times_.find(name + "_median");
-        if (it == times_.end()) it = times_.find(name);
-        return it == times_.end() ? 0 : it->second;
-    }
-
-   private:
-    std::map<std::string, double> times_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
     benchmark::Initialize(&argc, argv);
     music();  // made once, outside the timings
-    RatioReporter reporter;
+    bench::RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     for (const char *arg : {"1", "0"}) {
         const double direct = reporter.time(std::string("BM_Chromaprint/") + arg + "/min_time:1.000");

@@ -10,6 +10,7 @@ using namespace ombr::dt;
 
 namespace {
 constexpr const char *kUnit = "ombr_hashtable";
+constexpr uint32_t kUnknownLength = 0xFFFFFFFFu;
 constexpr uint32_t kInitialBuckets = 16;
 constexpr uint32_t kMaxBuckets = 0x80000000u;
 // Internal result of a resize whose allocation failed while an array is in
@@ -19,6 +20,7 @@ constexpr uint32_t kKeptOldArray = 1;
 
 struct alignas(8) hashtable_item {
     uint32_t hash;
+    uint32_t key_length;  // bytes of a copied key before its terminator; kUnknownLength for keys by reference
     void *value;
     uint32_t value_size;
     uint8_t value_copied;
@@ -76,24 +78,74 @@ void reset_cursor(ombr_hashtable *table) {
 
 }  // namespace
 
-// djb2 over the key; without case sensitivity 'a' to 'z' hash as upper case.
-uint32_t _ombr_hashtable_genhash(const char *key, bool case_sensitive) {
+namespace {
+
+// A key's hash and length.
+struct KeyHash {
+    uint32_t hash;
+    uint32_t length;
+};
+
+template <bool kFold>
+constexpr uint32_t hash_byte(unsigned char c) {
+    return kFold && static_cast<unsigned>(c - 'a') < 26u ? c - 32u : c;
+}
+
+// djb2 over the key, h = h * 33 + c from 5381; without case sensitivity 'a'
+// to 'z' count as upper case. Four bytes a step: h * 33^4 plus the bytes'
+// weighted sum, which equals four single steps in 32-bit arithmetic and
+// leaves only one multiplication on the running value's path.
+template <bool kFold>
+KeyHash hash_bytes(const char *key) {
+    const auto *p = reinterpret_cast<const unsigned char *>(key);
+    const size_t n = __builtin_strlen(key);
     uint32_t h = 5381;
-    for (const auto *p = reinterpret_cast<const unsigned char *>(key); *p; ++p) {
-        uint32_t c = *p;
-        if (!case_sensitive && c >= 'a' && c <= 'z') c -= 32;
-        h = h * 33 + c;
+    size_t i = 0;
+    for (; i + 4 <= n; i += 4)
+        h = h * 1185921u + hash_byte<kFold>(p[i]) * 35937u + hash_byte<kFold>(p[i + 1]) * 1089u +
+            hash_byte<kFold>(p[i + 2]) * 33u + hash_byte<kFold>(p[i + 3]);
+    for (; i < n; ++i) h = h * 33u + hash_byte<kFold>(p[i]);
+    return {h, static_cast<uint32_t>(n)};
+}
+
+inline KeyHash hash_key(const char *key, bool case_sensitive) {
+    return case_sensitive ? hash_bytes<false>(key) : hash_bytes<true>(key);
+}
+
+// n bytes of a and b are equal; eight at a time, short keys being the rule.
+inline bool same_bytes(const char *a, const char *b, uint32_t n) {
+    uint32_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t x, y;
+        __builtin_memcpy(&x, a + i, 8);
+        __builtin_memcpy(&y, b + i, 8);
+        if (x != y) return false;
     }
-    return h;
+    for (; i < n; ++i)
+        if (a[i] != b[i]) return false;
+    return true;
+}
+
+// Key equality as ombr_string_equal decides it (byte for byte, or with 'a'
+// to 'z' folded); equal keys have equal lengths either way, so a copied
+// key's length rules most candidates out, and keys that are the same byte
+// for byte need no folding.
+inline bool same_key(const hashtable_item *item, const char *key, uint32_t length, uint8_t ignore_case) {
+    if (item->key_length != kUnknownLength) {
+        if (item->key_length != length) return false;
+        if (same_bytes(item->key, key, length)) return true;
+        return ignore_case && ombr_string_equal(item->key, key, 1);
+    }
+    return ombr_string_equal(item->key, key, ignore_case) != 0;
 }
 
 // The ordinal-th item with this key, in chain (= insertion) order.
-uint32_t _ombr_hashtable_finditem(const ombr_hashtable *table, const char *key, uint32_t hash, uint32_t ordinal,
-                                  item_t **out_item) {
+inline uint32_t _ombr_hashtable_finditem(const ombr_hashtable *table, const char *key, KeyHash kh, uint32_t ordinal,
+                          hashtable_item **out_item) {
     if (table->count == 0) return kNotFound;
     const uint8_t ignore = table->ignore_case() ? 1 : 0;
-    for (item_t *item = *table->bucket_of(hash); item; item = item->bucket_next) {
-        if (item->hash != hash || !ombr_string_equal(item->key, key, ignore)) continue;
+    for (hashtable_item *item = *table->bucket_of(kh.hash); item; item = item->bucket_next) {
+        if (item->hash != kh.hash || !same_key(item, key, kh.length, ignore)) continue;
         if (ordinal-- == 0) {
             *out_item = item;
             return 0;
@@ -101,6 +153,10 @@ uint32_t _ombr_hashtable_finditem(const ombr_hashtable *table, const char *key, 
     }
     return kNotFound;
 }
+
+}  // namespace
+
+uint32_t _ombr_hashtable_genhash(const char *key, bool case_sensitive) { return hash_key(key, case_sensitive).hash; }
 
 uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, const char *key, const void *value,
                                     uint32_t size, uint8_t copy, item_t **out_item) {
@@ -119,6 +175,7 @@ uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, 
     if (!item) return kNoMemory;
     ombr_memory_memset(item, 0, total);
     item->hash = hash;
+    item->key_length = by_reference ? kUnknownLength : static_cast<uint32_t>(key_bytes - 1);
     item->value_copied = copy ? 1 : 0;
     item->value_size = size;
     if (by_reference) {
@@ -377,18 +434,18 @@ OMBR_API uint32_t ombr_hashtable_count(ombr_hashtable_t table, uint32_t *out_cou
 OMBR_API uint32_t ombr_hashtable_value_add(ombr_hashtable_t table, const char *key, const void *value,
                                            uint32_t size, uint8_t copy) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     if (!table->has(OMBR_HASHTABLE_MULTI_VALUE)) {
         item_t *existing = nullptr;
-        if (_ombr_hashtable_finditem(table, key, hash, 0, &existing) == 0) {
+        if (_ombr_hashtable_finditem(table, key, kh, 0, &existing) == 0) {
             if (table->has(OMBR_HASHTABLE_NO_REPLACE)) return ombr::fail(kKeyPresent, kUnit);
             return ombr::fail(_ombr_hashtable_updateitem(table, existing, value, size, copy), kUnit);
         }
     }
     item_t *item = nullptr;
-    if (uint32_t status = _ombr_hashtable_createitem(table, hash, key, value, size, copy, &item))
+    if (uint32_t status = _ombr_hashtable_createitem(table, kh.hash, key, value, size, copy, &item))
         return ombr::fail(status, kUnit);
     return ombr::fail(add_or_discard(table, item), kUnit);
 }
@@ -396,21 +453,21 @@ OMBR_API uint32_t ombr_hashtable_value_add(ombr_hashtable_t table, const char *k
 OMBR_API uint32_t ombr_hashtable_value_update_ex(ombr_hashtable_t table, const char *key, uint32_t ordinal,
                                                  const void *value, uint32_t size, uint8_t copy) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, ordinal, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, ordinal, &item) != 0) return kNotFound;
     return ombr::fail(_ombr_hashtable_updateitem(table, item, value, size, copy), kUnit);
 }
 
 OMBR_API uint32_t ombr_hashtable_value_delete(ombr_hashtable_t table, const char *key) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, 0, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, 0, &item) != 0) return kNotFound;
     _ombr_hashtable_removeitem(table, item);
     _ombr_hashtable_freeitem(table, item);
     return 0;
@@ -419,11 +476,11 @@ OMBR_API uint32_t ombr_hashtable_value_delete(ombr_hashtable_t table, const char
 OMBR_API uint32_t ombr_hashtable_value_remove_ex(ombr_hashtable_t table, const char *key, uint32_t ordinal,
                                                  void **out_value, uint32_t *out_size) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, ordinal, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, ordinal, &item) != 0) return kNotFound;
     _ombr_hashtable_removeitem(table, item);
     if (item->value_copied) {
         // A copy dies with its entry; the caller gets nothing.
@@ -444,11 +501,11 @@ OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const cha
                                                void **out_value, uint32_t *out_size) {
     if (!table) return kNotFound;
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     item_t *item = nullptr;
-    if (_ombr_hashtable_finditem(table, key, hash, ordinal, &item) != 0) return kNotFound;
+    if (_ombr_hashtable_finditem(table, key, kh, ordinal, &item) != 0) return kNotFound;
     item->accessed = 1;
     if (out_value) *out_value = item->value;
     if (out_size) *out_size = item->value_size;
@@ -458,14 +515,14 @@ OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const cha
 OMBR_API uint32_t ombr_hashtable_value_count(ombr_hashtable_t table, const char *key, uint32_t *out_count) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
     if (!out_count) return ombr::fail(kInvalidArg, kUnit);
-    const uint32_t hash = _ombr_hashtable_genhash(key, !table->ignore_case());
+    const KeyHash kh = hash_key(key, !table->ignore_case());
     SectionGuard guard(table->lock);
     if (guard.status()) return ombr::fail(guard.status(), kUnit);
     uint32_t n = 0;
     if (table->count != 0) {
         const uint8_t ignore = table->ignore_case() ? 1 : 0;
-        for (item_t *item = *table->bucket_of(hash); item; item = item->bucket_next)
-            if (item->hash == hash && ombr_string_equal(item->key, key, ignore)) ++n;
+        for (item_t *item = *table->bucket_of(kh.hash); item; item = item->bucket_next)
+            if (item->hash == kh.hash && same_key(item, key, kh.length, ignore)) ++n;
     }
     *out_count = n;
     return 0;

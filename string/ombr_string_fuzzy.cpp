@@ -2,9 +2,13 @@
 // one per pair of adjacent characters plus one per word border; the score
 // is the Dice coefficient of the two multisets of entries, in percent.
 //
-// ombr_string_fuzzycmp_ex compares two texts once: titles below 200 bytes
-// stay in tables on the stack and the tables are searched unsorted, which is
-// quadratic but cheap at these lengths. ombr_string_create_bigram_table and
+// ombr_string_fuzzycmp_ex compares two texts once. For texts below 200
+// bytes no table is built for the second text: the first text's entries
+// go into bit rows (up to 64 entries) or a small chained hash, and each
+// entry of the second takes an equal one out as it is produced. Tables of
+// longer texts are sorted and merged. Both give the size of the multiset
+// intersection, as the described pairwise search does (kept for the tests
+// as _bigram_compare_tables_unsorted). ombr_string_create_bigram_table and
 // ombr_string_bigram_table_cmp serve many comparisons against one text:
 // tables are sorted once and compared by a merge walk.
 #include <cstddef>
@@ -62,6 +66,345 @@ class TableSlot {
     uint32_t storage_[kLocalEntries];
 };
 
+// Walks the entries of `text` in table order, at most `room` of them: the
+// steps of _bigram_fill_table. The sink hears of each entry as it is made:
+// first(c) for a word's first character against the border, next(c) for
+// the pair of the previous character and c (next_ascii when c is below
+// 0x80), last() for the previous character against the border. Returns the
+// number of entries, 0 when the text yields none (a table is then left as
+// it was). Plain ASCII takes a short path; the rest is decoded.
+// Plain ASCII characters folded, by byte: 0 for bytes that take the long
+// path (NUL, bytes from 0x80 on and, in word mode, blanks).
+struct PlainFold {
+    uint8_t fold[2][256];
+};
+constexpr PlainFold kPlainFold = [] {
+    PlainFold t{};
+    for (unsigned mode = 0; mode < 2; ++mode)
+        for (unsigned b = mode ? 0x21 : 0x01; b < 0x80; ++b) t.fold[mode][b] = static_cast<uint8_t>(fold(b));
+    return t;
+}();
+
+template <typename Sink, bool kRoomFits = false>
+inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space, Sink &sink) {
+    if (!text) return 0;  // decodes nothing
+    const auto *p = reinterpret_cast<const unsigned char *>(text);
+    uint32_t size = 0;
+    uint32_t c = ombr::str::decode_utf8(p, &size);
+    if (size == 0) return 0;
+    p += size;
+    if (skip_space) {
+        while (c <= 0x20) {
+            if (c == 0) return 0;
+            c = ombr::str::decode_utf8(p, &size);
+            if (size == 0) return 0;
+            p += size;
+        }
+    }
+    if (room == 0) return 0;
+    uint32_t n = 1;
+    uint32_t prev = fold(c);
+    sink.first(prev);
+    const uint8_t *const plain = kPlainFold.fold[skip_space ? 1 : 0];
+    // With kRoomFits the caller guarantees room for byte length + 1 entries,
+    // which no text exceeds, so only the end of the text stops the walk.
+    while (prev != 0 && (kRoomFits || n < room)) {
+        if (const uint8_t folded = plain[*p]) {
+            ++p;
+            sink.next_ascii(folded);
+            ++n;
+            prev = folded;
+            continue;
+        }
+        c = ombr::str::decode_utf8(p, &size);
+        if (size == 0) break;
+        p += size;
+        c = fold(c);
+        if (skip_space && is_blank(c)) {
+            // A word ended: its last character against the border, then the
+            // next word's first character against the border.
+            sink.last();
+            ++n;
+            do {
+                c = ombr::str::decode_utf8(p, &size);
+                p += size;
+                if (size == 0) c = 0;
+            } while (is_blank(c));
+            if (c == 0 || n >= room) break;
+            prev = fold(c);
+            sink.first(prev);
+            ++n;
+            continue;
+        }
+        // c = 0 ends the text: the last character against the border.
+        if (c == 0)
+            sink.last();
+        else
+            sink.next(c);
+        ++n;
+        prev = c;
+    }
+    return n;
+}
+
+// A sink of walk_entries that packs entries into their table form (low
+// half the first character, high half the second or 0 for the border) and
+// hands them to put(entry).
+template <typename Put>
+class PackedEntries {
+   public:
+    explicit PackedEntries(Put put) : put_(put) {}
+    void first(uint32_t c) { put_(prev_ = c & kLow16); }
+    void next(uint32_t c) {
+        put_(((c & kLow16) << 16) | prev_);
+        prev_ = c & kLow16;
+    }
+    void next_ascii(uint32_t c) { next(c); }
+    void last() { put_(prev_); }
+
+   private:
+    Put put_;
+    uint32_t prev_ = 0;
+};
+
+// The sink of the second text: forwards to the set's take side.
+template <typename Set>
+class Taker {
+   public:
+    explicit Taker(Set &set) : set_(set) {}
+    void first(uint32_t c) { set_.take_first(c); }
+    void next(uint32_t c) { set_.take_next(c); }
+    void next_ascii(uint32_t c) { set_.take_next_ascii(c); }
+    void last() { set_.take_last(); }
+
+   private:
+    Set &set_;
+};
+
+// The common entries of two texts below 200 bytes, without building the
+// second table: the first text's entries are stored and chained by a
+// multiplicative hash into at least as many buckets as it can have
+// entries; each entry of the second text, as it is produced, takes one
+// equal entry out of its chain. The count is the size of the multiset
+// intersection.
+class SmallIntersection {
+   public:
+    struct Storage {
+        uint8_t head[256];  // entry index + 1 of each chain's first entry, 0 for none
+        uint8_t next[kLocalEntries];
+        uint32_t entries[kLocalEntries];
+    };
+
+    SmallIntersection(Storage &chains, uint32_t bytes_a)
+        : c_(chains), shift_(32 - bucket_bits(bytes_a + 1)) {
+        __builtin_memset(c_.head, 0, 1u << (32 - shift_));
+    }
+
+    void add(uint32_t entry) {
+        const uint32_t h = bucket(entry);
+        c_.entries[n_] = entry;
+        c_.next[n_] = c_.head[h];
+        c_.head[h] = static_cast<uint8_t>(++n_);
+    }
+
+    // Takes one entry equal to `entry` out of the set, if there is one.
+    void take(uint32_t entry) {
+        for (uint8_t *link = &c_.head[bucket(entry)]; *link != 0; link = &c_.next[*link - 1]) {
+            if (c_.entries[*link - 1] == entry) {
+                *link = c_.next[*link - 1];
+                ++common_;
+                return;
+            }
+        }
+    }
+    // The second text's walk, as entries.
+    void take_first(uint32_t c) { take(prev_ = c & kLow16); }
+    void take_next(uint32_t c) {
+        take(((c & kLow16) << 16) | prev_);
+        prev_ = c & kLow16;
+    }
+    void take_next_ascii(uint32_t c) { take_next(c); }
+    void take_last() { take(prev_); }
+
+    uint32_t common() const { return common_; }
+
+    // Builds the set from the first text; its entry count.
+    uint32_t fill(const char *text, uint32_t room, uint8_t skip_space) {
+        auto add_entry = [this](uint32_t e) { add(e); };
+        PackedEntries<decltype(add_entry)> sink(add_entry);
+        return walk_entries<decltype(sink), true>(text, room, skip_space, sink);
+    }
+
+   private:
+    static unsigned bucket_bits(uint32_t entries) {
+        unsigned bits = 3;
+        while ((1u << bits) < entries) ++bits;
+        return bits;
+    }
+    uint32_t bucket(uint32_t entry) const { return (entry * 0x9E3779B1u) >> shift_; }
+
+    Storage &c_;
+    unsigned shift_;
+    uint32_t n_ = 0;
+    uint32_t common_ = 0;
+    uint32_t prev_ = 0;
+};
+static_assert(kLocalEntries <= 255, "chain links are bytes");
+
+// The common entries when the first text has at most 64 entries, bit-
+// parallel and without branches on the data. Entry k of the first text is
+// bit k; an entry is its low character (the first of a pair) and its high
+// character (the second, or 0 for the border), so rows of bits per
+// character, `low` and `high`, give for any entry the set of equal entries
+// of the first text as low[its low] & high[its high]. Each entry of the
+// second text takes the lowest such bit not taken yet. ASCII characters are
+// their own rows; others get rows from a small map as the first text shows
+// them (a character the first text lacks has the empty row). The rows live
+// apart from the running state, which thus stays in registers.
+class BitIntersection {
+   public:
+    static constexpr uint32_t kMaxEntries = 64;
+
+    class Storage {
+       public:
+        Storage() {
+            __builtin_memset(low, 0, sizeof(uint64_t) * 128);
+            __builtin_memset(high, 0, sizeof(uint64_t) * 128);
+            low[kAbsent] = high[kAbsent] = 0;
+        }
+        uint64_t low[256];  // rows 0-127 zeroed at once, the others as they are given out
+        uint64_t high[256];
+
+        // Row of a character; `assign` gives a character outside ASCII a
+        // row of its own on first sight.
+        uint32_t row_of(uint32_t c, bool assign) {
+            if (c < 128) [[likely]]
+                return c;
+            return map_row(c, assign);
+        }
+
+       private:
+        static constexpr uint32_t kMapSlots = 128;
+        static constexpr uint32_t kAbsent = 255;  // a row that stays empty
+
+        [[gnu::noinline]] uint32_t map_row(uint32_t c, bool assign) {
+            if (!map_ready_) {
+                if (!assign) return kAbsent;
+                __builtin_memset(map_keys_, 0, sizeof map_keys_);
+                map_ready_ = true;
+            }
+            // Open addressing over the code points (never 0 here).
+            for (uint32_t i = (c * 0x9E3779B1u) >> 25;; i = (i + 1) & (kMapSlots - 1)) {
+                if (map_keys_[i] == c) return map_rows_[i];
+                if (map_keys_[i] == 0) {
+                    if (!assign) return kAbsent;
+                    map_keys_[i] = static_cast<uint16_t>(c);
+                    map_rows_[i] = static_cast<uint8_t>(next_row_);
+                    low[next_row_] = high[next_row_] = 0;
+                    return next_row_++;
+                }
+            }
+        }
+
+        uint32_t next_row_ = 128;  // up to 128 + 65 rows: 64 entries hold at most 65 characters; kAbsent stays empty
+        bool map_ready_ = false;
+        uint16_t map_keys_[kMapSlots];
+        uint8_t map_rows_[kMapSlots];
+    };
+
+    BitIntersection(Storage &rows, uint32_t) : rows_(rows) {}
+
+    // The sink of the first text's walk: entries become bits.
+    void first(uint32_t c) { set_bit(prev_row_ = rows_.row_of(c, true), 0); }
+    void next(uint32_t c) {
+        const uint32_t r = rows_.row_of(c, true);
+        set_bit(prev_row_, r);
+        prev_row_ = r;
+    }
+    void next_ascii(uint32_t c) {
+        set_bit(prev_row_, c);
+        prev_row_ = c;
+    }
+    void last() { set_bit(prev_row_, 0); }
+
+    // The sink of the second text's walk: each entry takes a bit.
+    void take_first(uint32_t c) { take_rows(prev_row_ = rows_.row_of(c, false), 0); }
+    void take_next(uint32_t c) {
+        const uint32_t r = rows_.row_of(c, false);
+        take_rows(prev_row_, r);
+        prev_row_ = r;
+    }
+    void take_next_ascii(uint32_t c) {
+        take_rows(prev_row_, c);
+        prev_row_ = c;
+    }
+    void take_last() { take_rows(prev_row_, 0); }
+    void take(uint32_t entry) { take_rows(rows_.row_of(entry & kLow16, false), rows_.row_of(entry >> 16, false)); }
+
+    uint32_t common() const { return common_; }
+
+    uint32_t fill(const char *text, uint32_t room, uint8_t skip_space) {
+        return walk_entries<BitIntersection, true>(text, room, skip_space, *this);
+    }
+    void add(uint32_t entry) { set_bit(rows_.row_of(entry & kLow16, true), rows_.row_of(entry >> 16, true)); }
+
+   private:
+    void set_bit(uint32_t low_row, uint32_t high_row) {
+        rows_.low[low_row] |= bit_;
+        rows_.high[high_row] |= bit_;
+        bit_ <<= 1;
+    }
+
+    void take_rows(uint32_t low_row, uint32_t high_row) {
+        const uint64_t free = rows_.low[low_row] & rows_.high[high_row] & ~taken_;
+        taken_ |= free & (0 - free);  // the lowest free one
+        common_ += free != 0;
+    }
+
+    Storage &rows_;
+    uint64_t bit_ = 1;
+    uint64_t taken_ = 0;
+    uint32_t prev_row_ = 0;
+    uint32_t common_ = 0;
+};
+
+// The common entries of two texts through `Set` holding the first text's
+// entries. A text that yields no entry counts as its preset byte length + 1
+// entries of 0.
+template <typename Set>
+uint32_t common_with(const char *text_a, uint32_t bytes_a, const char *text_b, uint32_t bytes_b, uint8_t skip_space,
+                     uint32_t *count_a, uint32_t *count_b) {
+    typename Set::Storage storage;
+    Set set(storage, bytes_a);
+    uint32_t na = set.fill(text_a, bytes_a + 1, skip_space);
+    if (na == 0) {
+        na = bytes_a + 1;
+        for (uint32_t i = 0; i < na; ++i) set.add(0);
+    }
+    Taker<Set> taker(set);
+    uint32_t nb = walk_entries<Taker<Set>, true>(text_b, bytes_b + 1, skip_space, taker);
+    if (nb == 0) {
+        nb = bytes_b + 1;
+        for (uint32_t i = 0; i < nb; ++i) set.take(0);
+    }
+    *count_a = na;
+    *count_b = nb;
+    return set.common();
+}
+
+// ombr_string_fuzzycmp_ex for two texts below 200 bytes. A text that yields
+// no entry counts as its preset byte length + 1 entries of 0.
+uint32_t common_of_short_texts(const char *text_a, uint32_t bytes_a, const char *text_b, uint32_t bytes_b,
+                               uint8_t skip_space, uint32_t *count_a, uint32_t *count_b) {
+    // A text has at most byte length + 1 entries. The bit-parallel form
+    // holds the shorter text's entries; the intersection is symmetric.
+    if (bytes_b < bytes_a)
+        return common_of_short_texts(text_b, bytes_b, text_a, bytes_a, skip_space, count_b, count_a);
+    if (bytes_a + 1 <= BitIntersection::kMaxEntries)
+        return common_with<BitIntersection>(text_a, bytes_a, text_b, bytes_b, skip_space, count_a, count_b);
+    return common_with<SmallIntersection>(text_a, bytes_a, text_b, bytes_b, skip_space, count_a, count_b);
+}
+
 // Quicksort of e[lo..hi] inclusive: median of three, insertion sort for
 // short runs, recursion on the smaller side so the depth stays logarithmic.
 void quicksort_range(uint32_t *e, ptrdiff_t lo, ptrdiff_t hi) {
@@ -118,41 +461,11 @@ extern "C" ombr_bigram_table *_bigram_create_table(const char *text, uint32_t by
 extern "C" uint32_t _bigram_fill_table(const char *text, ombr_bigram_table *table, uint8_t skip_space) {
     // The preset count is the room in the table; a text never needs more
     // than its byte length + 1 entries, so the bound only guards misuse.
-    const uint32_t room = table->count;
-    uint32_t *const e = table->entries;
-    uint32_t n = 0;
-    const char *p = text;
-    uint32_t c = 0;
-
-    if (_utf8_get_next_char(&p, &c) != 0) return 0;
-    if (skip_space) {
-        while (c <= 0x20) {
-            if (c == 0 || _utf8_get_next_char(&p, &c) != 0) return 0;
-        }
-    }
-    if (room == 0) return 0;
-    uint32_t prev = fold(c);
-    e[n++] = prev & kLow16;  // the first character against the border
-    while (prev != 0 && n < room) {
-        if (_utf8_get_next_char(&p, &c) != 0) break;
-        c = fold(c);
-        if (skip_space && is_blank(c)) {
-            // A word ended: its last character against the border, then the
-            // next word's first character against the border.
-            e[n++] = prev & kLow16;
-            do {
-                if (_utf8_get_next_char(&p, &c) != 0) c = 0;
-            } while (is_blank(c));
-            if (c == 0 || n >= room) break;
-            prev = fold(c);
-            e[n++] = prev & kLow16;
-            continue;
-        }
-        // With c = 0 this is the last character against the border.
-        e[n++] = ((c & kLow16) << 16) | (prev & kLow16);
-        prev = c;
-    }
-    table->count = n;
+    uint32_t *out = table->entries;
+    auto store = [&out](uint32_t entry) { *out++ = entry; };
+    PackedEntries<decltype(store)> sink(store);
+    const uint32_t n = walk_entries(text, table->count, skip_space, sink);
+    if (n != 0) table->count = n;
     return n;
 }
 
@@ -216,19 +529,27 @@ extern "C" void _bigram_table_quicksort(ombr_bigram_table *table) {
 
 OMBR_API uint32_t ombr_string_fuzzycmp_ex(const char *text_a, const char *text_b, uint8_t skip_space,
                                           uint32_t *out_percent_a, uint32_t *out_percent_b) {
-    const uint32_t bytes_a = ombr_string_bytelen_nonull(text_a);
-    const uint32_t bytes_b = ombr_string_bytelen_nonull(text_b);
+    const uint32_t bytes_a = text_a ? static_cast<uint32_t>(__builtin_strlen(text_a)) : 0;
+    const uint32_t bytes_b = text_b ? static_cast<uint32_t>(__builtin_strlen(text_b)) : 0;
     if (bytes_a == 0 || bytes_b == 0) return 0;
 
-    TableSlot slot_a, slot_b;
-    if (!slot_a.prepare(text_a, bytes_a) || !slot_b.prepare(text_b, bytes_b)) return 0;
-    slot_a.fill(text_a, skip_space);
-    slot_b.fill(text_b, skip_space);
-
-    ombr_bigram_table *a = slot_a.table();
-    ombr_bigram_table *b = slot_b.table();
-    const uint32_t count_a = a->count, count_b = b->count;
-    const uint32_t common = _bigram_compare_tables_unsorted(a, b);
+    uint32_t count_a = 0, count_b = 0, common = 0;
+    if (bytes_a < kLocalEntries && bytes_b < kLocalEntries) {
+        common = common_of_short_texts(text_a, bytes_a, text_b, bytes_b, skip_space, &count_a, &count_b);
+    } else {
+        // Long texts: tables of their own, sorted and merged.
+        TableSlot slot_a, slot_b;
+        if (!slot_a.prepare(text_a, bytes_a) || !slot_b.prepare(text_b, bytes_b)) return 0;
+        slot_a.fill(text_a, skip_space);
+        slot_b.fill(text_b, skip_space);
+        ombr_bigram_table *a = slot_a.table();
+        ombr_bigram_table *b = slot_b.table();
+        count_a = a->count;
+        count_b = b->count;
+        _bigram_table_quicksort(a);
+        _bigram_table_quicksort(b);
+        common = _bigram_compare_tables_sorted(a, b);
+    }
     if (out_percent_a) *out_percent_a = common * 100u / count_a;
     if (out_percent_b) *out_percent_b = common * 100u / count_b;
     return similarity(common, count_a, count_b);

@@ -49,6 +49,37 @@ constexpr uint32_t fold_ascii(uint32_t c) { return is_ascii_upper(c) ? c + ('a' 
 
 inline const unsigned char *bytes_of(const char *s) { return reinterpret_cast<const unsigned char *>(s); }
 
+// Decodes the character at p: returns its code point and sets *size to the
+// bytes it takes, or to 0 for an invalid or truncated sequence (a
+// terminator inside a sequence fails the continuation test, so a text is
+// never read past its end). Inline for the hot loops; _utf8_get_next_char
+// is this step behind a cursor.
+inline uint32_t decode_utf8(const unsigned char *p, uint32_t *size) {
+    const unsigned char b = p[0];
+    if (b < 0x80) {
+        *size = 1;
+        return b;
+    }
+    if ((b & 0xE0) == 0xC0) {
+        if (!is_continuation(p[1])) {
+            *size = 0;
+            return 0;
+        }
+        *size = 2;
+        return (static_cast<uint32_t>(b & 0x1F) << 6) | (p[1] & 0x3Fu);
+    }
+    if ((b & 0xF0) == 0xE0) {
+        if (!is_continuation(p[1]) || !is_continuation(p[2])) {
+            *size = 0;
+            return 0;
+        }
+        *size = 3;
+        return (static_cast<uint32_t>(b & 0x0F) << 12) | (static_cast<uint32_t>(p[1] & 0x3F) << 6) | (p[2] & 0x3Fu);
+    }
+    *size = 0;
+    return 0;
+}
+
 // The limit value meaning "no limit" for the character-counting cores.
 constexpr uint32_t kNoLimit = 0xFFFFFFFFu;
 

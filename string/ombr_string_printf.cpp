@@ -1,6 +1,8 @@
-// The format engine: printf-style formatting into a string accumulator, with
-// its own rendering of integers and of floats (in extended precision, at most
-// 16 significant digits), and the thin wrappers over it.
+// The format engine: printf-style formatting with its own rendering of
+// integers and of floats (in extended precision, at most 16 significant
+// digits), and the thin wrappers over it. One engine serves two sinks: an
+// accumulator (new texts, appends) and a caller's buffer (the snprintf
+// forms, which write in place and never allocate).
 #include <limits.h>
 
 #include "string/ombr_string_internal.h"
@@ -85,10 +87,22 @@ struct Piece {
     int length = 0;
 };
 
-const FmtInfo *find_conversion(uint32_t c) {
-    for (const FmtInfo &info : s_fmtinfo)
-        if (static_cast<unsigned char>(info.fmttype) == c) return &info;
-    return nullptr;
+// Row of each ASCII conversion character in s_fmtinfo plus 1, 0 for none.
+// The characters of the rows are distinct, so this equals a search of the
+// table in its order.
+constexpr auto kConversionRow = [] {
+    struct Rows {
+        uint8_t row[128] = {};
+    } rows;
+    for (uint8_t i = 0; i < sizeof s_fmtinfo / sizeof s_fmtinfo[0]; ++i)
+        if (rows.row[static_cast<unsigned char>(s_fmtinfo[i].fmttype)] == 0)
+            rows.row[static_cast<unsigned char>(s_fmtinfo[i].fmttype)] = static_cast<uint8_t>(i + 1);
+    return rows;
+}();
+
+inline const FmtInfo *find_conversion(uint32_t c) {
+    if (c >= 128 || kConversionRow.row[c] == 0) return nullptr;
+    return &s_fmtinfo[kConversionRow.row[c] - 1];
 }
 
 inline bool is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -129,6 +143,49 @@ inline char sign_of_positive(const Spec &spec) { return spec.plus ? '+' : (spec.
 
 // ---- Integers -------------------------------------------------------------------
 
+// "00" to "99", for two decimal digits per division.
+constexpr char kDigitPairs[] =
+    "0001020304050607080910111213141516171819202122232425262728293031323334353637383940414243444546474849"
+    "5051525354555657585960616263646566676869707172737475767778798081828384858687888990919293949596979899";
+
+// Writes the decimal digits of `value` backwards, ending before `p`; returns
+// the first digit. At least one digit.
+char *decimal_digits(uint64_t value, char *p) {
+    // Full 64-bit divisions only while the value needs them (slow on 32-bit
+    // hosts); the rest in 32 bits, two digits at a time.
+    while (value > 0xFFFFFFFFu) {
+        const uint64_t q = value / 100;
+        const auto r = static_cast<uint32_t>(value - q * 100);
+        p -= 2;
+        __builtin_memcpy(p, kDigitPairs + 2 * r, 2);
+        value = q;
+    }
+    auto v = static_cast<uint32_t>(value);
+    while (v >= 100) {
+        const uint32_t r = v % 100;
+        v /= 100;
+        p -= 2;
+        __builtin_memcpy(p, kDigitPairs + 2 * r, 2);
+    }
+    if (v >= 10) {
+        p -= 2;
+        __builtin_memcpy(p, kDigitPairs + 2 * v, 2);
+    } else {
+        *--p = static_cast<char>('0' + v);
+    }
+    return p;
+}
+
+// Digits of a power-of-two base (2, 8, 16: `shift` bits a digit).
+char *power2_digits(uint64_t value, char *p, unsigned shift, const char *digits) {
+    const unsigned mask = (1u << shift) - 1;
+    do {
+        *--p = digits[static_cast<unsigned>(value) & mask];
+        value >>= shift;
+    } while (value != 0);
+    return p;
+}
+
 // Renders `value` (already made positive, sign in `sign`) backwards from the
 // end of the work area.
 Piece render_integer(uint64_t value, char sign, const FmtInfo &info, Spec &spec, char *work) {
@@ -144,13 +201,18 @@ Piece render_integer(uint64_t value, char sign, const FmtInfo &info, Spec &spec,
         }
     }
     char *end = work + kWorkArea;
-    char *p = end;
-    const char *digits = s_aDigits + info.charset;
-    do {
-        *--p = digits[value % info.base];
-        value /= info.base;
-    } while (value != 0);
-    while (end - p < spec.precision) *--p = '0';
+    char *p;
+    switch (info.base) {
+        case 10: p = decimal_digits(value, end); break;
+        case 16: p = power2_digits(value, end, 4, s_aDigits + info.charset); break;
+        case 8: p = power2_digits(value, end, 3, s_aDigits + info.charset); break;
+        default: p = power2_digits(value, end, 1, s_aDigits + info.charset); break;
+    }
+    if (end - p < spec.precision) {
+        const ptrdiff_t zeros = spec.precision - (end - p);
+        p -= zeros;
+        __builtin_memset(p, '0', static_cast<size_t>(zeros));
+    }
     if (sign) *--p = sign;
     if (spec.alt && info.prefix)
         for (const char *pre = s_aPrefix + info.prefix; *pre; ++pre) *--p = *pre;
@@ -347,29 +409,92 @@ const char *scan_plain(const char *p) {
     }
 }
 
-}  // namespace
+// Next character of the format, moving the cursor past it; 0 at the end or
+// at an invalid sequence (which leaves the cursor where it was).
+inline uint32_t next_char(const char **cursor) {
+    const auto b = static_cast<unsigned char>(**cursor);
+    if (b < 0x80) {
+        if (b != 0) ++*cursor;
+        return b;
+    }
+    return ombr_string_charnext(cursor, nullptr);
+}
 
-extern "C" uint32_t _ombr_string_printf(ombr_string_accum_t accum, const char *format, va_list args) {
+// ---- Output sinks -----------------------------------------------------------------
+
+// Appends to an accumulator. Failed appends are dropped; spaces go in chunks
+// of at most 29.
+class AccumSink {
+   public:
+    explicit AccumSink(ombr_string_accum_t accum) : accum_(accum) {}
+    void put(const char *bytes, uint32_t size) { append(accum_, bytes, size); }
+    void spaces(int count) { append_spaces(accum_, count); }
+
+   private:
+    ombr_string_accum_t accum_;
+};
+
+// Writes into a caller's buffer of room + 1 bytes, counting the full length.
+// Work is bounded by the room: whatever lies beyond it is only counted, so a
+// width near 2^31 costs no memory and no time.
+class BufferSink {
+   public:
+    BufferSink(char *dest, uint32_t room) : dest_(dest), room_(room) {}
+    void put(const char *bytes, uint32_t size) {
+        if (total_ < room_) {
+            const uint64_t left = room_ - total_;
+            __builtin_memcpy(dest_ + total_, bytes, size < left ? size : static_cast<size_t>(left));
+        }
+        total_ += size;
+    }
+    void spaces(int count) {
+        if (count <= 0) return;
+        const auto size = static_cast<uint32_t>(count);
+        if (total_ < room_) {
+            const uint64_t left = room_ - total_;
+            __builtin_memset(dest_ + total_, ' ', size < left ? size : static_cast<size_t>(left));
+        }
+        total_ += size;
+    }
+    // Terminates the stored text; returns the full length + 1 (at most
+    // 0xFFFFFFFF), or 0 for an empty result.
+    uint32_t finish() {
+        dest_[total_ < room_ ? total_ : room_] = 0;
+        if (total_ == 0) return 0;
+        return total_ >= 0xFFFFFFFEu ? 0xFFFFFFFFu : static_cast<uint32_t>(total_ + 1);
+    }
+
+   private:
+    char *dest_;
+    uint64_t room_;
+    uint64_t total_ = 0;
+};
+
+// ---- The engine ---------------------------------------------------------------------
+
+template <typename Sink>
+void format_into(Sink &sink, const char *format, va_list args) {
     char work[kWorkArea];
     bool star_seen = false;  // never cleared within one call
     bool have_previous = false;
     Piece previous;
     const char *cursor = format;
+    if (!cursor) return;  // an unchecked null format ends at once
 
     for (;;) {
         const char *start = cursor;
-        uint32_t c = ombr_string_charnext(&cursor, nullptr);
-        if (c == 0) return 0;
+        const uint32_t c = next_char(&cursor);
+        if (c == 0) return;
         if (c != '%') {
             cursor = scan_plain(cursor);
-            append(accum, start, static_cast<uint32_t>(cursor - start));
+            sink.put(start, static_cast<uint32_t>(cursor - start));
             continue;
         }
 
         const char *spec_start = cursor;
         if (*cursor == 0) {
-            append(accum, "%", 1);
-            return 0;
+            sink.put("%", 1);
+            return;
         }
 
         Spec spec;
@@ -392,7 +517,7 @@ extern "C" uint32_t _ombr_string_printf(ombr_string_accum_t accum, const char *f
             if (width < 0) spec.left = true;
             spec.width = magnitude(width);
             ++cursor;
-        } else {
+        } else if (is_digit(*cursor)) {
             spec.width = read_number(&cursor);
         }
 
@@ -423,19 +548,19 @@ extern "C" uint32_t _ombr_string_printf(ombr_string_accum_t accum, const char *f
         }
 
         const char *conversion_start = cursor;
-        uint32_t conversion = ombr_string_charnext(&cursor, nullptr);
+        const uint32_t conversion = next_char(&cursor);
         if (conversion == 0) {
             // The format ends (or turns invalid) inside the specification.
-            if (conversion_start == spec_start) append(accum, "%", 1);
-            return 0;
+            if (conversion_start == spec_start) sink.put("%", 1);
+            return;
         }
 
         const FmtInfo *info = find_conversion(conversion);
         if (!info) {
             // Unknown conversion: "%" and the character, then the text of
             // the previous conversion once more.
-            append(accum, "%", 1);
-            append(accum, conversion_start, static_cast<uint32_t>(cursor - conversion_start));
+            sink.put("%", 1);
+            sink.put(conversion_start, static_cast<uint32_t>(cursor - conversion_start));
             if (!have_previous) continue;
         } else {
             if (!(info->flags & kFlagString) && spec.precision > kMaxPrecision) spec.precision = kMaxPrecision;
@@ -499,15 +624,13 @@ extern "C" uint32_t _ombr_string_printf(ombr_string_accum_t accum, const char *f
 
         // Output step, with the previous text for an unknown conversion.
         const int pad = spec.width - previous.length;
-        if (!spec.left) append_spaces(accum, pad);
-        if (previous.length > 0) append(accum, previous.text, static_cast<uint32_t>(previous.length));
-        if (spec.left) append_spaces(accum, pad);
+        if (!spec.left) sink.spaces(pad);
+        if (previous.length > 0) sink.put(previous.text, static_cast<uint32_t>(previous.length));
+        if (spec.left) sink.spaces(pad);
     }
 }
 
-namespace {
-
-// The formatting into a stack-based accumulator shared by the buffer forms.
+// The formatting into a stack-based accumulator of the new-text forms.
 class StackAccum {
    public:
     StackAccum() { ok_ = ombr_string_accum_create(&accum_, area_, sizeof area_) == 0; }
@@ -528,6 +651,12 @@ class StackAccum {
 
 }  // namespace
 
+extern "C" uint32_t _ombr_string_printf(ombr_string_accum_t accum, const char *format, va_list args) {
+    AccumSink sink(accum);
+    format_into(sink, format, args);
+    return 0;
+}
+
 extern "C" int32_t _ombr_string_mvprintf(char **out_text, const char *format, va_list args) {
     if (!out_text || !format) return -1;
     StackAccum accum;
@@ -540,21 +669,16 @@ extern "C" int32_t _ombr_string_mvprintf(char **out_text, const char *format, va
     return static_cast<int32_t>(size);
 }
 
+// The buffer forms write straight into the caller's buffer: the same text
+// and result as formatting into an accumulator and copying what fits, but
+// with no allocation and with work bounded by the buffer's size.
 OMBR_API uint32_t ombr_string_vsnprintf(char *dest, uint32_t size, const char *format, va_list args) {
     if (!dest || size == 0) return 0;
     dest[0] = 0;
     if (!format) return 0;
-    StackAccum accum;
-    if (!accum.ok()) return 0;
-    _ombr_string_printf(accum.get(), format, args);
-    const char *data = nullptr;
-    uint32_t full = 0;  // length + 1, 0 when empty
-    ombr_string_accum_get_string(accum.get(), &data, &full);
-    if (full == 0) return 0;
-    uint32_t n = full - 1 < size - 1 ? full - 1 : size - 1;
-    ombr_memory_memcpy(dest, data, n);
-    dest[n] = 0;
-    return full;
+    BufferSink sink(dest, size - 1);
+    format_into(sink, format, args);
+    return sink.finish();
 }
 
 OMBR_API uint32_t ombr_string_snprintf(char *dest, uint32_t size, const char *format, ...) {

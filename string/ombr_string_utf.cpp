@@ -7,18 +7,6 @@ using namespace ombr::str;
 
 namespace {
 
-// Decodes one sequence of `size` bytes (2 or 3) whose lead byte was already
-// classified. Every further byte must be 10xxxxxx.
-bool decode_tail(const unsigned char *p, uint32_t size, uint32_t *out_value) {
-    uint32_t value = p[0] & utflmasktab[size - 1];
-    for (uint32_t k = 1; k < size; ++k) {
-        if (!is_continuation(p[k])) return false;
-        value = (value << 6) | (p[k] & 0x3Fu);
-    }
-    *out_value = value;
-    return true;
-}
-
 constexpr uint32_t encoded_size(uint32_t code_point) {
     if (code_point <= 0x7F) return 1;
     if (code_point <= 0x7FF) return 2;
@@ -39,17 +27,9 @@ void *alloc_conversion_block(uint32_t size) {
 
 extern "C" uint32_t _utf8_get_next_char(const char **cursor, uint32_t *out_code_point) {
     if (!cursor || !*cursor) return kInvalidArg;
-    const unsigned char *p = bytes_of(*cursor);
-    if (p[0] < 0x80) {
-        if (out_code_point) *out_code_point = p[0];
-        *cursor += 1;
-        return 0;
-    }
-    uint32_t size = lead_size(p[0]);
-    uint32_t value = 0;
-    // A terminator inside the sequence fails the continuation test, so a
-    // truncated text is never read past its end.
-    if (size < 2 || !decode_tail(p, size, &value)) return kInvalidUtf8;
+    uint32_t size = 0;
+    const uint32_t value = decode_utf8(bytes_of(*cursor), &size);
+    if (size == 0) return kInvalidUtf8;
     if (out_code_point) *out_code_point = value;
     *cursor += size;
     return 0;

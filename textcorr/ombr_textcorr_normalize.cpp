@@ -60,10 +60,29 @@ class BufferPair {
     int cur_ = 0;
 };
 
+// Appends of one or two units write in place while the buffer has room by
+// the growth rule of the buffers (more than n units free beyond the
+// terminator's), else go through the buffer functions, which grow it: the
+// same text and the same allocations either way.
+inline bool has_room(const uni_string *out, uint32_t n) {
+    return static_cast<int32_t>(out->capacity / 2) - out->length > static_cast<int32_t>(n);
+}
 inline bool append_units(uni_string *out, const uni_char *units, uint32_t n) {
+    if (n <= 2 && has_room(out, n) && units[0] != 0 && (n == 1 || units[1] != 0)) {
+        for (uint32_t i = 0; i < n; ++i) out->text[out->length++] = units[i];
+        out->text[out->length] = 0;
+        return true;
+    }
     return straddclen_us(out, units, static_cast<int32_t>(n)) != nullptr;
 }
-inline bool append_unit(uni_string *out, uni_char unit) { return straddc_us(out, unit) != nullptr; }
+inline bool append_unit(uni_string *out, uni_char unit) {
+    if (unit != 0 && has_room(out, 1)) {
+        out->text[out->length++] = unit;
+        out->text[out->length] = 0;
+        return true;
+    }
+    return straddc_us(out, unit) != nullptr;
+}
 inline bool append_text(uni_string *out, const uni_char *text) { return strcat_us(out, text) != nullptr; }
 
 inline void drop_last(uni_string *buf) {
@@ -167,6 +186,8 @@ const UniBlock *get_uniblock(uni_char unit) {
 // Applies the block modes of `uniblocks` (2: acts as a blank, 8: a word of its
 // own, other non-zero: dropped). With an empty table this copies.
 uint32_t do_blockmod(uni_string *out, const uni_char *text, const uni_char *keep, uint32_t token_mode) {
+    // No row, no unit to treat: the pass is a copy, made in one append.
+    if (uniblockcnt == 0) return strcat_us(out, text) ? 0 : kTextcorrNoMemory;
     bool separated = true;
     for (uint32_t pos = 0; text[pos] != 0; ++pos) {
         const uni_char unit = text[pos];

@@ -716,6 +716,18 @@ constexpr UniPair unipairs[] = {
 };
 constexpr uint32_t unipaircnt = sizeof unipairs / sizeof unipairs[0];
 
+// Range of the second units of the pairs, as code points: a unit outside it
+// cannot end a pair, which spares the search for nearly every position.
+constexpr UniPairSeconds unipair_seconds = [] {
+    UniPairSeconds r{0xFFFF, 0};
+    for (const UniPair &p : unipairs) {
+        const uint16_t v = be16(p.second);
+        if (v < r.first) r.first = v;
+        if (v > r.last) r.last = v;
+    }
+    return r;
+}();
+
 // Elided articles: d' and l'.
 constexpr WordRow contlist[] = {
     word(wide<u"d'">()),

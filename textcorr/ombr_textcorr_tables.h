@@ -87,6 +87,13 @@ extern const std::array<const UniDesc *, 256> charblock_tok;
 extern const UniPair unipairs[];
 extern const uint32_t unipaircnt;
 
+// Smallest and largest second unit of the pairs, as code points.
+struct UniPairSeconds {
+    uint16_t first;
+    uint16_t last;
+};
+extern const UniPairSeconds unipair_seconds;
+
 // Lists that end with a row whose text is null.
 extern const WordRow contlist[];
 extern const WordRow remlist[];
@@ -124,7 +131,9 @@ inline const UniDesc *get_unidesc(uint16_t unit, uint32_t token_mode) {
 // Descriptor at a text position: a pair row when the unit and the one
 // behind it form one, else the single unit's row. `consumed` gets 1 or 2.
 inline const UniDesc *get_unidesc_p(const uint16_t *text, uint32_t *consumed, uint32_t token_mode) {
-    if (text[1] != 0) {
+    const uint16_t second = be16(text[1]);
+    // The linear search of the pairs, for a second unit that can end one.
+    if (text[1] != 0 && second >= unipair_seconds.first && second <= unipair_seconds.last) {
         for (uint32_t i = 0; i < unipaircnt; ++i) {
             if (unipairs[i].first == text[0] && unipairs[i].second == text[1]) {
                 *consumed = 2;

@@ -342,13 +342,34 @@ TEST_F(FormatEngine, NewTextsUnderAllocationFailure) {
     zelto_manager_memory_fail_nth(0);
     EXPECT_EQ(out, reinterpret_cast<char *>(0x1));
 
-    // snprintf of a long text: a failed growth drops that append.
+    // snprintf writes into the caller's buffer and never allocates, so a
+    // failing allocator does not shorten its text.
     char dest[2000];
     zelto_manager_memory_fail_nth(1);
     uint32_t full = ombr_string_snprintf(dest, sizeof dest, "%s", big.c_str());
     zelto_manager_memory_fail_nth(0);
-    EXPECT_EQ(full, 0u);
-    EXPECT_STREQ(dest, "");
+    EXPECT_EQ(full, 701u);
+    EXPECT_EQ(std::string(dest), big);
+}
+
+TEST_F(FormatEngine, SnprintfWorkIsBoundedByTheBuffer) {
+    // A caller-given width near 2^31 is counted, not written: no memory is
+    // taken (every allocation would fail) and the call returns at once.
+    char dest[16];
+    zelto_manager_memory_fail_nth(1);
+    EXPECT_EQ(ombr_string_snprintf(dest, sizeof dest, "%*s", 2147483647, "x"), 2147483648u);
+    EXPECT_STREQ(dest, "               ");
+    EXPECT_EQ(ombr_string_snprintf(dest, sizeof dest, "%200000000s", "x"), 200000001u);
+    EXPECT_STREQ(dest, "               ");
+    EXPECT_EQ(ombr_string_snprintf(dest, sizeof dest, "%-*s|", 2147483646, "ab"), 2147483648u);
+    EXPECT_STREQ(dest, "ab             ");
+    EXPECT_EQ(ombr_string_snprintf(dest, sizeof dest, "%*c", -2000000000, 'z'), 2000000001u);
+    EXPECT_STREQ(dest, "z              ");
+    // Lengths beyond 32 bits saturate the result.
+    EXPECT_EQ(ombr_string_snprintf(dest, 4, "%*s%*s%*s", 2147483647, "", 2147483647, "", 2147483647, ""),
+              0xFFFFFFFFu);
+    EXPECT_STREQ(dest, "   ");
+    zelto_manager_memory_fail_nth(0);
 }
 
 TEST_F(FormatEngine, AccumulatorAppends) {

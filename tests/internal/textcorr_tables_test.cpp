@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "textcorr/ombr_textcorr_tables.h"
 
@@ -279,4 +280,42 @@ TEST(TextcorrTables, WordLists) {
     EXPECT_EQ(uniblockcnt, 0u);
     EXPECT_EQ(be16(uni_s), u's');
     EXPECT_EQ(be16(uni_space), u' ');
+}
+
+namespace {
+
+// The pair lookup as the plain linear search of the pair table.
+const UniDesc *pair_by_search(const uint16_t *text, uint32_t *consumed, uint32_t token_mode) {
+    if (text[1] != 0)
+        for (uint32_t i = 0; i < unipaircnt; ++i)
+            if (unipairs[i].first == text[0] && unipairs[i].second == text[1]) {
+                *consumed = 2;
+                return &unipairs[i].desc;
+            }
+    *consumed = 1;
+    return get_unidesc(text[0], token_mode);
+}
+
+}  // namespace
+
+// get_unidesc_p skips the search when the second unit cannot end a pair;
+// it must find what the search finds for every second unit.
+TEST(TextcorrTables, PairLookupEqualsTheLinearSearch) {
+    std::vector<uint16_t> firsts;
+    for (uint32_t i = 0; i < unipaircnt; ++i) firsts.push_back(unipairs[i].first);
+    for (uint16_t cp : {0x0041, 0x30AB, 0xFF76, 0xFF9E, 0xFFFF}) firsts.push_back(be16(cp));
+    for (uint16_t first : firsts) {
+        // Every second unit for two firsts, the pairs' own block for all.
+        const bool all = first == be16(0xFF76) || first == be16(0x0041);
+        for (uint32_t second = all ? 0 : 0xFF00; second <= 0xFFFF; ++second) {
+            const uint16_t text[3] = {first, be16(static_cast<uint16_t>(second)), 0};
+            for (uint32_t token = 0; token < 2; ++token) {
+                uint32_t n_fast = 0, n_search = 0;
+                const UniDesc *fast = get_unidesc_p(text, &n_fast, token);
+                const UniDesc *search = pair_by_search(text, &n_search, token);
+                ASSERT_EQ(fast, search) << std::hex << be16(first) << " " << second;
+                ASSERT_EQ(n_fast, n_search);
+            }
+        }
+    }
 }
