@@ -5,6 +5,7 @@
 // "zelto_cantrix", as the other public functions.
 #include "cantrix/cantrix_internal.h"
 #include "ombr/ombr_datatypes.h"
+#include "ombr/ombr_hdo.h"
 #include "ombr/ombr_string.h"
 
 using namespace cantrix;
@@ -57,16 +58,27 @@ bool set_trimmed_copy(char *&field, const char *text, uint32_t chars = UINT32_MA
     return field != nullptr;
 }
 
-// A parsed XML description of a fingerprint, released with the object.
-// INTERIM: the HDO XML bridge and HPath are not built yet, so no text
-// parses; the XML kinds stay unusable until they are.
+// A parsed XML description of a fingerprint: an HDO tree, released with
+// the object. Texts read from it are borrowed from the tree.
 class FingerprintDescription {
    public:
     FingerprintDescription() = default;
     FingerprintDescription(const FingerprintDescription &) = delete;
     FingerprintDescription &operator=(const FingerprintDescription &) = delete;
-    uint32_t parse(const char * /*text*/) { return kInvalidData; }
-    uint32_t read(const char * /*path*/, const char ** /*out_text*/) const { return kInvalidData; }
+    ~FingerprintDescription() { ombr_hdo_release(tree_); }
+
+    uint32_t parse(const char *text) {
+        ombr_hdo_release(tree_);
+        tree_ = nullptr;
+        return ombr_hdo_from_xml(text, &tree_, nullptr) == 0 ? 0 : kInvalidData;
+    }
+    uint32_t read(const char *path, const char **out_text) const {
+        if (!tree_) return kInvalidData;
+        return ombr_hdo_get_string_by_hpath(tree_, path, nullptr, 0, out_text) == 0 ? 0 : kInvalidData;
+    }
+
+   private:
+    ombr_hdo_t tree_ = nullptr;
 };
 
 // Reads the algorithm's name and version of a parsed description into the

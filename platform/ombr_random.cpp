@@ -1,10 +1,14 @@
-// The random-number package frame. It brings up the file package and does
-// not look at its status.
+// The random-number package: its frame, which brings up the file package
+// without looking at its status, and a small linear congruential sequence.
+#include "ombr/ombr_random.h"
 #include "platform/ombr_frame.h"
 
 namespace {
 ombr::PackageState s_random;
 constexpr const char *kUnit = "ombr_random";
+
+// The shared sequence; callers share it without a lock.
+int32_t s_ombr_random_rand_seed = OMBR_RANDOM_INITIAL_SEED;
 
 uint32_t random_init_func() {
     (void)ombr_fs_initialize();
@@ -24,3 +28,11 @@ OMBR_API uint32_t ombr_random_shutdown(void) {
 OMBR_API uint32_t ombr_random_initchecks(void) { return s_random.initialized; }
 OMBR_API const char *ombr_random_get_version(void) { return ombr::kVersion; }
 OMBR_API const char *ombr_random_get_build_date(void) { return ombr::kBaseBuildDate; }
+
+OMBR_API uint32_t ombr_random_rand(int32_t *seed) {
+    int32_t *word = seed ? seed : &s_ombr_random_rand_seed;
+    // Wrapping 32-bit arithmetic, done unsigned.
+    const uint32_t next = static_cast<uint32_t>(*word) * 214013u + 2531011u;
+    *word = static_cast<int32_t>(next);
+    return (next >> 16) & 0x7FFFu;
+}

@@ -250,7 +250,7 @@ TEST_F(QueryHandleTest, AllocationFailureAtEveryStepOfCreate) {
             EXPECT_EQ(status, 0x90810002u);
             EXPECT_EQ(query, nullptr);
             EXPECT_EQ(zelto_manager_user_refcount(user_), 1u);
-            EXPECT_EQ(zelto_manager_memory_live_blocks(), blocks_before_);
+            EXPECT_EQ(zelto_manager_memory_live_blocks(), blocks_up_);
         } else {
             ASSERT_EQ(status, 0u);
             EXPECT_EQ(zelto_cantrix_query_release(query), 0u);

@@ -16,6 +16,7 @@ class ModuleTest : public ::testing::Test {
         blocks_before_ = zelto_manager_memory_live_blocks();
         handles_before_ = zelto_manager_handle_count();
         ASSERT_EQ(zelto_cantrix_initialize(zelto_manager_get_table()), 0u);
+        blocks_up_ = zelto_manager_memory_live_blocks();
         ASSERT_EQ(zelto_manager_user_create("test-user", &user_), 0u);
     }
     void TearDown() override {
@@ -35,6 +36,7 @@ class ModuleTest : public ::testing::Test {
 
     zelto_user *user_ = nullptr;
     int64_t blocks_before_ = 0;
+    int64_t blocks_up_ = 0;  // with the module up (its packages hold a few blocks)
     uint32_t handles_before_ = 0;
 };
 
