@@ -6,7 +6,7 @@ set -euo pipefail
 need=()
 for pkg in cmake make g++ g++-multilib googletest libgtest-dev libgmock-dev libbenchmark-dev \
            libsqlite3-dev libchromaprint-dev pkg-config nlohmann-json3-dev libdiscid-dev unicode-data python3 binutils \
-           libfmt-dev libabsl-dev libicu-dev libedlib-dev; do
+           libfmt-dev libabsl-dev libicu-dev libedlib-dev libexpat1-dev libxml2-dev libpugixml-dev; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

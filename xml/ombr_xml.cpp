@@ -69,7 +69,7 @@ bool valid_name(const char *name, uint32_t length) { return name && length != 0 
 char *copy_text(const void *bytes, uint32_t length) {
     auto *copy = static_cast<char *>(xalloc(size_t{length} + 1));
     if (!copy) return nullptr;
-    ombr_memory_memcpy(copy, bytes, length);
+    copy_bytes(copy, bytes, length);
     copy[length] = '\0';
     return copy;
 }
@@ -136,7 +136,7 @@ uxml_attribute *create_attribute(const char *name, uint32_t name_length, const c
     auto *attr = size ? static_cast<uxml_attribute *>(xalloc(size)) : nullptr;
     if (!attr) return nullptr;
     attr->name = tail_of(attr, sizeof *attr);
-    ombr_memory_memcpy(attr->name, name, name_length);
+    copy_bytes(attr->name, name, name_length);
     attr->name[name_length] = '\0';
     attr->next = nullptr;
     attr->owned = 0;
@@ -144,7 +144,7 @@ uxml_attribute *create_attribute(const char *name, uint32_t name_length, const c
     attr->release = nullptr;
     if (value_inline) {
         attr->value = attr->name + name_length + 1;
-        ombr_memory_memcpy(attr->value, value, value_length);
+        copy_bytes(attr->value, value, value_length);
         attr->value[value_length] = '\0';
     }
     return attr;
@@ -167,13 +167,13 @@ uxml_element *create_element(const char *name, uint32_t name_length, const void 
     size_t size = record_size(sizeof(uxml_element), tail);
     auto *element = size ? static_cast<uxml_element *>(xalloc(size)) : nullptr;
     if (!element) return nullptr;
-    ombr_memory_memset(element, 0, sizeof *element);
+    fill_bytes(element, 0, sizeof *element);
     element->name = tail_of(element, sizeof *element);
-    ombr_memory_memcpy(element->name, name, name_length);
+    copy_bytes(element->name, name, name_length);
     element->name[name_length] = '\0';
     if (data_length) {
         char *text = element->name + name_length + 1;
-        ombr_memory_memcpy(text, data, data_length);
+        copy_bytes(text, data, data_length);
         text[data_length] = '\0';
         if (as_cdata) {
             element->cdata = reinterpret_cast<uint8_t *>(text);
@@ -238,7 +238,7 @@ uint32_t add_sub_element(uxml_element *element, uxml_element *sub_element) {
         if (capacity > UINT32_MAX || bytes > SIZE_MAX) return UXML_ERR_NO_MEMORY;
         auto *slots = static_cast<uxml_element **>(xrealloc(element->elements, static_cast<size_t>(bytes)));
         if (!slots) return UXML_ERR_NO_MEMORY;
-        ombr_memory_memset(slots + count, 0, static_cast<size_t>((capacity - count) * sizeof(uxml_element *)));
+        fill_bytes(slots + count, 0, static_cast<size_t>((capacity - count) * sizeof(uxml_element *)));
         element->elements = slots;
         element->element_capacity = static_cast<uint32_t>(capacity);
     }
@@ -251,7 +251,7 @@ void remove_sub_element(uxml_element *element, uxml_element *sub_element, bool d
     for (uint32_t i = 0; i < element->element_count; ++i) {
         if (element->elements[i] != sub_element) continue;
         uint32_t last = element->element_count - 1;
-        ombr_memory_memmove(element->elements + i, element->elements + i + 1, (last - i) * sizeof(uxml_element *));
+        move_bytes(element->elements + i, element->elements + i + 1, (last - i) * sizeof(uxml_element *));
         element->elements[last] = nullptr;
         element->element_count = last;
         if (dispose) dispose_element(sub_element);
@@ -337,7 +337,7 @@ using namespace uxml;
 
 OMBR_API uxml_element *uXMLCreateEmptyElement(void) {
     auto *element = static_cast<uxml_element *>(xalloc(sizeof(uxml_element)));
-    if (element) ombr_memory_memset(element, 0, sizeof *element);
+    if (element) fill_bytes(element, 0, sizeof *element);
     return element;
 }
 

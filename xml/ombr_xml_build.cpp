@@ -29,7 +29,7 @@ class AttributeIndex {
             active_ = false;
             live_ = 0;
             if (++generation_ == 0) {  // wrapped: old entries could look current
-                ombr_memory_memset(slots_, 0, capacity_ * sizeof(Slot));
+                fill_bytes(slots_, 0, capacity_ * sizeof(Slot));
                 generation_ = 1;
             }
         }
@@ -104,7 +104,7 @@ class AttributeIndex {
         if (capacity > UINT32_MAX / sizeof(Slot) / 2) return false;
         auto *slots = static_cast<Slot *>(xalloc(capacity * sizeof(Slot)));
         if (!slots) return false;
-        ombr_memory_memset(slots, 0, capacity * sizeof(Slot));
+        fill_bytes(slots, 0, capacity * sizeof(Slot));
         Slot *old = slots_;
         uint32_t old_capacity = capacity_, old_generation = generation_;
         slots_ = slots;
@@ -167,6 +167,10 @@ class TreeBuilder {
         char *value = nullptr;
         uint32_t capacity = 0;
         if (unescape(raw, raw_length, &value, &capacity) != 0) return 0;
+        if (name_length == 0 || name[0] == '\0') {  // a quoted name can begin with a NUL byte
+            xfree(value);
+            return UXML_ERR_INVALID_ARG;
+        }
         uxml_attribute *attr = nullptr;
         if (value) {
             attr = create_attribute(name, name_length, nullptr, 0, false);

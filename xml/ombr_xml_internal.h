@@ -21,7 +21,14 @@ inline void *xalloc(size_t size) { return ombr_memory_alloc(size); }
 inline void *xrealloc(void *block, size_t size) { return ombr_memory_realloc(block, size); }
 inline void xfree(void *block) { ombr_memory_free(block); }
 
-inline uint32_t length_of(const char *text) { return text ? ombr_string_bytelen_nonull(text) : 0; }
+// Lengths, copies and compares on the hot paths are left to the compiler,
+// which inlines the short ones: a call into another library for each name
+// or value would cost more than the work.
+inline uint32_t length_of(const char *text) { return text ? static_cast<uint32_t>(__builtin_strlen(text)) : 0; }
+inline void copy_bytes(void *dest, const void *src, size_t size) { __builtin_memcpy(dest, src, size); }
+inline void move_bytes(void *dest, const void *src, size_t size) { __builtin_memmove(dest, src, size); }
+inline void fill_bytes(void *dest, int byte, size_t size) { __builtin_memset(dest, byte, size); }
+inline int compare_bytes(const void *a, const void *b, size_t size) { return __builtin_memcmp(a, b, size); }
 
 // Byte classes of the scanner: ASCII by table, other bytes through the
 // string package, so that a single-byte locale is honoured as before.
@@ -47,7 +54,7 @@ inline bool is_space_byte(uint8_t c) {
 }
 
 inline bool buf_eq(const char *a, uint32_t a_length, const char *b, uint32_t b_length) {
-    return a_length == b_length && (a_length == 0 || ombr_memory_memcmp(a, b, a_length) == 0);
+    return a_length == b_length && (a_length == 0 || compare_bytes(a, b, a_length) == 0);
 }
 
 inline uint32_t name_hash(const char *bytes, uint32_t length) {

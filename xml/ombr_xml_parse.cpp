@@ -7,6 +7,8 @@
 // mode, nothing is allocated. The parser keeps one name hash per open
 // element in a fixed array instead of recursing, so its stack use does not
 // grow with the nesting, which is limited to UXML_MAX_DEPTH.
+#include <stddef.h>
+
 #include "xml/ombr_xml_internal.h"
 
 namespace uxml {
@@ -28,7 +30,7 @@ bool is_space(uint8_t c) { return is_space_byte(c); }
 uint32_t init_scan_buffer(ScanBuffer *scan, const void *bytes, uint32_t size, ombr_iostream_t stream) {
     if (!scan) return UXML_ERR_INVALID_ARG;
     if (!stream && (!bytes || size == 0)) return UXML_ERR_INVALID_ARG;
-    ombr_memory_memset(scan, 0, sizeof *scan);
+    fill_bytes(scan, 0, sizeof *scan);
     scan->stream = stream;
     if (!stream) {
         scan->buffer = static_cast<uint8_t *>(const_cast<void *>(bytes));
@@ -51,14 +53,14 @@ void free_scan_buffer(ScanBuffer *scan) {
 // shows as an EOF token. Otherwise the bytes from the older of token and
 // mark on are moved to the front, the area doubles when full, and the
 // stream fills the room behind the valid bytes.
-uint32_t read_scan_buffer(ScanBuffer *scan) {
+__attribute__((noinline)) uint32_t read_scan_buffer(ScanBuffer *scan) {
     if (scan->at_end) {
         if (scan->token == 0) scan->token = UXML_TOKEN_EOF;
         return 0;
     }
     uint32_t keep = scan->token_start < scan->mark_start ? scan->token_start : scan->mark_start;
     if (keep != 0) {
-        ombr_memory_memmove(scan->buffer, scan->buffer + keep, scan->end - keep);
+        move_bytes(scan->buffer, scan->buffer + keep, scan->end - keep);
         scan->pos -= keep;
         scan->token_start -= keep;
         scan->mark_start -= keep;
@@ -85,195 +87,229 @@ uint32_t read_scan_buffer(ScanBuffer *scan) {
     return status;
 }
 
+// A token's place (start and length) is written and copied as one 8-byte
+// word: the parser reads it right after the scanner wrote it, and two
+// 4-byte stores read back by one 8-byte load stall the processor.
+constexpr size_t kTokenPlace = offsetof(ScanBuffer, token_start);
+constexpr size_t kMarkPlace = offsetof(ScanBuffer, mark_start);
+static_assert(offsetof(ScanBuffer, token_len) == kTokenPlace + 4 && offsetof(ScanBuffer, mark_len) == kMarkPlace + 4);
+struct Place {
+    uint32_t start, length;
+};
+inline void set_place(ScanBuffer *scan, size_t at, uint32_t start, uint32_t length) {
+    Place place{start, length};
+    copy_bytes(reinterpret_cast<char *>(scan) + at, &place, sizeof place);
+}
+
+// Byte classes of markup, by table for ASCII; bytes from 0x80 on are asked
+// of the string package (locale).
+enum MarkupClass : uint8_t { kOther, kName, kSpace, kQuote, kSlash, kLess, kEquals, kGreater, kHigh };
+struct MarkupClasses {
+    uint8_t of[256];
+    constexpr MarkupClasses() : of{} {
+        for (int c = 0; c < 256; ++c) {
+            uint8_t k = kByteClasses.table[c];
+            of[c] = c >= 0x80 ? kHigh : (k & kNameByte) ? kName : (k & kSpaceByte) ? kSpace : kOther;
+        }
+        of[static_cast<int>('"')] = kQuote;
+        of[static_cast<int>('/')] = kSlash;
+        of[static_cast<int>('<')] = kLess;
+        of[static_cast<int>('=')] = kEquals;
+        of[static_cast<int>('>')] = kGreater;
+    }
+};
+constexpr MarkupClasses kMarkup{};
+
+inline uint8_t markup_class(uint8_t c) {
+    uint8_t k = kMarkup.of[c];
+    if (k != kHigh) return k;
+    return ombr_string_isalnum(c) ? kName : ombr_string_isspace(c) ? kSpace : kOther;
+}
+
 // Scans from pos in the current state until a token is ready, a byte is
 // refused, or the buffered bytes run out (the caller then reads). Each
-// state consumes whole runs of the bytes it only passes over.
-uint32_t scan_bytes(ScanBuffer *scan) {
-    const uint8_t *buf = scan->buffer;
+// state is a label and each transition a direct jump; states that only
+// pass over bytes consume whole runs. Leaving, `state` is the state the
+// byte at pos is to be read in.
+__attribute__((always_inline)) inline uint32_t scan_bytes(ScanBuffer *scan) {
+    const uint8_t *const buf = scan->buffer;
     const uint32_t end = scan->end;
     uint32_t pos = scan->pos;
     uint32_t state = scan->state;
     uint32_t status = 0;
     auto emit = [scan](uint32_t kind, uint32_t start, uint32_t length) {
         scan->token = kind;
-        scan->token_start = start;
-        scan->token_len = length;
+        set_place(scan, kTokenPlace, start, length);
     };
-    while (pos < end) {
-        uint8_t c = buf[pos];
-        switch (state) {
-            case UXML_SCAN_MARKUP:
-                switch (c) {
-                    case '"':
-                        ++pos;
-                        state = UXML_SCAN_QUOTE_START;
-                        continue;
-                    case '/':
-                        ++pos;
-                        state = UXML_SCAN_AFTER_SLASH;
-                        continue;
-                    case '<':
-                        ++pos;
-                        state = UXML_SCAN_AFTER_LT;
-                        continue;
-                    case '=':
-                        emit(UXML_TOKEN_EQUALS, pos, 1);
-                        ++pos;
-                        goto done;
-                    case '>':
-                        emit(UXML_TOKEN_CLOSE, pos, 1);
-                        ++pos;
-                        state = UXML_SCAN_CONTENT;
-                        goto done;
-                    default:
-                        if (is_name_byte(c)) {
-                            state = UXML_SCAN_NAME_START;
-                            continue;
-                        }
-                        if (is_space(c)) {
-                            ++pos;
-                            continue;
-                        }
-                        status = UXML_ERR_BAD_BYTE;
-                        goto done;
-                }
-            case UXML_SCAN_AFTER_LT:
-                if (c == '!') {  // comment opener; its look-ahead sees buffered bytes only
-                    if (++pos == end) {
-                        status = UXML_ERR_CUT_DELIMITER;
-                        goto done;
-                    }
-                    if (buf[pos] != '-') {
-                        status = UXML_ERR_NOT_AVAILABLE;
-                        goto done;
-                    }
-                    if (++pos == end) {
-                        status = UXML_ERR_CUT_DELIMITER;
-                        goto done;
-                    }
-                    if (buf[pos] != '-') {
-                        status = UXML_ERR_SYNTAX;
-                        goto done;
-                    }
-                    ++pos;
-                    state = UXML_SCAN_COMMENT;
-                    continue;
-                }
-                state = UXML_SCAN_MARKUP;
-                if (c == '/') {
-                    emit(UXML_TOKEN_END_OPEN, pos - 1, 2);
-                    ++pos;
-                } else {
-                    emit(UXML_TOKEN_OPEN, pos - 1, 1);
-                }
-                goto done;
-            case UXML_SCAN_CONTENT:
-                if (c == '<') {
-                    state = UXML_SCAN_MARKUP;
-                } else if (is_space(c)) {
-                    ++pos;
-                } else {
-                    state = UXML_SCAN_TEXT_START;
-                }
-                continue;
-            case UXML_SCAN_NAME_START:
-                if (!is_name_byte(c)) {
-                    status = UXML_ERR_BAD_BYTE;
-                    goto done;
-                }
-                scan->token_start = pos++;
-                state = UXML_SCAN_NAME;
-                continue;
-            case UXML_SCAN_NAME:
-                while (is_name_byte(buf[pos]))
-                    if (++pos == end) goto done;
-                emit(UXML_TOKEN_STRING, scan->token_start, pos - scan->token_start);
-                state = UXML_SCAN_MARKUP;
-                goto done;
-            case UXML_SCAN_QUOTE_START:
-                if (c == '"') {
-                    emit(UXML_TOKEN_STRING, scan->token_start, 0);
-                    ++pos;
-                    state = UXML_SCAN_MARKUP;
-                    goto done;
-                }
-                scan->token_start = pos++;
-                state = UXML_SCAN_QUOTED;
-                continue;
-            case UXML_SCAN_QUOTED: {
-                auto *quote = static_cast<const uint8_t *>(__builtin_memchr(buf + pos, '"', end - pos));
-                if (!quote) {
-                    pos = end;
-                    goto done;
-                }
-                pos = static_cast<uint32_t>(quote - buf);
-                emit(UXML_TOKEN_STRING, scan->token_start, pos - scan->token_start);
-                ++pos;
-                state = UXML_SCAN_MARKUP;
-                goto done;
-            }
-            case UXML_SCAN_TEXT_START:
-                if (c == '<') {
-                    status = UXML_ERR_BAD_BYTE;
-                    goto done;
-                }
-                scan->token_start = pos++;
-                state = UXML_SCAN_TEXT;
-                continue;
-            case UXML_SCAN_TEXT: {
-                auto *lt = static_cast<const uint8_t *>(__builtin_memchr(buf + pos, '<', end - pos));
-                if (!lt) {
-                    pos = end;
-                    goto done;
-                }
-                pos = static_cast<uint32_t>(lt - buf);
-                emit(UXML_TOKEN_STRING, scan->token_start, pos - scan->token_start);
-                state = UXML_SCAN_MARKUP;
-                goto done;
-            }
-            case UXML_SCAN_AFTER_SLASH:
-                state = UXML_SCAN_MARKUP;
-                if (c == '>') {
-                    emit(UXML_TOKEN_EMPTY_CLOSE, pos - 1, 2);
-                    ++pos;
-                } else {
-                    emit(UXML_TOKEN_SLASH, pos - 1, 1);
-                }
-                goto done;
-            case UXML_SCAN_COMMENT: {
-                auto *dash = static_cast<const uint8_t *>(__builtin_memchr(buf + pos, '-', end - pos));
-                if (!dash) {
-                    pos = end;
-                    goto done;
-                }
-                // Comment closer; its look-ahead sees buffered bytes only.
-                pos = static_cast<uint32_t>(dash - buf) + 1;
-                if (pos == end) {
-                    status = UXML_ERR_CUT_DELIMITER;
-                    goto done;
-                }
-                if (buf[pos] != '-') {
-                    ++pos;
-                    continue;
-                }
-                if (++pos == end) {
-                    status = UXML_ERR_CUT_DELIMITER;
-                    goto done;
-                }
-                if (buf[pos] != '>') {
-                    status = UXML_ERR_SYNTAX;
-                    goto done;
-                }
-                ++pos;
-                state = UXML_SCAN_MARKUP;
-                continue;
-            }
+    // Moves pos to the next `byte` of the buffered bytes, or to their end.
+    auto run_to = [buf, end, &pos](uint8_t byte) {
+        auto *at = static_cast<const uint8_t *>(__builtin_memchr(buf + pos, byte, end - pos));
+        pos = at ? static_cast<uint32_t>(at - buf) : end;
+        return at != nullptr;
+    };
+    switch (state) {
+        case UXML_SCAN_MARKUP: goto markup;
+        case UXML_SCAN_AFTER_LT: goto after_lt;
+        case UXML_SCAN_CONTENT: goto content;
+        case UXML_SCAN_NAME_START: goto name_start;
+        case UXML_SCAN_NAME: goto name;
+        case UXML_SCAN_QUOTE_START: goto quote_start;
+        case UXML_SCAN_QUOTED: goto quoted;
+        case UXML_SCAN_TEXT_START: goto text_start;
+        case UXML_SCAN_TEXT: goto text;
+        case UXML_SCAN_AFTER_SLASH: goto after_slash;
+        case UXML_SCAN_COMMENT: goto comment;
+        default:
+            status = UXML_ERR_NOT_AVAILABLE;
+            goto out;
+    }
+markup:
+    state = UXML_SCAN_MARKUP;
+    for (;;) {
+        if (pos == end) goto out;
+        switch (markup_class(buf[pos])) {
+            case kSpace: ++pos; continue;
+            case kName: goto name_start;
+            case kQuote: ++pos; goto quote_start;
+            case kSlash: ++pos; goto after_slash;
+            case kLess: ++pos; goto after_lt;
+            case kEquals:
+                emit(UXML_TOKEN_EQUALS, pos++, 1);
+                goto out;
+            case kGreater:
+                emit(UXML_TOKEN_CLOSE, pos++, 1);
+                state = UXML_SCAN_CONTENT;
+                goto out;
             default:
-                status = UXML_ERR_NOT_AVAILABLE;
-                goto done;
+                status = UXML_ERR_BAD_BYTE;
+                goto out;
         }
     }
-done:
+after_lt:
+    state = UXML_SCAN_AFTER_LT;
+    if (pos == end) goto out;
+    if (buf[pos] == '!') {  // comment opener; its look-ahead sees buffered bytes only
+        if (++pos == end) {
+            status = UXML_ERR_CUT_DELIMITER;
+            goto out;
+        }
+        if (buf[pos] != '-') {
+            status = UXML_ERR_NOT_AVAILABLE;
+            goto out;
+        }
+        if (++pos == end) {
+            status = UXML_ERR_CUT_DELIMITER;
+            goto out;
+        }
+        if (buf[pos] != '-') {
+            status = UXML_ERR_SYNTAX;
+            goto out;
+        }
+        ++pos;
+        goto comment;
+    }
+    state = UXML_SCAN_MARKUP;
+    if (buf[pos] == '/') {
+        emit(UXML_TOKEN_END_OPEN, pos - 1, 2);
+        ++pos;
+    } else {
+        emit(UXML_TOKEN_OPEN, pos - 1, 1);
+    }
+    goto out;
+content:
+    state = UXML_SCAN_CONTENT;
+    for (;;) {
+        if (pos == end) goto out;
+        uint8_t c = buf[pos];
+        if (c == '<') goto markup;
+        if (!is_space_byte(c)) goto text_start;
+        ++pos;
+    }
+name_start:
+    state = UXML_SCAN_NAME_START;
+    if (pos == end) goto out;
+    if (!is_name_byte(buf[pos])) {
+        status = UXML_ERR_BAD_BYTE;
+        goto out;
+    }
+    scan->token_start = pos++;
+name:
+    state = UXML_SCAN_NAME;
+    for (;;) {
+        if (pos == end) goto out;
+        if (!is_name_byte(buf[pos])) break;
+        ++pos;
+    }
+    emit(UXML_TOKEN_STRING, scan->token_start, pos - scan->token_start);
+    state = UXML_SCAN_MARKUP;
+    goto out;
+quote_start:
+    state = UXML_SCAN_QUOTE_START;
+    if (pos == end) goto out;
+    if (buf[pos] == '"') {
+        emit(UXML_TOKEN_STRING, scan->token_start, 0);
+        ++pos;
+        state = UXML_SCAN_MARKUP;
+        goto out;
+    }
+    scan->token_start = pos++;
+quoted:
+    state = UXML_SCAN_QUOTED;
+    if (!run_to('"')) goto out;
+    emit(UXML_TOKEN_STRING, scan->token_start, pos - scan->token_start);
+    ++pos;
+    state = UXML_SCAN_MARKUP;
+    goto out;
+text_start:
+    state = UXML_SCAN_TEXT_START;
+    if (pos == end) goto out;
+    if (buf[pos] == '<') {
+        status = UXML_ERR_BAD_BYTE;
+        goto out;
+    }
+    scan->token_start = pos++;
+text:
+    state = UXML_SCAN_TEXT;
+    if (!run_to('<')) goto out;
+    emit(UXML_TOKEN_STRING, scan->token_start, pos - scan->token_start);
+    state = UXML_SCAN_MARKUP;
+    goto out;
+after_slash:
+    state = UXML_SCAN_AFTER_SLASH;
+    if (pos == end) goto out;
+    state = UXML_SCAN_MARKUP;
+    if (buf[pos] == '>') {
+        emit(UXML_TOKEN_EMPTY_CLOSE, pos - 1, 2);
+        ++pos;
+    } else {
+        emit(UXML_TOKEN_SLASH, pos - 1, 1);
+    }
+    goto out;
+comment:
+    state = UXML_SCAN_COMMENT;
+    for (;;) {
+        if (!run_to('-')) goto out;
+        // Comment closer; its look-ahead sees buffered bytes only.
+        if (++pos == end) {
+            status = UXML_ERR_CUT_DELIMITER;
+            goto out;
+        }
+        if (buf[pos] != '-') {
+            ++pos;
+            continue;
+        }
+        if (++pos == end) {
+            status = UXML_ERR_CUT_DELIMITER;
+            goto out;
+        }
+        if (buf[pos] != '>') {
+            status = UXML_ERR_SYNTAX;
+            goto out;
+        }
+        ++pos;
+        goto markup;
+    }
+out:
     scan->pos = pos;
     scan->state = state;
     return status;
@@ -284,7 +320,7 @@ done:
 // cut by the end of the buffered bytes thus becomes an EOF token in buffer
 // mode, and in stream mode scanning goes on in the same state. A token that
 // is ready is returned without a read.
-inline uint32_t next_token(ScanBuffer *scan) {
+__attribute__((always_inline)) inline uint32_t next_token(ScanBuffer *scan) {
     scan->token = 0;
     uint32_t status = 0;
     for (;;) {
@@ -322,7 +358,7 @@ uint32_t parse_header(ScanBuffer *scan) {
     if (!wait_for(scan, 2, &status)) return status;  // a lone "<": no declaration
     if (scan->buffer[scan->pos + 1] != '?') return 0;
     if (!wait_for(scan, 6, &status)) return status ? status : UXML_ERR_SYNTAX;
-    if (ombr_memory_memcmp(scan->buffer + scan->pos + 2, "xml", 3) != 0) return UXML_ERR_SYNTAX;
+    if (compare_bytes(scan->buffer + scan->pos + 2, "xml", 3) != 0) return UXML_ERR_SYNTAX;
     uint32_t question = 5;  // offset from pos; version and encoding are not looked at
     for (;;) {
         if (question < scan->end - scan->pos) {
@@ -344,106 +380,131 @@ uint32_t parse_header(ScanBuffer *scan) {
 }
 
 inline void mark_token(ScanBuffer *scan) {
-    scan->mark_start = scan->token_start;
-    scan->mark_len = scan->token_len;
+    copy_bytes(reinterpret_cast<char *>(scan) + kMarkPlace, reinterpret_cast<const char *>(scan) + kTokenPlace,
+               sizeof(Place));
 }
 
 inline const char *text_at(const ScanBuffer *scan, uint32_t offset) {
     return reinterpret_cast<const char *>(scan->buffer) + offset;
 }
 
-// Parses one element and everything inside it. Whenever it leaves, the
-// last token becomes the mark. End tags match their start tags by name
-// hash alone.
+// Parses one element and everything inside it: one step per token, with
+// the name hashes of the open elements in a fixed array (the nesting limit
+// keeps it small). Whenever it leaves, the last token becomes the mark.
+// End tags match their start tags by name hash alone.
 uint32_t parse_xml(uxml_event_callback_t callback, void *user, ScanBuffer *scan) {
+    enum class Expect { kOpen, kElementName, kAttributes, kEquals, kValue, kContent, kEndName, kEndClose };
+    using enum Expect;
     uint32_t hashes[UXML_MAX_DEPTH];
     uint32_t depth = 0;
     uint32_t status = 0;
-    if (scan->token == 0 && (status = next_token(scan)) != 0) goto leave;
-open_element:  // an OPEN token is expected and pending
-    if (scan->token != UXML_TOKEN_OPEN || depth == UXML_MAX_DEPTH) {
-        status = UXML_ERR_SYNTAX;
-        goto leave;
-    }
-    mark_token(scan);
-    if ((status = next_token(scan)) != 0) goto leave;
-    if (scan->token != UXML_TOKEN_STRING || scan->token_len == 0) {
-        status = UXML_ERR_SYNTAX;
-        goto leave;
-    }
-    hashes[depth++] = name_hash(text_at(scan, scan->token_start), scan->token_len);
-    if ((status = callback(UXML_EVENT_START, user, text_at(scan, scan->mark_start), scan->mark_len,
-                           text_at(scan, scan->token_start), scan->token_len)) != 0)
-        goto leave;
-    mark_token(scan);
-    for (;;) {  // attributes
-        if ((status = next_token(scan)) != 0) goto leave;
-        if (scan->token == UXML_TOKEN_CLOSE) break;
-        if (scan->token == UXML_TOKEN_EMPTY_CLOSE) goto end_element;
-        if (scan->token != UXML_TOKEN_STRING || scan->token_len == 0) {
-            status = UXML_ERR_SYNTAX;
-            goto leave;
-        }
-        // The buffer may move while the value is read: keep the name's
-        // place relative to the mark, which stays in the buffer.
-        uint32_t name_offset = scan->token_start - scan->mark_start;
-        uint32_t name_length = scan->token_len;
-        if ((status = next_token(scan)) != 0) goto leave;
-        if (scan->token != UXML_TOKEN_EQUALS) {
-            status = UXML_ERR_SYNTAX;
-            goto leave;
-        }
-        if ((status = next_token(scan)) != 0) goto leave;
-        if (scan->token != UXML_TOKEN_STRING) {
-            status = UXML_ERR_SYNTAX;
-            goto leave;
-        }
-        if ((status = callback(UXML_EVENT_ATTRIBUTE, user, text_at(scan, scan->mark_start + name_offset),
-                               name_length, text_at(scan, scan->token_start), scan->token_len)) != 0)
-            goto leave;
-    }
-content:
+    uint32_t name_offset = 0, name_length = 0;
+    Expect expect = kOpen;
+    bool pending = scan->token != 0;  // a token given by the caller
     for (;;) {
-        if ((status = next_token(scan)) != 0) goto leave;
-        switch (scan->token) {
-            case UXML_TOKEN_STRING:
-                if (scan->token_len == 0) {
+        if (!pending && (status = next_token(scan)) != 0) break;
+        pending = false;
+        const uint32_t token = scan->token;
+        bool element_ends = false;
+        switch (expect) {
+            case kOpen:
+                if (token != UXML_TOKEN_OPEN || depth == UXML_MAX_DEPTH) {
                     status = UXML_ERR_SYNTAX;
-                    goto leave;
+                    break;
                 }
-                if ((status = callback(UXML_EVENT_DATA, user, text_at(scan, scan->token_start), scan->token_len,
-                                       nullptr, 0)) != 0)
-                    goto leave;
+                mark_token(scan);
+                expect = kElementName;
                 continue;
-            case UXML_TOKEN_OPEN:
-                goto open_element;
-            case UXML_TOKEN_END_OPEN:
-                break;
-            default:
+            case kElementName:
+                if (token != UXML_TOKEN_STRING || scan->token_len == 0) {
+                    status = UXML_ERR_SYNTAX;
+                    break;
+                }
+                hashes[depth++] = name_hash(text_at(scan, scan->token_start), scan->token_len);
+                status = callback(UXML_EVENT_START, user, text_at(scan, scan->mark_start), scan->mark_len,
+                                  text_at(scan, scan->token_start), scan->token_len);
+                if (status != 0) break;
+                mark_token(scan);
+                expect = kAttributes;
+                continue;
+            case kAttributes:
+                if (token == UXML_TOKEN_CLOSE) {
+                    expect = kContent;
+                    continue;
+                }
+                if (token == UXML_TOKEN_EMPTY_CLOSE) {
+                    element_ends = true;
+                    break;
+                }
+                if (token != UXML_TOKEN_STRING || scan->token_len == 0) {
+                    status = UXML_ERR_SYNTAX;
+                    break;
+                }
+                // The buffer may move while the value is read: keep the
+                // name's place relative to the mark, which stays in it.
+                name_offset = scan->token_start - scan->mark_start;
+                name_length = scan->token_len;
+                expect = kEquals;
+                continue;
+            case kEquals:
+                if (token != UXML_TOKEN_EQUALS) {
+                    status = UXML_ERR_SYNTAX;
+                    break;
+                }
+                expect = kValue;
+                continue;
+            case kValue:
+                if (token != UXML_TOKEN_STRING) {
+                    status = UXML_ERR_SYNTAX;
+                    break;
+                }
+                status = callback(UXML_EVENT_ATTRIBUTE, user, text_at(scan, scan->mark_start + name_offset),
+                                  name_length, text_at(scan, scan->token_start), scan->token_len);
+                if (status != 0) break;
+                expect = kAttributes;
+                continue;
+            case kContent:
+                if (token == UXML_TOKEN_STRING && scan->token_len != 0) {
+                    status = callback(UXML_EVENT_DATA, user, text_at(scan, scan->token_start), scan->token_len,
+                                      nullptr, 0);
+                    if (status != 0) break;
+                    continue;
+                }
+                if (token == UXML_TOKEN_OPEN) {  // a sub-element, its "<" pending
+                    pending = true;
+                    expect = kOpen;
+                    continue;
+                }
+                if (token == UXML_TOKEN_END_OPEN) {
+                    expect = kEndName;
+                    continue;
+                }
                 status = UXML_ERR_SYNTAX;
-                goto leave;
+                break;
+            case kEndName:
+                if (token != UXML_TOKEN_STRING ||
+                    name_hash(text_at(scan, scan->token_start), scan->token_len) != hashes[depth - 1]) {
+                    status = UXML_ERR_SYNTAX;
+                    break;
+                }
+                mark_token(scan);
+                expect = kEndClose;
+                continue;
+            case kEndClose:
+                if (token != UXML_TOKEN_CLOSE) {
+                    status = UXML_ERR_SYNTAX;
+                    break;
+                }
+                element_ends = true;
+                break;
         }
-        break;
+        if (!element_ends) break;  // a status ends the parse
+        status = callback(UXML_EVENT_END, user, text_at(scan, scan->mark_start), scan->mark_len,
+                          text_at(scan, scan->token_start), scan->token_len);
+        if (status != 0 || --depth == 0) break;
+        expect = kContent;
+        mark_token(scan);
     }
-    if ((status = next_token(scan)) != 0) goto leave;
-    if (scan->token != UXML_TOKEN_STRING ||
-        name_hash(text_at(scan, scan->token_start), scan->token_len) != hashes[depth - 1]) {
-        status = UXML_ERR_SYNTAX;
-        goto leave;
-    }
-    mark_token(scan);
-    if ((status = next_token(scan)) != 0) goto leave;
-    if (scan->token != UXML_TOKEN_CLOSE) {
-        status = UXML_ERR_SYNTAX;
-        goto leave;
-    }
-end_element:
-    status = callback(UXML_EVENT_END, user, text_at(scan, scan->mark_start), scan->mark_len,
-                      text_at(scan, scan->token_start), scan->token_len);
-    mark_token(scan);
-    if (status != 0 || --depth == 0) return status;
-    goto content;
-leave:
     mark_token(scan);
     return status;
 }

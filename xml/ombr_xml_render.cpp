@@ -15,16 +15,20 @@ constexpr char kHeader[] = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
 constexpr uint32_t kFirstCapacity = 1024;
 
 // Entity of a byte that the escaping modes replace, or null.
+// `stop` marks the bytes that end a run of plain bytes: the terminator,
+// and in the escaping modes the five that become entities.
 struct EscapeTable {
     const char *entity[256];
     uint8_t special[256];
-    constexpr EscapeTable() : entity{}, special{} {
+    uint8_t stop[2][256];  // [escaping]
+    constexpr EscapeTable() : entity{}, special{}, stop{} {
         entity[static_cast<int>('<')] = "&lt;";
         entity[static_cast<int>('>')] = "&gt;";
         entity[static_cast<int>('&')] = "&amp;";
         entity[static_cast<int>('\'')] = "&apos;";
         entity[static_cast<int>('"')] = "&quot;";
-        for (int c = 0; c < 256; ++c) special[c] = entity[c] != nullptr;
+        for (int c = 0; c < 256; ++c) special[c] = stop[1][c] = entity[c] != nullptr;
+        stop[0][0] = stop[1][0] = 1;
     }
 };
 constexpr EscapeTable kEscapes{};
@@ -42,7 +46,7 @@ void dynbuf_append(DynBuf *out, const void *bytes, uint32_t length) {
         out->buffer = grown;
         out->capacity = static_cast<uint32_t>(capacity);
     }
-    ombr_memory_memcpy(out->buffer + out->used, bytes, length);
+    copy_bytes(out->buffer + out->used, bytes, length);
     out->used += length;
 }
 
@@ -77,6 +81,10 @@ class CallbackSink {
     CallbackSink(uxml_render_callback_t callback, void *user) : callback_(callback), user_(user) {}
     void event(uint16_t kind, const void *data, uint32_t length) { callback_(kind, user_, data, length); }
     void text(const char *text) { event(UXML_RENDER_TEXT, text, 0); }
+    template <size_t N>
+    void mark(const char (&text)[N]) {
+        event(UXML_RENDER_TEXT, text, 0);
+    }
     void escaped(const char *text, uint32_t mode) {
         if (mode == 1) {
             this->text(text);
@@ -109,56 +117,70 @@ class DynBufSink {
     }
     // Whether the final zero of the render was stored.
     bool terminated() const { return terminated_; }
-    void text(const char *text) { dynbuf_append(out_, text, length_of(text)); }
+    // One TEXT event: stored whole or, if the buffer cannot grow, dropped
+    // whole. Copied while it is measured, as names and marks are short.
+    void text(const char *text) {
+        if (out_->buffer) {
+            uint8_t *dst = out_->buffer + out_->used;
+            uint8_t *const limit = out_->buffer + out_->capacity;
+            const char *p = text;
+            while (*p && dst < limit) *dst++ = static_cast<uint8_t>(*p++);
+            if (!*p) {
+                out_->used = static_cast<uint32_t>(dst - out_->buffer);
+                return;
+            }
+        }
+        dynbuf_append(out_, text, length_of(text));
+    }
+    // A fixed piece of markup: one TEXT event of known length.
+    template <size_t N>
+    void mark(const char (&text)[N]) {
+        constexpr uint32_t length = N - 1;
+        if (out_->buffer && out_->capacity - out_->used >= length) {
+            copy_bytes(out_->buffer + out_->used, text, length);
+            out_->used += length;
+        } else {
+            dynbuf_append(out_, text, length);
+        }
+    }
+    // The event path writes an entity as one TEXT and every other byte as
+    // its own BYTES event, so plain bytes are copied while there is room
+    // and one byte goes through DynBufAppend (growth, or a drop) otherwise.
     void escaped(const char *text, uint32_t mode) {
         if (mode == 1) {
             this->text(text);
             return;
         }
         const bool escaping = is_escaping_mode(mode);
+        const uint8_t *const stop = kEscapes.stop[escaping];
         const uint8_t *p = reinterpret_cast<const uint8_t *>(text);
         for (;;) {
-            const uint8_t *run = p;
-            if (escaping)
-                while (*p && !kEscapes.special[*p]) ++p;
-            else
-                while (*p) ++p;
-            plain_run(run, static_cast<uint32_t>(p - run));
-            if (!*p) return;
-            const char *entity = kEscapes.entity[*p];
-            dynbuf_append(out_, entity, length_of(entity));
+            if (out_->buffer) {
+                uint8_t *dst = out_->buffer + out_->used;
+                uint8_t *const limit = out_->buffer + out_->capacity;
+                while (dst < limit && !stop[*p]) *dst++ = *p++;
+                out_->used = static_cast<uint32_t>(dst - out_->buffer);
+            }
+            const uint8_t c = *p;
+            if (c == 0) return;
+            if (escaping && kEscapes.special[c]) {
+                this->text(kEscapes.entity[c]);
+            } else {
+                dynbuf_append(out_, p, 1);
+            }
             ++p;
         }
     }
     void cdata(const uint8_t *bytes, uint32_t size) { dynbuf_event(UXML_RENDER_CDATA, out_, bytes, size); }
 
    private:
-    // Bytes that the event path appends one at a time: in one copy as far
-    // as the buffer has room, the rest one by one so that growth (and a
-    // failed growth dropping one byte) happens at the same byte.
-    void plain_run(const uint8_t *bytes, uint32_t length) {
-        while (length) {
-            uint32_t room = out_->capacity - out_->used;
-            if (room == 0 || !out_->buffer) {
-                dynbuf_append(out_, bytes, 1);
-                ++bytes;
-                --length;
-                continue;
-            }
-            uint32_t n = length < room ? length : room;
-            ombr_memory_memcpy(out_->buffer + out_->used, bytes, n);
-            out_->used += n;
-            bytes += n;
-            length -= n;
-        }
-    }
     DynBuf *out_;
     bool terminated_ = false;
 };
 
 template <typename Sink>
 void do_indentation(Sink &sink, uint32_t depth) {
-    for (uint32_t i = 0; i < depth; ++i) sink.text("  ");
+    for (uint32_t i = 0; i < depth; ++i) sink.mark("  ");
 }
 
 template <typename Sink>
@@ -169,6 +191,9 @@ template <typename Sink>
 void render_sub_elements(Sink &sink, const uxml_element *element, uint32_t depth, bool indent, bool newlines,
                          bool skip_first) {
     for (uint32_t i = 0; i < element->element_count; ++i) {
+        // A parsed tree lies scattered in memory: fetch the next sibling
+        // while this one is written.
+        if (i + 1 < element->element_count) __builtin_prefetch(element->elements[i + 1]);
         if (element->elements[i])
             render_element(sink, element->elements[i], depth, indent, newlines, skip_first && i == 0);
     }
@@ -180,19 +205,19 @@ void render_element(Sink &sink, const uxml_element *element, uint32_t depth, boo
     const char *name = element->name ? element->name : "";
     const bool has_content = element->data || element->cdata;
     if (indent && !skip_indent) do_indentation(sink, depth);
-    sink.text("<");
+    sink.mark("<");
     sink.text(name);
     for (const uxml_attribute *attr = element->attributes; attr; attr = attr->next) {
-        sink.text(" ");
+        sink.mark(" ");
         sink.text(attr->name);
-        sink.text("=\"");
+        sink.mark("=\"");
         if (attr->value) sink.escaped(attr->value, UXML_ESCAPE_ATTRIBUTE);
-        sink.text("\"");
+        sink.mark("\"");
     }
     if (element->element_count == 0 && !has_content) {
-        sink.text("/>");
+        sink.mark("/>");
     } else {
-        sink.text(">");
+        sink.mark(">");
         if (element->element_count == 0) {
             if (element->data)
                 sink.escaped(element->data, UXML_ESCAPE_DATA);
@@ -205,25 +230,25 @@ void render_element(Sink &sink, const uxml_element *element, uint32_t depth, boo
             } else if (element->cdata) {
                 sink.cdata(element->cdata, element->cdata_size);
             } else {
-                if (newlines) sink.text("\n");
+                if (newlines) sink.mark("\n");
                 skip = false;
             }
             render_sub_elements(sink, element, depth + 1, indent, newlines, skip);
             if (indent) do_indentation(sink, depth);
         }
-        sink.text("</");
+        sink.mark("</");
         sink.text(name);
-        sink.text(">");
+        sink.mark(">");
     }
-    if (newlines) sink.text("\n");
+    if (newlines) sink.mark("\n");
 }
 
 template <typename Sink>
 void render(Sink &sink, const uxml_element *element, bool header, bool indent, bool newlines) {
     sink.event(UXML_RENDER_BEGIN, nullptr, 0);
     if (header) {
-        sink.text(kHeader);
-        if (newlines) sink.text("\n");
+        sink.mark(kHeader);
+        if (newlines) sink.mark("\n");
     }
     render_element(sink, element, 0, indent, newlines, false);
     sink.event(UXML_RENDER_FINISH, nullptr, 0);
@@ -287,7 +312,7 @@ constexpr Entity kEntities[] = {{"&lt;", 4, '<'}, {"&gt;", 4, '>'}, {"&amp;", 5,
 // The named entity at p (TranslateSymbol): it must fit in what remains.
 const Entity *named_entity(const char *p, const char *end) {
     for (const Entity &e : kEntities)
-        if (static_cast<uint32_t>(end - p) >= e.length && ombr_memory_memcmp(p, e.text, e.length) == 0) return &e;
+        if (static_cast<uint32_t>(end - p) >= e.length && compare_bytes(p, e.text, e.length) == 0) return &e;
     return nullptr;
 }
 }  // namespace
@@ -314,7 +339,7 @@ uint32_t unescape(const char *source, uint32_t length, char **output, uint32_t *
         // A caller's buffer shorter than the text cuts the copy.
         uint32_t run = static_cast<uint32_t>(run_end - p);
         if (run > limit - written) run = limit - written;
-        ombr_memory_memcpy(out + written, p, run);
+        copy_bytes(out + written, p, run);
         written += run;
         p += run;
         if (p != amp || written >= limit) continue;

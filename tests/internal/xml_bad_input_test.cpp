@@ -132,6 +132,25 @@ TEST_F(XmlBadInputTest, NulBytesAndInvalidUtf8) {
     EXPECT_EQ(parse_buffer(std::string("<a b=\"\0\"/>", 10)).status, 0u);
     EXPECT_EQ(parse_buffer(std::string("<a/>\0", 5)).status, 0u);
 
+    // A quoted string stands as a name too, even one that begins with a NUL
+    // byte: events pass it, the tree cannot hold it.
+    const std::string nul_element("<\"\0a\"/>", 7);
+    EXPECT_EQ(parse_buffer(nul_element).status, 0u);
+    EXPECT_EQ(tree_status(nul_element), UXML_ERR_NO_MEMORY);  // as any element that cannot be created
+    const std::string nul_attribute("<a \"\0b\"=\"1\"/>", 13);
+    EXPECT_EQ(parse_buffer(nul_attribute).status, 0u);
+    EXPECT_EQ(tree_status(nul_attribute), UXML_ERR_INVALID_ARG);
+    uxml_element *holder = uXMLCreateEmptyElement();
+    uxml_tree_frame bottom{nullptr, holder};
+    uxml_tree_frame *top = &bottom;
+    EXPECT_EQ(uXMLParseBuf(nul_attribute.data(), 13, TreeHelper, &top), UXML_ERR_INVALID_ARG);
+    while (top != &bottom) {
+        uxml_tree_frame *prev = top->prev;
+        uXMLFree(top);
+        top = prev;
+    }
+    uXMLDisposeElement(holder);
+
     const std::string invalid = "<a b=\"\xFF\xFE\x80\">\xC0\xAF\xED\xA0\x80\xF8</a>";
     r = parse_buffer(invalid);
     EXPECT_EQ(r.status, 0u);
