@@ -1,7 +1,7 @@
 // cantrix: identify music from the command line through the module and a
 // local catalogue.
 //
-//   cantrix identify --toc "150 14672 27367 41225"
+//   cantrix identify --toc "150 14672 27367 41225" | --discid ID | --drive [DEVICE] | --cue FILE | --log FILE
 //   cantrix search --artist "..." --album "..." --title "..." [--kind albums|tracks|matches|lyrics]
 //   cantrix catalogue import FILE...|DIR
 //   cantrix catalogue info
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "tool/results.h"
+#include "tool/disc/source.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -40,7 +41,9 @@ enum Exit : int {
 constexpr const char *kDefaultCatalogue = "cantrix.catalogue";
 
 constexpr const char *kUsageText =
-    "usage: cantrix [options] identify --toc \"OFFSETS\"\n"
+    "usage: cantrix [options] identify --toc \"TOC\" [--toc-format auto|offsets|musicbrainz]\n"
+    "       cantrix [options] identify --discid ID | --drive [DEVICE] | --log FILE\n"
+    "       cantrix [options] identify --cue FILE [--leadout FRAMES]\n"
     "       cantrix [options] search [--artist A] [--album B] [--title T] [--composer C]\n"
     "                                [--album-artist A] [--track-artist A] [--lyric L] [--fragment F]\n"
     "                                [--kind albums|tracks|matches|lyrics]\n"
@@ -58,12 +61,27 @@ constexpr const char *kUsageText =
     "  --progress         show lookup progress on stderr even when it is not a terminal\n"
     "  --help             this text\n"
     "\n"
+    "identify takes the disc's table of contents from one source; positions are frames\n"
+    "(1/75 s) as a drive counts them, the first track usually at 150:\n"
+    "  --toc TOC          \"150 14672 27367 41225\" (track offsets, then the lead-out) or\n"
+    "                     \"1 3 41225 150 14672 27367\" (first and last track, lead-out, offsets:\n"
+    "                     the MusicBrainz form); the form is detected, or set by --toc-format\n"
+    "  --discid ID        a MusicBrainz disc ID or a freedb ID stored in the catalogue\n"
+    "  --drive [DEVICE]   the CD in a drive (default: libdiscid's default drive), with its\n"
+    "                     MCN and ISRCs where the drive reads them\n"
+    "  --cue FILE         a CUE sheet; --leadout FRAMES gives the lead-out of its audio\n"
+    "                     session when the sheet does not\n"
+    "  --log FILE         a rip log of EAC, XLD, whipper or cyanrip\n"
+    "                     (FILE \"-\" reads the CUE sheet or log from standard input)\n"
+    "identify prints the disc's MusicBrainz and freedb disc IDs before its matches.\n"
+    "\n"
     "exit codes:\n"
     "  0  success; a lookup without result prints \"no match\" and also exits 0\n"
     "  2  usage error: unknown command or option, missing or malformed option value\n"
-    "  3  input refused by the module (malformed TOC, invalid text, fields this kind of\n"
-    "     search does not take); its status is shown\n"
-    "  4  catalogue file missing, damaged or not readable as a catalogue\n"
+    "  3  input refused: a malformed TOC, CUE sheet or rip log (its line is named), a file\n"
+    "     or drive that cannot be read, or input the module refuses (invalid text, fields\n"
+    "     this kind of search does not take; its status is shown)\n"
+    "  4  catalogue file missing or damaged or not readable as a catalogue\n"
     "  5  lookup failed or was aborted\n"
     "  6  import failed\n"
     "  70 internal failure (initialisation, out of memory)\n";
@@ -75,7 +93,12 @@ struct Options {
     std::vector<std::string> operands;
     std::string catalogue = kDefaultCatalogue;
     std::string mode = "local";
-    std::optional<std::string> toc;
+    // The source of identify's TOC: exactly one.
+    std::optional<disc::SourceKind> source;
+    std::string source_text;  // TOC text, device, file name
+    std::optional<std::string> disc_id;
+    std::optional<disc::TocForm> toc_form;
+    std::optional<uint32_t> leadout;
     std::optional<uint32_t> start, size;
     bool single = false, json = false, progress = false, help = false;
     std::string lang;
@@ -145,8 +168,34 @@ Options parse(int argc, char **argv) {
         } else if (arg == "--mode") {
             o.mode = value();
             if (o.mode != "local" && o.mode != "online") usage_error("--mode must be local or online");
-        } else if (arg == "--toc") {
-            o.toc = value();
+        } else if (arg == "--toc" || arg == "--discid" || arg == "--cue" || arg == "--log" || arg == "--drive") {
+            if (o.source || o.disc_id) usage_error("identify takes one of --toc, --discid, --drive, --cue, --log");
+            if (arg == "--discid") {
+                o.disc_id = value();
+                if (disc::disc_id_kind(*o.disc_id) == disc::DiscIdKind::none)
+                    usage_error("--discid needs a MusicBrainz disc ID (28 characters, e.g. "
+                                "xUp1F2NkfP8s8jaeFn_Av3jNEI4-) or a freedb ID (8 hex digits, e.g. 370fce16)");
+                continue;
+            }
+            o.source = arg == "--toc"   ? disc::SourceKind::toc
+                       : arg == "--cue" ? disc::SourceKind::cue
+                       : arg == "--log" ? disc::SourceKind::log
+                                        : disc::SourceKind::drive;
+            if (*o.source != disc::SourceKind::drive) {
+                o.source_text = value();
+                if (o.source_text.empty() && *o.source != disc::SourceKind::toc) usage_error(arg + " needs a file name");
+            } else if (inline_value) {
+                o.source_text = *inline_value;
+            } else if (i + 1 < argc && argv[i + 1][0] != '-') {
+                o.source_text = argv[++i];  // the optional device
+            }
+        } else if (arg == "--toc-format") {
+            o.toc_form = disc::toc_form_named(value());
+            if (!o.toc_form) usage_error("--toc-format must be auto, offsets or musicbrainz");
+        } else if (arg == "--leadout") {
+            uint32_t n = 0;
+            if (!tool::parse_u32(value(), n) || n == 0) usage_error("--leadout needs the lead-out in frames, e.g. 41225");
+            o.leadout = n;
         } else if (arg == "--lang") {
             o.lang = value();
         } else if (arg == "--kind") {
@@ -194,7 +243,11 @@ Options parse(int argc, char **argv) {
         usage_error("catalogue import needs files or directories");
     if (!(o.command == "catalogue" && o.subcommand == "import") && !o.operands.empty())
         usage_error("unexpected argument '" + o.operands[0] + "'");
-    if (o.command == "identify" && !o.toc) usage_error("identify needs --toc \"OFFSETS\"");
+    if (o.command == "identify" && !o.source && !o.disc_id)
+        usage_error("identify needs one of --toc, --discid, --drive, --cue, --log");
+    if (o.toc_form && o.source != disc::SourceKind::toc) usage_error("--toc-format goes with --toc");
+    if (o.leadout && o.source != disc::SourceKind::cue) usage_error("--leadout goes with --cue");
+    if (o.command != "identify" && (o.source || o.disc_id)) usage_error("only identify takes a TOC source");
     if (o.command == "search" && o.fields.empty())
         usage_error("search needs at least one of --artist, --album, --title, --composer, --lyric, --fragment");
     return o;
@@ -337,7 +390,7 @@ class Session {
     LookupProgress progress_;
 };
 
-int run_find(Session &session, const Options &o) {
+int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nullptr) {
     uint32_t (*find)(zelto_cantrix_query_handle, zelto_rvo_handle *) = zelto_cantrix_query_find_albums;
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
@@ -356,22 +409,81 @@ int run_find(Session &session, const Options &o) {
     }
     const tool::Answer answer = tool::read_answer(response, o.kind);
     if (o.json)
-        tool::print_json(answer);
+        tool::print_json(answer, disc);
     else
-        tool::print_text(answer);
+        tool::print_text(answer, disc);
     return kOk;
 }
 
-int identify(const Options &o) {
+// Identifies one disc by its audio session's TOC, passed offset by offset so
+// that a first track at frame 0 goes in too.
+int identify_disc(const Options &o, const disc::DiscRead &d) {
     Session session;
     if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
     if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
-    const uint32_t s = zelto_cantrix_query_set_toc_string(session.query(), o.toc->c_str());
-    if (s != 0) {
-        report(("malformed TOC \"" + *o.toc + "\"").c_str(), s);
+    std::vector<uint32_t> offsets = d.toc.offsets;
+    offsets.push_back(d.toc.leadout);
+    for (uint32_t offset : offsets) {
+        const uint32_t s = zelto_cantrix_query_add_toc_offset(session.query(), offset);
+        if (s != 0) {
+            report(("TOC \"" + d.toc.offsets_text() + "\" refused").c_str(), s);
+            return kBadInput;
+        }
+    }
+    return run_find(session, o, &d);
+}
+
+// The discs of a disc ID, each by the TOC the catalogue holds for it.
+int identify_disc_id(const Options &o) {
+    std::vector<std::string> tocs;
+    {
+        Session session;
+        if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+        uint32_t count = 0;
+        const uint32_t s = zelto_catalogue_find_disc_id(session.catalogue(), o.disc_id->c_str(), &count);
+        if (s != 0) {
+            std::fprintf(stderr, "cantrix: disc ID lookup failed: 0x%08X: %s\n", s,
+                         zelto_catalogue_last_message(session.catalogue()));
+            return kLookupFailed;
+        }
+        for (uint32_t i = 0; i < count; ++i)
+            if (const char *toc = zelto_catalogue_disc_id_toc(session.catalogue(), i)) tocs.emplace_back(toc);
+    }
+    if (tocs.empty()) {
+        if (o.json)
+            std::printf("{\"disc_id\":%s,\"kind\":\"albums\",\"results\":[]}\n", tool::json_quote(*o.disc_id).c_str());
+        else
+            std::printf("no match\n");
+        return kOk;
+    }
+    // A freedb ID may belong to several TOCs: each is identified in turn.
+    int rc = kOk;
+    for (size_t i = 0; i < tocs.size() && rc == kOk; ++i) {
+        auto d = disc::read_stored_toc(tocs[i], "catalogue, disc ID " + *o.disc_id);
+        if (!d) {
+            std::fprintf(stderr, "cantrix: stored TOC \"%s\": %s\n", tocs[i].c_str(), d.error().message.c_str());
+            return kInternal;
+        }
+        if (i > 0 && !o.json) std::putchar('\n');
+        rc = identify_disc(o, *d);
+    }
+    return rc;
+}
+
+int identify(const Options &o) {
+    if (o.disc_id) return identify_disc_id(o);
+    disc::SourceRequest request;
+    request.kind = *o.source;
+    request.text = o.source_text;
+    request.form = o.toc_form.value_or(disc::TocForm::automatic);
+    request.leadout = o.leadout;
+    auto d = disc::read_source(request);
+    if (!d) {
+        std::fprintf(stderr, "cantrix: %s\n", d.error().message.c_str());
         return kBadInput;
     }
-    return run_find(session, o);
+    for (const std::string &w : d->warnings) std::fprintf(stderr, "cantrix: warning: %s\n", w.c_str());
+    return identify_disc(o, *d);
 }
 
 int search(const Options &o) {

@@ -182,9 +182,48 @@ void row_json(Json &j, const Row &row) {
     j.close('}');
 }
 
+void print_disc_text(const disc::DiscRead &d) {
+    std::printf("disc: %s (%s)\n", d.toc.offsets_text().c_str(), d.origin.c_str());
+    std::printf("  MusicBrainz disc ID: %s\n", d.ids.musicbrainz.empty() ? "-" : d.ids.musicbrainz.c_str());
+    std::printf("  freedb disc ID:      %s\n", d.ids.freedb.empty() ? "-" : d.ids.freedb.c_str());
+    if (!d.ids.note.empty()) std::printf("  (%s)\n", d.ids.note.c_str());
+    if (!d.disc.mcn.empty()) std::printf("  MCN: %s\n", d.disc.mcn.c_str());
+    for (const disc::Track &t : d.disc.tracks)
+        if (!t.isrc.empty()) std::printf("  ISRC of track %u: %s\n", t.number, t.isrc.c_str());
+    std::putchar('\n');
+}
+
+void disc_json(Json &j, const disc::DiscRead &d) {
+    j.key("disc");
+    j.open('{');
+    j.str("source", d.origin);
+    j.str("toc", d.toc.offsets_text());
+    j.str("musicbrainz_toc", d.toc.musicbrainz_text());
+    j.str("musicbrainz_disc_id", d.ids.musicbrainz);
+    j.str("freedb_disc_id", d.ids.freedb);
+    j.str("disc_id_note", d.ids.note);
+    j.str("mcn", d.disc.mcn);
+    bool any_isrc = false;
+    for (const disc::Track &t : d.disc.tracks) any_isrc = any_isrc || !t.isrc.empty();
+    if (any_isrc) {
+        j.key("isrcs");
+        j.open('[');
+        for (const disc::Track &t : d.disc.tracks) {
+            if (t.isrc.empty()) continue;
+            j.open('{');
+            j.num("track", std::to_string(t.number));
+            j.str("isrc", t.isrc);
+            j.close('}');
+        }
+        j.close(']');
+    }
+    j.close('}');
+}
+
 }  // namespace
 
-void print_text(const Answer &answer) {
+void print_text(const Answer &answer, const disc::DiscRead *disc) {
+    if (disc) print_disc_text(*disc);
     const size_t rows = answer.rows.size();
     if (rows == 0) {
         std::printf("no match\n");
@@ -201,9 +240,10 @@ void print_text(const Answer &answer) {
     }
 }
 
-void print_json(const Answer &answer) {
+void print_json(const Answer &answer, const disc::DiscRead *disc) {
     Json j;
     j.open('{');
+    if (disc) disc_json(j, *disc);
     j.str("kind", answer.kind);
     j.num("range_start", answer.range_start);
     j.num("range_end", answer.range_end);

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tool/disc/source.h"
 #include "zelto/zelto_services.h"
 
 namespace tool {
@@ -61,8 +62,10 @@ struct Answer {
 };
 
 Answer read_answer(const Object &response, const std::string &kind);
-void print_text(const Answer &answer);
-void print_json(const Answer &answer);
+// With `disc`, the disc that identify was given comes first: its TOC,
+// where it came from, both disc IDs, the MCN and ISRCs it carries.
+void print_text(const Answer &answer, const disc::DiscRead *disc = nullptr);
+void print_json(const Answer &answer, const disc::DiscRead *disc = nullptr);
 
 // A decimal number of at most ten digits that fits 32 bits.
 bool parse_u32(std::string_view text, uint32_t &out);

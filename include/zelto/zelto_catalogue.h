@@ -132,6 +132,21 @@ typedef struct zelto_catalogue_info {
 
 ZELTO_MANAGER_API uint32_t zelto_catalogue_get_info(zelto_catalogue *catalogue, zelto_catalogue_info *out_info);
 
+/* ---- Disc IDs ---- */
+
+/* Finds the discs that carry a disc ID: a MusicBrainz disc ID or a freedb ID
+ * (8 hex digits, any case) as the imported data gave them (MusicBrainz
+ * release JSON "media[].discs[].id", every ID of an xmcd "DISCID=" line), or
+ * a freedb ID that a stored TOC computes to. *out_count receives how many
+ * distinct TOCs were found (0 is no failure); they are read with
+ * zelto_catalogue_disc_id_toc, in import order. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_find_disc_id(zelto_catalogue *catalogue, const char *disc_id,
+                                                       uint32_t *out_count);
+/* TOC i (from 0) of the last zelto_catalogue_find_disc_id, as offsets then
+ * lead-out ("150 14672 27367 41225"), or null past the last. Valid until the
+ * next find on the same catalogue. */
+ZELTO_MANAGER_API const char *zelto_catalogue_disc_id_toc(zelto_catalogue *catalogue, uint32_t index);
+
 /* ---- Lookup provider ---- */
 
 /* The catalogue's lookup provider table (every slot in place, slot 0 the

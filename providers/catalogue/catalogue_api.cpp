@@ -183,6 +183,28 @@ HOST_EXPORT const char *zelto_catalogue_import_message(zelto_catalogue *catalogu
     return index < catalogue->import_messages.size() ? catalogue->import_messages[index].c_str() : nullptr;
 }
 
+HOST_EXPORT uint32_t zelto_catalogue_find_disc_id(zelto_catalogue *catalogue, const char *disc_id,
+                                                 uint32_t *out_count) {
+    if (!live(catalogue) || !disc_id || !*disc_id || !out_count) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        std::vector<std::string> tocs;
+        catalogue::Status s = catalogue->db->tocs_by_disc_id(disc_id, tocs);
+        if (!s.ok()) return fail(catalogue, s);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->disc_id_tocs = std::move(tocs);
+        *out_count = static_cast<uint32_t>(catalogue->disc_id_tocs.size());
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return fail(catalogue, ZELTO_CATALOGUE_NO_MEMORY, "out of memory");
+    }
+}
+
+HOST_EXPORT const char *zelto_catalogue_disc_id_toc(zelto_catalogue *catalogue, uint32_t index) {
+    if (!live(catalogue)) return nullptr;
+    std::lock_guard<std::mutex> guard(catalogue->mutex);
+    return index < catalogue->disc_id_tocs.size() ? catalogue->disc_id_tocs[index].c_str() : nullptr;
+}
+
 HOST_EXPORT uint32_t zelto_catalogue_get_info(zelto_catalogue *catalogue, zelto_catalogue_info *out_info) {
     if (!live(catalogue) || !out_info) return ZELTO_CATALOGUE_BAD_ARG;
     catalogue::Statistics counts;

@@ -40,6 +40,7 @@ struct zelto_catalogue {
     std::mutex mutex;                                       // guards the texts below and the request count
     std::string message;
     std::vector<std::string> import_messages;
+    std::vector<std::string> disc_id_tocs;  // of the last zelto_catalogue_find_disc_id
     uint32_t live_requests = 0;
     // Texts handed out by the fingerprint calls, until the next one.
     catalogue::FingerprintAdded last_added;

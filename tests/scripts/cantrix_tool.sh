@@ -39,14 +39,14 @@ expect 0 "match type: FUZZY" -- identify --toc "300 14822 27517 41375"
 expect 0 '"title":"Lanterns of Glass"' -- identify --json --single --toc "150 14672 27367 41225"
 expect 0 "^no match$" -- identify --toc "150 50000 90000 150000"
 
-# Malformed TOCs: the module's status and its meaning.
-expect 3 "malformed TOC \"150 100\": status 0x908100C4 \(invalid TOC\)" -- identify --toc "150 100"
-expect 3 "status 0x908100C4" -- identify --toc "12 abc"
+# Malformed TOCs: what is wrong, and the expected forms.
+expect 3 "malformed TOC \"150 100\": number 2 \(100\) is not greater than number 1 \(150\)" -- identify --toc "150 100"
+expect 3 "\"abc\" is not a number" -- identify --toc "12 abc"
 
 # Usage errors.
 expect 2 "unknown option '--frobnicate'" -- identify --frobnicate --toc "150 14672 27367 41225"
 expect 2 "unknown command 'identfy'" -- identfy --toc "150 14672 27367 41225"
-expect 2 "identify needs --toc" -- identify
+expect 2 "identify needs one of --toc, --discid, --drive, --cue, --log" -- identify
 expect 2 "--range needs START:SIZE" -- identify --range 0:5 --toc "150 14672 27367 41225"
 expect 0 "exit codes" -- --help
 

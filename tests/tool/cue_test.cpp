@@ -214,6 +214,20 @@ TEST(Cue, Refusals) {
     }
 }
 
+TEST(Cue, EmptyPregapRepeatsItsTime) {
+    auto d = disc::read_cue("FILE \"a\" WAVE\nTRACK 01 AUDIO\nINDEX 01 00:00:00\nTRACK 02 AUDIO\n"
+                            "INDEX 00 01:00:00\nINDEX 01 01:00:00\n",
+                            with_leadout(9000));
+    ASSERT_TRUE(d) << d.error().message;
+    EXPECT_EQ(layout(*d), "1:150 2:4650 leadout:9000");
+    auto same = disc::read_cue("FILE \"a\" WAVE\nTRACK 01 AUDIO\nINDEX 01 01:00:00\nTRACK 02 AUDIO\n"
+                               "INDEX 00 01:00:00\nINDEX 01 01:00:01\n",
+                               with_leadout(9000));
+    ASSERT_FALSE(same);
+    EXPECT_EQ(same.error().line, 5u);
+    EXPECT_EQ(same.error().message, "time 01:00:00 is not after the previous INDEX of this FILE");
+}
+
 TEST(Cue, LeadOutThatIsNotAfterTheLastTrack) {
     auto d = disc::read_cue(kSingleFile, with_leadout(27367));
     ASSERT_FALSE(d);

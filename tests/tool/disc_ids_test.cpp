@@ -2,6 +2,10 @@
 // suites, the audio session of unusual discs, and disc ID recognition.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
 #include "tool/disc/disc.h"
 #include "tool/disc/toc_text.h"
 
@@ -187,6 +191,70 @@ TEST(DiscIds, Kinds) {
         {"", disc::DiscIdKind::none},
     };
     for (const Case &c : cases) EXPECT_EQ(disc::disc_id_kind(c.id), c.kind) << c.id;
+}
+
+// ---- The sample catalogue --------------------------------------------------------
+// Its generator (tools/gen_sample_catalogue.py) computes MusicBrainz disc IDs
+// with Python's hashlib and freedb IDs by its own arithmetic: every one must
+// be what libdiscid gives for the same TOC.
+
+std::filesystem::path sample_dir() {
+    return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "data" / "sample";
+}
+
+TEST(DiscIds, SampleCatalogueAgreesWithLibdiscid) {
+    std::vector<std::string> records;
+    std::ifstream lines(sample_dir() / "releases.jsonl");
+    ASSERT_TRUE(lines) << sample_dir();
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty()) records.push_back(line);
+    for (const auto &entry : std::filesystem::directory_iterator(sample_dir() / "releases")) {
+        std::ifstream f(entry.path());
+        records.emplace_back(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+    }
+    size_t checked = 0;
+    for (const std::string &text : records) {
+        const auto release = nlohmann::json::parse(text);
+        for (const auto &medium : release.value("media", nlohmann::json::array()))
+            for (const auto &d : medium.value("discs", nlohmann::json::array())) {
+                std::string toc = "1 " + std::to_string(d["offsets"].size()) + " " + std::to_string(d["sectors"].get<int>());
+                for (const auto &o : d["offsets"]) toc += " " + std::to_string(o.get<int>());
+                EXPECT_EQ(disc::disc_ids(parsed(toc.c_str())).musicbrainz, d["id"].get<std::string>()) << toc;
+                ++checked;
+            }
+    }
+    EXPECT_GE(checked, 30u);
+}
+
+TEST(DiscIds, SampleXmcdDiscIdsAgreeWithLibdiscid) {
+    size_t checked = 0;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(sample_dir() / "xmcd")) {
+        if (!entry.is_regular_file()) continue;
+        std::ifstream f(entry.path());
+        std::vector<uint32_t> offsets;
+        uint32_t seconds = 0;
+        std::string id;
+        bool in_offsets = false;
+        for (std::string line; std::getline(f, line);) {
+            if (line.rfind("# Track frame offsets:", 0) == 0) {
+                in_offsets = true;
+            } else if (in_offsets && line.size() > 1 && line[0] == '#' &&
+                       line.find_first_of("0123456789") != std::string::npos) {
+                offsets.push_back(static_cast<uint32_t>(std::stoul(line.substr(1))));
+            } else {
+                in_offsets = false;
+            }
+            if (line.rfind("# Disc length:", 0) == 0) seconds = static_cast<uint32_t>(std::stoul(line.substr(14)));
+            if (line.rfind("DISCID=", 0) == 0) id = line.substr(7, 8);
+        }
+        ASSERT_FALSE(offsets.empty()) << entry.path();
+        std::string toc;
+        for (uint32_t o : offsets) toc += std::to_string(o) + " ";
+        toc += std::to_string(seconds * disc::kFramesPerSecond);
+        EXPECT_EQ(disc::disc_ids(parsed(toc.c_str())).freedb, id) << entry.path();
+        ++checked;
+    }
+    EXPECT_GE(checked, 3u);
 }
 
 }  // namespace

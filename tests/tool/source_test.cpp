@@ -43,7 +43,7 @@ SourceRequest request(SourceKind kind, std::string text) {
 TEST(Source, TocTexts) {
     auto offsets = disc::read_source(request(SourceKind::toc, "150 14672 27367 41225"));
     ASSERT_TRUE(offsets);
-    EXPECT_EQ(offsets->origin, "TOC (offsets form)");
+    EXPECT_EQ(offsets->origin, "offsets form");
     EXPECT_EQ(offsets->toc.offsets_text(), "150 14672 27367 41225");
     EXPECT_EQ(offsets->ids.musicbrainz, "xyJBxyfybLWr1uGvUALDEQEuQwQ-");
     EXPECT_EQ(offsets->ids.freedb, "1e022303");
@@ -51,7 +51,7 @@ TEST(Source, TocTexts) {
 
     auto mb = disc::read_source(request(SourceKind::toc, "1 3 41225 150 14672 27367"));
     ASSERT_TRUE(mb);
-    EXPECT_EQ(mb->origin, "TOC (MusicBrainz form)");
+    EXPECT_EQ(mb->origin, "MusicBrainz form");
     EXPECT_EQ(mb->ids.musicbrainz, offsets->ids.musicbrainz);
 }
 

@@ -85,13 +85,14 @@ class CueReader {
             disc_.warnings.push_back("further warnings not shown");
     }
 
-    // The disc frame of a time in the current file.
-    Expected<uint32_t> position(const std::string &time) {
+    // The disc frame of a time in the current file. Times rise; only an
+    // INDEX 01 may repeat the time of its own INDEX 00 (an empty pregap).
+    Expected<uint32_t> position(const std::string &time, bool may_repeat) {
         auto t = parse_msf(time);
         if (!t) return Error{line_, t.error().message};
         const uint64_t frame = uint64_t{kPregapFrames} + file_base_ + *t + silence_;
         if (frame > kMaxFrames) return Error{line_, "time " + time + " lies beyond 100 minutes on the disc"};
-        if (file_time_ && *t <= *file_time_)
+        if (file_time_ && (*t < *file_time_ || (*t == *file_time_ && !may_repeat)))
             return Error{line_, "time " + time + " is not after the previous INDEX of this FILE"};
         file_time_ = *t;
         return static_cast<uint32_t>(frame);
@@ -181,7 +182,7 @@ class CueReader {
             return fail("INDEX " + w[1] + " after INDEX " + std::to_string(t.last_index) + " of the same track");
         if (t.last_index < 0 && number > 1) return fail("the first INDEX of a track must be 00 or 01");
         if (t.postgap) return fail("INDEX after the track's POSTGAP");
-        auto frame = position(w[2]);
+        auto frame = position(w[2], number == 1 && t.last_index == 0);
         if (!frame) return frame.error();
         t.last_index = static_cast<int>(number);
         if (number == 0) t.start = *frame;

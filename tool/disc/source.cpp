@@ -18,24 +18,28 @@ struct FileClose {
     void operator()(std::FILE *f) const { std::fclose(f); }
 };
 
+// The name of a file in messages: "-" is standard input.
+std::string label_of(const std::string &path) { return path == "-" ? "(standard input)" : path; }
+
 Expected<std::string> read_file(const std::string &path) {
-    std::unique_ptr<std::FILE, FileClose> f(std::fopen(path.c_str(), "rb"));
+    std::unique_ptr<std::FILE, FileClose> owned(path == "-" ? nullptr : std::fopen(path.c_str(), "rb"));
+    std::FILE *f = path == "-" ? stdin : owned.get();
     if (!f) return Error{0, path + ": " + std::strerror(errno)};
     std::string bytes;
     char buf[65536];
     size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, f.get())) > 0) {
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) {
         bytes.append(buf, n);
         if (bytes.size() > kMaxTextBytes)
-            return Error{0, path + ": larger than " + std::to_string(kMaxTextBytes >> 20) +
+            return Error{0, label_of(path) + ": larger than " + std::to_string(kMaxTextBytes >> 20) +
                                 " MiB; CUE sheets and rip logs are far smaller"};
     }
-    if (std::ferror(f.get())) return Error{0, path + ": " + std::strerror(errno)};
+    if (std::ferror(f)) return Error{0, label_of(path) + ": " + std::strerror(errno)};
     return bytes;
 }
 
 Error in_file(const std::string &path, const Error &e) {
-    return Error{e.line, path + (e.line ? ":" + std::to_string(e.line) : std::string()) + ": " + e.message};
+    return Error{e.line, label_of(path) + (e.line ? ":" + std::to_string(e.line) : std::string()) + ": " + e.message};
 }
 
 // The audio session and IDs of a disc a source gave.
@@ -71,7 +75,7 @@ Expected<DiscRead> read_source(const SourceRequest &request) {
             read.disc = std::move(*d);
             const bool mb = request.form == TocForm::musicbrainz ||
                             (request.form == TocForm::automatic && !parse_toc_text(request.text, TocForm::offsets));
-            read.origin = mb ? "TOC (MusicBrainz form)" : "TOC (offsets form)";
+            read.origin = mb ? "MusicBrainz form" : "offsets form";
             break;
         }
         case SourceKind::drive: {

@@ -19,14 +19,14 @@ enum class SourceKind { toc, drive, cue, log };
 
 struct SourceRequest {
     SourceKind kind = SourceKind::toc;
-    std::string text;                 // the TOC text, the device (may be empty) or the file name
+    std::string text;                 // the TOC text, the device (may be empty) or the file name ("-": standard input)
     TocForm form = TocForm::automatic;  // of a TOC text
     std::optional<uint32_t> leadout;  // of a CUE sheet's audio session
     FileLength file_length;           // of a CUE sheet's files, when they can be measured
 };
 
 struct DiscRead {
-    std::string origin;  // "TOC (MusicBrainz form)", "EAC log", "CUE sheet", "drive /dev/cdrom"
+    std::string origin;  // "MusicBrainz form", "EAC log", "CUE sheet", "drive /dev/cdrom"
     Disc disc;
     AudioToc toc;
     DiscIds ids;

@@ -43,6 +43,11 @@ CREATE INDEX IF NOT EXISTS tocs_toc ON tocs(toc);
 CREATE INDEX IF NOT EXISTS tocs_shape ON tocs(track_count, length);
 CREATE INDEX IF NOT EXISTS tocs_mui ON tocs(mui);
 CREATE INDEX IF NOT EXISTS tocs_media ON tocs(media_id);
+CREATE TABLE IF NOT EXISTS disc_ids(
+  disc_id TEXT NOT NULL,         -- MusicBrainz disc ID, or freedb ID in lower case
+  toc_id INTEGER NOT NULL REFERENCES tocs(id) ON DELETE CASCADE,
+  PRIMARY KEY(disc_id, toc_id)) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS disc_ids_toc ON disc_ids(toc_id);
 CREATE TABLE IF NOT EXISTS tracks(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
@@ -88,7 +93,7 @@ CREATE VIRTUAL TABLE IF NOT EXISTS lyric_vocab USING fts5vocab(lyric_fts, row);
 CREATE TABLE IF NOT EXISTS spell_words(id INTEGER PRIMARY KEY, term TEXT NOT NULL UNIQUE);
 CREATE VIRTUAL TABLE IF NOT EXISTS spell_tri USING fts5(term, content='spell_words',
   content_rowid='id', tokenize='trigram');
-INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '1');
+INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '2');
 )sql";
 
 bool is_composer_role(const std::string &role) {
@@ -296,11 +301,17 @@ Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &compose
 
 Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, Toc &toc) {
     if (toc.mui.empty()) toc.mui = xmcd_disc_id(toc.offsets);
-    return impl.write(
+    int64_t toc_id = 0;
+    Status st = impl.write(
         "INSERT INTO tocs(disc_id, album_id, toc, track_count, length, media_id, mui)"
         " VALUES(?,?,?,?,?,?,?)",
-        "insert TOC", nullptr, disc.id, album.id, toc_text(toc.offsets), static_cast<int64_t>(toc.offsets.size() - 1),
+        "insert TOC", &toc_id, disc.id, album.id, toc_text(toc.offsets), static_cast<int64_t>(toc.offsets.size() - 1),
         int64_t{toc.offsets.back()} - int64_t{toc.offsets.front()}, toc.media_id, toc.mui);
+    // The disc IDs this TOC was published under (MusicBrainz, xmcd DISCID).
+    for (size_t i = 0; st.ok() && i < toc.disc_ids.size(); ++i)
+        st = impl.write("INSERT OR IGNORE INTO disc_ids(disc_id, toc_id) VALUES(?,?)", "insert disc ID", nullptr,
+                        toc.disc_ids[i], toc_id);
+    return st;
 }
 
 // A track at its album position, its credits and its text index entry
@@ -466,6 +477,19 @@ Status Catalogue::Impl::mark_changed() {
     return exec("INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0')");
 }
 
+// Brings catalogues of earlier schemas up to date. Schema 1 had no disc ID
+// table: its discs' MusicBrainz disc IDs and first xmcd DISCIDs were kept as
+// media ids only.
+constexpr const char *kMigrations = R"sql(
+BEGIN;
+INSERT OR IGNORE INTO disc_ids(disc_id, toc_id)
+  SELECT CASE WHEN length(media_id) = 8 AND media_id NOT GLOB '*[^0-9A-Fa-f]*' THEN lower(media_id) ELSE media_id END,
+         id
+  FROM tocs WHERE media_id <> '' AND (SELECT value FROM meta WHERE key = 'schema') = '1';
+UPDATE meta SET value = '2' WHERE key = 'schema' AND value = '1';
+COMMIT;
+)sql";
+
 // ---- Catalogue -------------------------------------------------------------------
 
 Catalogue::Catalogue() : impl_(std::make_unique<Impl>()) {}
@@ -484,6 +508,7 @@ Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out)
         Status st = impl.exec("PRAGMA foreign_keys = ON; PRAGMA synchronous = NORMAL;");
         if (st.ok() && path != ":memory:") st = impl.exec("PRAGMA journal_mode = WAL;");
         if (st.ok()) st = impl.exec(kSchema);
+        if (st.ok()) st = impl.exec(kMigrations);
         if (!st.ok()) return Status::error(st.code, "catalogue " + path + ": " + st.message);
         // A new or changed catalogue gets its word list at the first search.
         {
@@ -894,6 +919,30 @@ Status Catalogue::lookup_tui(std::string_view tui, std::string_view tag, Identif
         hit.track_number = q.u32(5);
         hit.revision = q.u32(6);
         out = hit;
+        return {};
+    });
+}
+
+Status Catalogue::tocs_by_disc_id(std::string_view disc_id, std::vector<std::string> &out) noexcept {
+    return guarded([&]() -> Status {
+        if (disc_id.empty()) return Status::error(Code::invalid_argument, "empty disc ID");
+        const std::string freedb = freedb_disc_id(disc_id);
+        std::lock_guard lock(impl_->mutex);
+        Status st;
+        Stmt q(impl_->prepare("SELECT toc FROM tocs WHERE id IN (SELECT toc_id FROM disc_ids WHERE disc_id = ?1)"
+                              " OR (?2 <> '' AND mui = ?2) ORDER BY id",
+                              st));
+        if (!q) return st;
+        q.bind(1, freedb.empty() ? disc_id : std::string_view(freedb));
+        q.bind(2, freedb);
+        std::vector<std::string> tocs;
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            std::string toc = q.text(0);
+            if (std::find(tocs.begin(), tocs.end(), toc) == tocs.end()) tocs.push_back(std::move(toc));
+        }
+        if (rc != SQLITE_DONE) return impl_->db_error("find disc ID");
+        out = std::move(tocs);
         return {};
     });
 }

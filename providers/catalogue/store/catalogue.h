@@ -93,6 +93,9 @@ struct Toc {
     std::vector<uint32_t> offsets;
     std::string media_id;       // source's identifier of this TOC; may be empty
     std::string mui;            // media unique id; derived from the offsets if empty
+    // Disc IDs the source gives for this TOC: MusicBrainz disc IDs, and
+    // freedb IDs (8 hex digits, stored in lower case).
+    std::vector<std::string> disc_ids{};
 };
 
 struct Disc {
@@ -317,6 +320,9 @@ std::string toc_text(const std::vector<uint32_t> &offsets);
 // The 8-hex-digit disc identifier of the xmcd tradition, from a TOC in
 // frames (tracks then lead-out). Empty for fewer than two offsets.
 std::string xmcd_disc_id(const std::vector<uint32_t> &offsets);
+// A text that is a freedb disc ID (8 hex digits) in lower case, as disc IDs
+// are stored; empty for any other text.
+std::string freedb_disc_id(std::string_view id);
 
 // Fuzzy TOC tolerance. A stored disc is a fuzzy match of a query when:
 //  - it has the same number of tracks;
@@ -483,6 +489,10 @@ class Catalogue {
     // By media unique id and media identifier of a disc (either may be empty,
     // not both).
     Status lookup_media(std::string_view mui, std::string_view media_id, IdentifierHit &out) noexcept;
+    // The TOC texts (offsets then lead-out) of the discs that carry a disc ID:
+    // one given at import, or, for a freedb ID, the one a stored TOC computes
+    // to. Each TOC once, in import order; none is not an error.
+    Status tocs_by_disc_id(std::string_view disc_id, std::vector<std::string> &out) noexcept;
     // Whether the catalogue holds a newer revision than `revision` of the
     // album or track `tui`.
     Status check_revision(std::string_view tui, std::string_view tag, uint32_t revision,

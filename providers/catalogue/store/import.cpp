@@ -194,6 +194,7 @@ Status release_from_json(const json &r, Album &out) {
         for (const auto &d : array_or_empty(medium, "discs")) {
             Toc toc;
             toc.media_id = text_of(d, "id");
+            if (!toc.media_id.empty()) toc.disc_ids.push_back(toc.media_id);
             for (const auto &o : array_or_empty(d, "offsets")) {
                 if (!o.is_number_integer() || o.get<int64_t>() < 0 || o.get<int64_t>() > 1000000)
                     return Status::error(Code::bad_record, label + ": disc " + toc.media_id + " has a bad offset");
@@ -361,6 +362,15 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
         std::string year = trim(values["DYEAR"]);
         if (all_digits(year)) album.year = static_cast<uint32_t>(std::stoul(year));
         album.genre = trim(values["DGENRE"]);
+        // DISCID lists every freedb ID under which the disc was submitted.
+        std::vector<std::string> disc_ids;
+        for (std::string_view list = values["DISCID"]; !list.empty();) {
+            const size_t comma = std::min(list.find(','), list.size());
+            std::string id = freedb_disc_id(trim(list.substr(0, comma)));
+            if (!id.empty() && std::find(disc_ids.begin(), disc_ids.end(), id) == disc_ids.end())
+                disc_ids.push_back(std::move(id));
+            list.remove_prefix(std::min(comma + 1, list.size()));
+        }
         std::string discid = trim(values["DISCID"]);
         discid = discid.substr(0, discid.find(','));
         Disc disc;
@@ -368,6 +378,7 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
         toc.offsets = offsets;
         toc.offsets.push_back(static_cast<uint32_t>(leadout));
         toc.media_id = discid;
+        toc.disc_ids = std::move(disc_ids);
         disc.tocs.push_back(std::move(toc));
         for (const auto &[n, raw] : titles) {
             Track track;

@@ -286,6 +286,17 @@ std::string xmcd_disc_id(const std::vector<uint32_t> &offsets) {
     return buffer;
 }
 
+std::string freedb_disc_id(std::string_view id) {
+    if (id.size() != 8) return {};
+    std::string out;
+    for (char c : id) {
+        if (c >= 'A' && c <= 'F') c = static_cast<char>(c - 'A' + 'a');
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return {};
+        out += c;
+    }
+    return out;
+}
+
 const char *code_name(Code code) {
     switch (code) {
         case Code::ok: return "ok";
