@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -320,8 +321,13 @@ class Session {
         zelto_catalogue_close(catalogue_);
     }
 
-    int open_catalogue(const std::string &path, bool create) {
-        uint32_t s = zelto_catalogue_open(path.c_str(), create ? ZELTO_CATALOGUE_OPEN_CREATE : 0, &catalogue_);
+    // Commands that only read open the catalogue read-only (it may be
+    // another user's file, or on a read-only mount); import creates it.
+    enum class Access { read, create };
+    int open_catalogue(const std::string &path, Access access) {
+        uint32_t s = zelto_catalogue_open(
+            path.c_str(), access == Access::create ? ZELTO_CATALOGUE_OPEN_CREATE : ZELTO_CATALOGUE_OPEN_READONLY,
+            &catalogue_);
         if (s == ZELTO_CATALOGUE_NO_FILE) {
             std::fprintf(stderr,
                          "cantrix: catalogue '%s' does not exist (create it with 'cantrix catalogue import', "
@@ -336,8 +342,17 @@ class Session {
                          path.c_str());
             return kNoCatalogue;
         }
+        if (s == ZELTO_CATALOGUE_NOT_CATALOGUE) {
+            std::error_code ec;
+            const bool empty = std::filesystem::file_size(path, ec) == 0 && !ec;
+            std::fprintf(stderr,
+                         "cantrix: '%s' is not a catalogue (%s); it was left unchanged (name a catalogue with "
+                         "--catalogue)\n",
+                                                  path.c_str(), empty ? "an empty file" : "another program's database");
+            return kNoCatalogue;
+        }
         if (s != 0) {
-            std::fprintf(stderr, "cantrix: cannot open catalogue '%s': status 0x%08X (not a catalogue file?)\n",
+            std::fprintf(stderr, "cantrix: cannot open catalogue '%s': status 0x%08X\n",
                          path.c_str(), s);
             return kNoCatalogue;
         }
@@ -419,7 +434,7 @@ int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nu
 // that a first track at frame 0 goes in too.
 int identify_disc(const Options &o, const disc::DiscRead &d) {
     Session session;
-    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    if (int rc = session.open_catalogue(o.catalogue, Session::Access::read)) return rc;
     if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
     std::vector<uint32_t> offsets = d.toc.offsets;
     offsets.push_back(d.toc.leadout);
@@ -438,7 +453,7 @@ int identify_disc_id(const Options &o) {
     std::vector<std::string> tocs;
     {
         Session session;
-        if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+        if (int rc = session.open_catalogue(o.catalogue, Session::Access::read)) return rc;
         uint32_t count = 0;
         const uint32_t s = zelto_catalogue_find_disc_id(session.catalogue(), o.disc_id->c_str(), &count);
         if (s != 0) {
@@ -488,7 +503,7 @@ int identify(const Options &o) {
 
 int search(const Options &o) {
     Session session;
-    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    if (int rc = session.open_catalogue(o.catalogue, Session::Access::read)) return rc;
     if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
     for (const auto &[field, text] : o.fields) {
         const uint32_t s = zelto_cantrix_query_set_text(session.query(), field.c_str(), text.c_str());
@@ -502,7 +517,7 @@ int search(const Options &o) {
 
 int catalogue_import(const Options &o) {
     Session session;
-    if (int rc = session.open_catalogue(o.catalogue, true)) return rc;
+    if (int rc = session.open_catalogue(o.catalogue, Session::Access::create)) return rc;
     ImportProgress progress;
     progress.show = o.progress || isatty(STDERR_FILENO);
     int rc = kOk;
@@ -533,7 +548,7 @@ int catalogue_import(const Options &o) {
 
 int catalogue_info(const Options &o) {
     Session session;
-    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    if (int rc = session.open_catalogue(o.catalogue, Session::Access::read)) return rc;
     zelto_catalogue_info info{};
     const uint32_t s = zelto_catalogue_get_info(session.catalogue(), &info);
     if (s != 0) {
@@ -570,11 +585,13 @@ int catalogue_check(const Options &o) {
     } else if (s == ZELTO_CATALOGUE_DATABASE) {
         std::printf("catalogue %s: damaged or not a catalogue; SQLite's integrity check reports:\n%s",
                     o.catalogue.c_str(), report ? report : "");
+    } else if (s == ZELTO_CATALOGUE_NOT_CATALOGUE) {
+        std::printf("catalogue %s: %s", o.catalogue.c_str(), report ? report : "not a catalogue\n");
     } else {
         std::fprintf(stderr, "cantrix: cannot check catalogue '%s': 0x%08X\n", o.catalogue.c_str(), s);
     }
     zelto_manager_text_free(report);
-    return s == 0 ? kOk : (s == ZELTO_CATALOGUE_DATABASE ? kNoCatalogue : kInternal);
+    return s == 0 ? kOk : (s == ZELTO_CATALOGUE_DATABASE || s == ZELTO_CATALOGUE_NOT_CATALOGUE ? kNoCatalogue : kInternal);
 }
 
 }  // namespace

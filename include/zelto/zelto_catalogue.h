@@ -67,19 +67,27 @@ extern "C" {
 #define ZELTO_CATALOGUE_NO_RESULT ZELTO_LOOKUP_NO_RESULT       /* get_result without a result for that identifier */
 #define ZELTO_CATALOGUE_NO_FILE 0x90040004u                    /* open without create: no such file */
 #define ZELTO_CATALOGUE_IO_ERROR 0x90040005u                   /* a file could not be read */
-#define ZELTO_CATALOGUE_DATABASE 0x90040008u                   /* the database failed (corrupt or not a catalogue) */
+#define ZELTO_CATALOGUE_DATABASE 0x90040008u                   /* the database failed (damaged file) */
+#define ZELTO_CATALOGUE_NOT_CATALOGUE 0x9004000Du              /* an empty file or another program's database */
 #define ZELTO_CATALOGUE_ABORTED ZELTO_LOOKUP_ABORTED           /* the callback asked to stop */
 #define ZELTO_CATALOGUE_UNSUPPORTED ZELTO_LOOKUP_UNSUPPORTED   /* unknown lookup type */
 #define ZELTO_CATALOGUE_INVALID_DATA ZELTO_LOOKUP_INVALID_DATA /* malformed request data (TOC, range) */
 
 /* Open flags. */
-#define ZELTO_CATALOGUE_OPEN_CREATE 1u /* create the file if it does not exist */
+#define ZELTO_CATALOGUE_OPEN_CREATE 1u   /* create the file if it does not exist */
+#define ZELTO_CATALOGUE_OPEN_READONLY 2u /* only read: for a read-only file or folder; imports and
+                                          * fingerprint adds then fail; CREATE is ignored */
 
 typedef struct zelto_catalogue zelto_catalogue;
 
 /* Opens a catalogue file (":memory:" for a private, empty one). An existing
  * file that fails SQLite's structural check (quick_check) is refused with
- * ZELTO_CATALOGUE_DATABASE before anything is read from or written to it. */
+ * ZELTO_CATALOGUE_DATABASE before anything is read from or written to it.
+ * A catalogue carries SQLite's application id 0x5A435443 and its schema
+ * number as user version; an empty file or another program's database (even
+ * one with an "albums" table) is refused with ZELTO_CATALOGUE_NOT_CATALOGUE
+ * and left byte for byte as it was. A catalogue made before the mark is
+ * recognised by its tables and marked when opened for writing. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_open(const char *path, uint32_t flags, zelto_catalogue **out_catalogue);
 /* Closes it: uninstalls its table from every mode where it is installed.
  * Its table stays callable afterwards; request slots then refuse with
@@ -87,7 +95,8 @@ ZELTO_MANAGER_API uint32_t zelto_catalogue_open(const char *path, uint32_t flags
 ZELTO_MANAGER_API uint32_t zelto_catalogue_close(zelto_catalogue *catalogue);
 /* Runs SQLite's full integrity check on a catalogue file through a
  * read-only connection. 0 for a sound catalogue; ZELTO_CATALOGUE_DATABASE
- * when the file is damaged or is no catalogue; ZELTO_CATALOGUE_NO_FILE.
+ * when the file is damaged; ZELTO_CATALOGUE_NOT_CATALOGUE when it is sound
+ * but no catalogue; ZELTO_CATALOGUE_NO_FILE.
  * *out_report (may be null) gets "ok" or the problems found, one a line (at
  * most 20), to be freed with zelto_manager_text_free. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_check(const char *path, char **out_report);

@@ -30,11 +30,12 @@ std::string base_name(const std::string &path) {
 // SQLite's integrity check of a catalogue file (the quicker structural form
 // when `quick`), through a read-only connection so that a damaged file is
 // never written to. Collects the problems found, at most 20; none means a
-// sound file with the catalogue's tables.
-std::vector<std::string> check_file(const std::string &path, bool quick) {
+// sound file. `status` is 0, ZELTO_CATALOGUE_DATABASE for damage, or
+// ZELTO_CATALOGUE_NOT_CATALOGUE for a sound file that is no catalogue.
+std::vector<std::string> check_file(const std::string &path, bool quick, uint32_t &status) {
     std::vector<std::string> problems;
     sqlite3 *db = nullptr;
-    int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+    int rc = catalogue::open_read_only(path, db);
     if (rc == SQLITE_OK) {
         sqlite3_busy_timeout(db, 5000);
         sqlite3_stmt *stmt = nullptr;
@@ -46,20 +47,17 @@ std::vector<std::string> check_file(const std::string &path, bool quick) {
             rc = SQLITE_OK;
         }
         sqlite3_finalize(stmt);
-        if (rc == SQLITE_DONE && problems.empty()) {
-            stmt = nullptr;
-            int tables = 0;
-            if (sqlite3_prepare_v2(db,
-                                   "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name IN "
-                                   "('meta', 'albums', 'discs', 'tocs')",
-                                   -1, &stmt, nullptr) == SQLITE_OK &&
-                sqlite3_step(stmt) == SQLITE_ROW)
-                tables = sqlite3_column_int(stmt, 0);
-            sqlite3_finalize(stmt);
-            if (tables != 4) problems.emplace_back("not a catalogue: its tables are missing");
-        }
     }
     if (rc != SQLITE_OK && rc != SQLITE_DONE) problems.emplace_back(db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+    status = problems.empty() ? 0 : ZELTO_CATALOGUE_DATABASE;
+    if (problems.empty()) {
+        bool unmarked = false;
+        const catalogue::Status s = catalogue::recognise(db, unmarked);
+        if (!s.ok()) {
+            problems.push_back(s.message);
+            status = status_of(s);
+        }
+    }
     sqlite3_close(db);
     return problems;
 }
@@ -70,7 +68,8 @@ HOST_EXPORT uint32_t zelto_catalogue_check(const char *path, char **out_report) 
     if (!path || !*path) return ZELTO_CATALOGUE_BAD_ARG;
     struct stat st;
     if (stat(path, &st) != 0) return ZELTO_CATALOGUE_NO_FILE;
-    const std::vector<std::string> problems = check_file(path, false);
+    uint32_t status = 0;
+    const std::vector<std::string> problems = check_file(path, false, status);
     if (out_report) {
         std::string text = problems.empty() ? "ok\n" : "";
         for (const std::string &line : problems) text += line + "\n";
@@ -79,23 +78,28 @@ HOST_EXPORT uint32_t zelto_catalogue_check(const char *path, char **out_report) 
         std::memcpy(copy, text.c_str(), text.size() + 1);
         *out_report = copy;
     }
-    return problems.empty() ? 0 : ZELTO_CATALOGUE_DATABASE;
+    return status;
 }
 
 HOST_EXPORT uint32_t zelto_catalogue_open(const char *path, uint32_t flags, zelto_catalogue **out_catalogue) {
     if (!path || !*path || !out_catalogue) return ZELTO_CATALOGUE_BAD_ARG;
     const std::string name(path);
+    const bool read_only = (flags & ZELTO_CATALOGUE_OPEN_READONLY) != 0;
     if (name != ":memory:") {
         struct stat st;
         const bool exists = stat(path, &st) == 0;
-        if (!exists && !(flags & ZELTO_CATALOGUE_OPEN_CREATE)) return ZELTO_CATALOGUE_NO_FILE;
-        // A damaged file is refused before anything reads from it or writes
-        // to it: no answers from a broken index, no import into it.
-        if (exists && st.st_size > 0 && !check_file(name, true).empty()) return ZELTO_CATALOGUE_DATABASE;
+        if (!exists && (read_only || !(flags & ZELTO_CATALOGUE_OPEN_CREATE))) return ZELTO_CATALOGUE_NO_FILE;
+        // A damaged file, or one that is no catalogue, is refused before
+        // anything reads from it or writes to it: no answers from a broken
+        // index, no import into it.
+        uint32_t status = 0;
+        if (exists) check_file(name, true, status);
+        if (status != 0) return status;
     }
     try {
         auto c = std::make_unique<zelto_catalogue>();
-        catalogue::Status s = catalogue::Catalogue::open(name, c->db);
+        catalogue::Status s = catalogue::Catalogue::open(
+            name, c->db, read_only ? catalogue::OpenMode::read_only : catalogue::OpenMode::read_write);
         if (!s.ok()) return status_of(s);
         // Reading the count proves that the file is a catalogue.
         uint64_t albums = 0;

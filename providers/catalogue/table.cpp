@@ -223,6 +223,7 @@ uint32_t status_of(const catalogue::Status &s) {
         case Code::io_error: return ZELTO_CATALOGUE_IO_ERROR;
         case Code::database: return ZELTO_CATALOGUE_DATABASE;
         case Code::no_memory: return ZELTO_CATALOGUE_NO_MEMORY;
+        case Code::not_catalogue: return ZELTO_CATALOGUE_NOT_CATALOGUE;
     }
     return ZELTO_CATALOGUE_DATABASE;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -214,13 +215,143 @@ TEST_F(CatalogueDamage, CheckOfSoundMissingAndForeignFiles) {
     ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE notes(id INTEGER PRIMARY KEY, text TEXT)", nullptr, nullptr, nullptr),
               SQLITE_OK);
     sqlite3_close(db);
-    EXPECT_EQ(zelto_catalogue_check((dir_ + "/other.db").c_str(), &report), ZELTO_CATALOGUE_DATABASE);
-    EXPECT_STREQ(report, "not a catalogue: its tables are missing\n");
+    EXPECT_EQ(zelto_catalogue_check((dir_ + "/other.db").c_str(), &report), ZELTO_CATALOGUE_NOT_CATALOGUE);
+    EXPECT_STREQ(report, "not a catalogue: an SQLite database of another program\n");
     zelto_manager_text_free(report);
-    // Opening refuses it too, rather than adding a catalogue's tables to it.
+}
+
+std::string contents(const std::string &file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void sql(const std::string &file, const char *statements) {
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, statements, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+}
+
+int64_t pragma(const std::string &file, const char *name) {
+    sqlite3 *db = nullptr;
+    sqlite3_stmt *q = nullptr;
+    int64_t value = -1;
+    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, (std::string("PRAGMA ") + name).c_str(), -1, &q, nullptr) == SQLITE_OK &&
+        sqlite3_step(q) == SQLITE_ROW)
+        value = sqlite3_column_int64(q, 0);
+    sqlite3_finalize(q);
+    sqlite3_close(db);
+    return value;
+}
+
+// Files that are not catalogues: every way of opening or checking one is
+// refused as no catalogue, and the file stays byte for byte as it was,
+// without a journal beside it.
+TEST_F(CatalogueDamage, ForeignFilesAreRefusedAndLeftUnchanged) {
+    struct Foreign {
+        const char *name;
+        const char *statements;  // null: an empty file
+        const char *reason;
+    };
+    const std::vector<Foreign> cases = {
+        {"empty file", nullptr, "not a catalogue: the file is empty"},
+        {"another program's albums", "CREATE TABLE albums(id INTEGER PRIMARY KEY, title TEXT);"
+         "INSERT INTO albums(title) VALUES('mine');", "not a catalogue: an SQLite database of another program"},
+        {"another application id", "PRAGMA application_id = 1234; CREATE TABLE meta(key, value);",
+         "not a catalogue: an SQLite database of another program (application id 0x000004D2)"},
+        {"catalogue tables without the schema row",
+         "CREATE TABLE meta(key, value); CREATE TABLE albums(x); CREATE TABLE discs(x); CREATE TABLE tocs(x);"
+         "CREATE TABLE tracks(x); CREATE TABLE lyrics(x);",
+         "not a catalogue: an SQLite database of another program"},
+        {"a newer catalogue", "PRAGMA application_id = 1514361923; PRAGMA user_version = 99; CREATE TABLE t(x);",
+         "catalogue of a newer schema (99) than this program reads (2)"},
+    };
+    for (const Foreign &f : cases) {
+        SCOPED_TRACE(f.name);
+        const std::string file = dir_ + "/foreign.db";
+        fs::remove(file);
+        if (f.statements) sql(file, f.statements);
+        else std::ofstream(file).flush();
+        const std::string before = contents(file);
+        char *report = nullptr;
+        EXPECT_EQ(zelto_catalogue_check(file.c_str(), &report), ZELTO_CATALOGUE_NOT_CATALOGUE);
+        EXPECT_EQ(std::string(report ? report : ""), std::string(f.reason) + "\n");
+        zelto_manager_text_free(report);
+        for (uint32_t flags : {0u, ZELTO_CATALOGUE_OPEN_CREATE, ZELTO_CATALOGUE_OPEN_READONLY}) {
+            zelto_catalogue *catalogue = nullptr;
+            EXPECT_EQ(zelto_catalogue_open(file.c_str(), flags, &catalogue), ZELTO_CATALOGUE_NOT_CATALOGUE) << flags;
+            EXPECT_EQ(catalogue, nullptr);
+        }
+        for (auto mode : {catalogue::OpenMode::read_write, catalogue::OpenMode::read_only}) {
+            std::unique_ptr<catalogue::Catalogue> cat;
+            const catalogue::Status st = catalogue::Catalogue::open(file, cat, mode);
+            EXPECT_EQ(st.code, catalogue::Code::not_catalogue);
+            EXPECT_EQ(st.message, "catalogue " + file + ": " + f.reason);
+        }
+        EXPECT_TRUE(contents(file) == before) << "the file was changed";
+        EXPECT_FALSE(fs::exists(file + "-wal") || fs::exists(file + "-shm") || fs::exists(file + "-journal"));
+    }
+}
+
+// A catalogue made before the mark is read as it is, and marked when it is
+// next opened for writing.
+TEST_F(CatalogueDamage, UnmarkedCatalogueIsMarkedWhenWritten) {
+    EXPECT_EQ(pragma(path_, "application_id"), catalogue::kApplicationId);
+    EXPECT_EQ(pragma(path_, "user_version"), catalogue::kSchemaVersion);
+    sql(path_, "PRAGMA application_id = 0; PRAGMA user_version = 0;");
+    const std::string before = contents(path_);
     zelto_catalogue *catalogue = nullptr;
-    EXPECT_EQ(zelto_catalogue_open((dir_ + "/other.db").c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &catalogue),
-              ZELTO_CATALOGUE_DATABASE);
+    ASSERT_EQ(zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_READONLY, &catalogue), 0u);
+    zelto_catalogue_info info{};
+    EXPECT_EQ(zelto_catalogue_get_info(catalogue, &info), 0u);
+    EXPECT_EQ(info.albums, 3u);
+    zelto_catalogue_close(catalogue);
+    EXPECT_TRUE(contents(path_) == before);
+    EXPECT_EQ(pragma(path_, "application_id"), 0);
+    ASSERT_EQ(zelto_catalogue_open(path_.c_str(), 0, &catalogue), 0u);
+    zelto_catalogue_close(catalogue);
+    EXPECT_EQ(pragma(path_, "application_id"), catalogue::kApplicationId);
+    EXPECT_EQ(pragma(path_, "user_version"), catalogue::kSchemaVersion);
+    expect_earlier_albums();
+}
+
+// A catalogue in a read-only file inside a read-only folder (WAL mode, so
+// that its shared-memory file cannot be made) answers lookups and searches
+// when opened read-only; opening it for writing fails cleanly. Run as an
+// unprivileged user, for whom the modes hold.
+TEST_F(CatalogueDamage, ReadOnlyFileInReadOnlyFolder) {
+    const std::string before = contents(path_);
+    ASSERT_EQ(before.at(18), 2);  // the header's read version: WAL
+    ASSERT_EQ(chmod(path_.c_str(), 0444), 0);
+    ASSERT_EQ(chmod(dir_.c_str(), 0555), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(10);
+        zelto_catalogue *catalogue = nullptr;
+        if (zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_READONLY, &catalogue) != 0) _exit(11);
+        zelto_catalogue_info info{};
+        if (zelto_catalogue_get_info(catalogue, &info) != 0 || info.albums != 3) _exit(12);
+        zelto_catalogue_close(catalogue);
+        std::unique_ptr<catalogue::Catalogue> cat;
+        if (!catalogue::Catalogue::open(path_, cat, catalogue::OpenMode::read_only).ok()) _exit(13);
+        catalogue::TocResult toc;
+        if (!cat->lookup_toc(kEarlierToc, {}, toc).ok() || toc.kind != catalogue::MatchKind::single) _exit(14);
+        catalogue::TextQuery query;
+        query.album_title = "Lantrens of Glass";
+        catalogue::AlbumSearchResult found;
+        if (!cat->search_albums(query, {}, found).ok() || found.hits.size() != 1) _exit(15);
+        if (zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &catalogue) == 0) _exit(16);
+        _exit(0);
+    }
+    int wstatus = 0;
+    ASSERT_EQ(waitpid(child, &wstatus, 0), child);
+    chmod(dir_.c_str(), 0700);
+    chmod(path_.c_str(), 0644);
+    EXPECT_TRUE(WIFEXITED(wstatus));
+    EXPECT_EQ(WEXITSTATUS(wstatus), 0);
+    EXPECT_TRUE(contents(path_) == before);
 }
 
 }  // namespace

@@ -61,6 +61,32 @@ echo "not a database" > junk.db
 expect 4 "catalogue 'junk.db' is damaged or not a catalogue file" -- --catalogue junk.db catalogue info
 expect 4 "damaged or not a catalogue; SQLite's integrity check reports" -- --catalogue junk.db catalogue check
 
+# Another program's database (with an albums table) and an empty file are
+# refused by every command and stay byte for byte as they were.
+sqlite3 other.db "CREATE TABLE albums(id INTEGER PRIMARY KEY, title TEXT); INSERT INTO albums(title) VALUES('x');"
+: > empty.db
+for f in other.db empty.db; do
+  sum=$(md5sum < "$f")
+  expect 4 "'$f' is not a catalogue \((another program's database|an empty file)\); it was left unchanged" -- --catalogue "$f" catalogue info
+  expect 4 "is not a catalogue" -- --catalogue "$f" catalogue import "$src/data/sample"
+  expect 4 "is not a catalogue" -- --catalogue "$f" identify --toc "150 14672 27367 41225"
+  expect 4 "catalogue $f: not a catalogue" -- --catalogue "$f" catalogue check
+  [ "$(md5sum < "$f")" = "$sum" ] || fail "$f was changed"
+done
+
+# A catalogue in a read-only file and folder serves the commands that read,
+# run as an unprivileged user when the test runs as root.
+mkdir ro && cp cantrix.catalogue ro/ && chmod 0444 ro/cantrix.catalogue && chmod 0555 ro && chmod 0755 .
+as_user=()
+[ "$(id -u)" -eq 0 ] && as_user=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+for args in "identify --toc 1+3+41225+150+14672+27367" "search --album lanterns" "catalogue info"; do
+  out=$("${as_user[@]}" "$tool" --catalogue ro/cantrix.catalogue $args 2>&1) || fail "read-only $args: $out"
+done
+grep -q "albums: *37" <<<"$out" || fail "read-only catalogue info: $out"
+"${as_user[@]}" "$tool" --catalogue ro/cantrix.catalogue catalogue import "$src/data/sample" >/dev/null 2>&1 &&
+  fail "import into a read-only catalogue succeeded"
+chmod 0755 ro
+
 # SQLite's integrity check of a sound and of a damaged catalogue; ordinary
 # commands refuse the damaged one and leave it as it is.
 expect 0 "catalogue cantrix.catalogue: integrity check ok" -- catalogue check

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <unordered_set>
 
+#include <sys/stat.h>
+
 #include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue {
@@ -495,21 +497,145 @@ COMMIT;
 Catalogue::Catalogue() : impl_(std::make_unique<Impl>()) {}
 Catalogue::~Catalogue() = default;
 
-Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out) noexcept {
+namespace {
+
+// A path as an SQLite URI ("file:" and the path with %, ? and # escaped).
+std::string file_uri(const std::string &path) {
+    std::string uri = "file:";
+    for (char c : path) {
+        if (c == '%' || c == '?' || c == '#') {
+            char escaped[4];
+            std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned char>(c));
+            uri += escaped;
+        } else {
+            uri += c;
+        }
+    }
+    return uri;
+}
+
+// One integer answer of a pragma or query; false if it fails.
+bool query_int(sqlite3 *db, const char *sql, int64_t &out, int *rc_out = nullptr) {
+    sqlite3_stmt *stmt = nullptr;
+    int rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+    if (rc == SQLITE_OK) rc = sqlite3_step(stmt);
+    const bool ok = rc == SQLITE_ROW;
+    if (ok) out = sqlite3_column_int64(stmt, 0);
+    sqlite3_finalize(stmt);
+    if (rc_out) *rc_out = ok ? SQLITE_OK : (rc == SQLITE_DONE ? SQLITE_OK : sqlite3_errcode(db));
+    return ok;
+}
+
+// The mark of a catalogue, written only where it differs so that opening a
+// marked file writes nothing.
+Status mark(Catalogue::Impl &impl) {
+    int64_t id = 0, version = 0;
+    if (!query_int(impl.db, "PRAGMA application_id", id) || !query_int(impl.db, "PRAGMA user_version", version))
+        return impl.db_error("read the catalogue's mark");
+    if (id == kApplicationId && version == kSchemaVersion) return {};
+    const std::string sql = "PRAGMA application_id = " + std::to_string(kApplicationId) +
+                            "; PRAGMA user_version = " + std::to_string(kSchemaVersion) + ";";
+    return impl.exec(sql.c_str());
+}
+
+}  // namespace
+
+int open_read_only(const std::string &path, sqlite3 *&db) noexcept {
+    db = nullptr;
+    int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc != SQLITE_OK) return rc;
+    // The first read opens the file; a WAL file whose shared-memory file
+    // cannot be made (read-only folder) is read as immutable instead.
+    int64_t unused = 0;
+    int read_rc = SQLITE_OK;
+    if (query_int(db, "SELECT count(*) FROM sqlite_master", unused, &read_rc) || read_rc == SQLITE_OK) return SQLITE_OK;
+    const int primary = read_rc & 0xff;
+    if (primary != SQLITE_CANTOPEN && primary != SQLITE_READONLY) return read_rc;
+    sqlite3_close(db);
+    db = nullptr;
+    return sqlite3_open_v2((file_uri(path) + "?immutable=1").c_str(), &db,
+                           SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_URI, nullptr);
+}
+
+Status recognise(sqlite3 *db, bool &unmarked) noexcept {
+    return guarded([&]() -> Status {
+        unmarked = false;
+        int64_t id = 0, version = 0, pages = 0, tables = 0, schema_rows = 0;
+        int rc = SQLITE_OK;
+        if (!query_int(db, "PRAGMA page_count", pages, &rc))
+            return Status::error(Code::database, sqlite3_errstr(rc));
+        if (pages == 0) return Status::error(Code::not_catalogue, "not a catalogue: the file is empty");
+        if (!query_int(db, "PRAGMA application_id", id) || !query_int(db, "PRAGMA user_version", version) ||
+            !query_int(db,
+                       "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name IN "
+                       "('meta', 'albums', 'discs', 'tocs', 'tracks', 'lyrics')",
+                       tables))
+            return Status::error(Code::database, sqlite3_errmsg(db));
+        if (id == kApplicationId) {
+            if (version > kSchemaVersion)
+                return Status::error(Code::not_catalogue, "catalogue of a newer schema (" + std::to_string(version) +
+                                                              ") than this program reads (" +
+                                                              std::to_string(kSchemaVersion) + ")");
+            if (tables == 6) return {};
+            return Status::error(Code::database, "catalogue without its tables");
+        }
+        if (id != 0) {
+            char hex[16];
+            std::snprintf(hex, sizeof hex, "%08X", static_cast<uint32_t>(id));
+            return Status::error(Code::not_catalogue,
+                                 std::string("not a catalogue: an SQLite database of another program (application id 0x") +
+                                     hex + ")");
+        }
+        // Made before the mark: the catalogue's tables and its schema row.
+        if (tables == 6 &&
+            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2')", schema_rows) &&
+            schema_rows == 1) {
+            unmarked = true;
+            return {};
+        }
+        return Status::error(Code::not_catalogue, "not a catalogue: an SQLite database of another program");
+    });
+}
+
+Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out, OpenMode mode) noexcept {
     return guarded([&]() -> Status {
         if (path.empty()) return Status::error(Code::invalid_argument, "empty catalogue path");
         std::unique_ptr<Catalogue> cat(new Catalogue());
         Impl &impl = *cat->impl_;
-        int rc = sqlite3_open_v2(path.c_str(), &impl.db,
-                                 SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-        if (rc != SQLITE_OK) return impl.db_error(("open " + path).c_str());
+        const bool memory = path == ":memory:";
+        impl.read_only = mode == OpenMode::read_only && !memory;
+        auto refused = [&](const Status &st) { return Status::error(st.code, "catalogue " + path + ": " + st.message); };
+        bool unmarked = false;
+        if (impl.read_only) {
+            if (open_read_only(path, impl.db) != SQLITE_OK) return impl.db_error(("open " + path).c_str());
+            if (Status st = recognise(impl.db, unmarked); !st.ok()) return refused(st);
+        } else {
+            struct stat info;
+            if (!memory && ::stat(path.c_str(), &info) == 0) {
+                // An existing file is looked at read-only first: nothing is
+                // written to a file that is not a catalogue.
+                sqlite3 *probe = nullptr;
+                const int rc = open_read_only(path, probe);
+                Status st = rc == SQLITE_OK ? recognise(probe, unmarked)
+                                            : Status::error(Code::database, sqlite3_errstr(rc));
+                sqlite3_close(probe);
+                if (!st.ok()) return refused(st);
+            }
+            const int rc = sqlite3_open_v2(path.c_str(), &impl.db,
+                                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+            if (rc != SQLITE_OK) return impl.db_error(("open " + path).c_str());
+        }
         sqlite3_extended_result_codes(impl.db, 1);
         sqlite3_busy_timeout(impl.db, 5000);
-        Status st = impl.exec("PRAGMA foreign_keys = ON; PRAGMA synchronous = NORMAL;");
-        if (st.ok() && path != ":memory:") st = impl.exec("PRAGMA journal_mode = WAL;");
-        if (st.ok()) st = impl.exec(kSchema);
-        if (st.ok()) st = impl.exec(kMigrations);
-        if (!st.ok()) return Status::error(st.code, "catalogue " + path + ": " + st.message);
+        Status st = impl.exec("PRAGMA foreign_keys = ON;");
+        if (!impl.read_only) {
+            if (st.ok()) st = impl.exec("PRAGMA synchronous = NORMAL;");
+            if (st.ok() && !memory) st = impl.exec("PRAGMA journal_mode = WAL;");
+            if (st.ok()) st = impl.exec(kSchema);
+            if (st.ok()) st = impl.exec(kMigrations);
+            if (st.ok()) st = mark(impl);
+        }
+        if (!st.ok()) return refused(st);
         // A new or changed catalogue gets its word list at the first search.
         {
             Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'spelling'", st));

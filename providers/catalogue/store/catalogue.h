@@ -45,6 +45,7 @@ enum class Code {
     io_error,          // a file could not be read
     database,          // SQLite reported a failure
     no_memory,
+    not_catalogue,     // the file is empty or another program's database: left untouched
 };
 
 struct Status {
@@ -453,10 +454,36 @@ struct FingerprintCounts {
 
 // ---- The catalogue -----------------------------------------------------------
 
+// ---- Recognising a catalogue file -----------------------------------------------
+//
+// A catalogue marks its file with SQLite's application id kApplicationId and
+// its schema number in the user version. Files made before the mark are
+// recognised by their tables and schema row, and marked when next opened
+// for writing. Anything else (another program's database, even one with an
+// `albums` table, or an empty file) is refused with not_catalogue and never
+// written to.
+constexpr int32_t kApplicationId = 0x5A435443;  // "ZCTC"
+constexpr int32_t kSchemaVersion = 2;
+
+enum class OpenMode {
+    read_write,  // created if missing; an unmarked catalogue is marked
+    read_only,   // the file must exist; nothing is ever written (also for a
+                 // read-only file or folder, in any journal mode)
+};
+
+// Opens a read-only connection to a file that exists, able to read a WAL
+// file in a folder where its shared-memory file cannot be made. Returns the
+// SQLite result code; `db` is set (also on failure, to be closed).
+int open_read_only(const std::string &path, sqlite3 *&db) noexcept;
+// Whether the database behind `db` is a catalogue (see above): not_catalogue
+// with the reason if not; `unmarked` tells a catalogue made before the mark.
+Status recognise(sqlite3 *db, bool &unmarked) noexcept;
+
 class Catalogue {
    public:
-    // Opens or creates a catalogue file (":memory:" for a private one).
-    static Status open(const std::string &path, std::unique_ptr<Catalogue> &out) noexcept;
+    // Opens a catalogue file (":memory:" for a private one); see OpenMode.
+    static Status open(const std::string &path, std::unique_ptr<Catalogue> &out,
+                       OpenMode mode = OpenMode::read_write) noexcept;
     ~Catalogue();
     Catalogue(const Catalogue &) = delete;
     Catalogue &operator=(const Catalogue &) = delete;

@@ -57,6 +57,7 @@ struct Catalogue::Impl {
     std::map<std::string, sqlite3_stmt *, std::less<>> cache;
     int tx_depth = 0;
     bool spelling_stale = true;
+    bool read_only = false;  // the word list is used as it is, never rebuilt
 
     ~Impl();
 

@@ -66,7 +66,9 @@ class Searcher {
    public:
     explicit Searcher(Catalogue::Impl &impl) : impl_(impl) {}
 
-    Status prepare_spelling() { return impl_.spelling_stale ? impl_.refresh_spelling() : Status{}; }
+    Status prepare_spelling() {
+        return impl_.spelling_stale && !impl_.read_only ? impl_.refresh_spelling() : Status{};
+    }
 
     // FTS expression of a field (words ANDed), empty if it has no words.
     Status field_expr(std::string_view text, std::string &expr) {

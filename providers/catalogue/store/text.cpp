@@ -306,6 +306,7 @@ const char *code_name(Code code) {
         case Code::io_error: return "i/o error";
         case Code::database: return "database error";
         case Code::no_memory: return "out of memory";
+        case Code::not_catalogue: return "not a catalogue";
     }
     return "unknown";
 }
