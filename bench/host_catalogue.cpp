@@ -4,6 +4,7 @@
 //   catalogue_bench import DB RELEASES.jsonl   import and report throughput
 //   catalogue_bench bench DB [benchmark flags]  lookups and searches
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <cstdio>
@@ -77,6 +78,24 @@ void search_bench(benchmark::State &state, int mode) {
     state.counters["found_share"] = static_cast<double>(found) / static_cast<double>(state.iterations());
 }
 
+// One word of state.range(0) letters: the spelling correction and the text
+// match must stay bounded in time and memory whatever its length. The peer
+// in the same run is search/album_title_misspelt; max_rss_mb is the
+// process's peak so far.
+void long_word_bench(benchmark::State &state) {
+    const std::string word(static_cast<size_t>(state.range(0)), 'q');
+    for (auto _ : state) {
+        TextQuery q;
+        q.album_title = word;
+        AlbumSearchResult r;
+        g_cat->search_albums(q, {1, 10}, r);
+        benchmark::DoNotOptimize(r);
+    }
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    state.counters["max_rss_mb"] = static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
 void artist_bench(benchmark::State &state) {
     size_t i = 0;
     for (auto _ : state) {
@@ -134,6 +153,11 @@ int main(int argc, char **argv) {
     benchmark::RegisterBenchmark("search/track_title_and_artist", search_bench, 2)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("search/artist_albums", search_bench, 3)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("search/artists", artist_bench)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("search/long_word", long_word_bench)
+        ->Arg(3000)
+        ->Arg(100000)
+        ->Arg(1000000)
+        ->Unit(benchmark::kMillisecond);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

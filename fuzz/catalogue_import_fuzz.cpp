@@ -7,10 +7,15 @@
 //    the album count grows by the albums stored less those replaced;
 //  - the album that was there before is still found by its TOC;
 //  - every album the parser accepts has folded titles that fold to
-//    themselves, and a TOC text that reads back to the same offsets.
+//    themselves, and a TOC text that reads back to the same offsets;
+//  - the streaming importer agrees with the whole-document parser: a
+//    release the parser accepts, written k times as JSON lines, as an
+//    array, pretty-printed or in a {"releases": [...]} list, stores and
+//    skips k times what the release alone does.
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fuzz/fuzz_support.h"
 #include "providers/catalogue/store/catalogue.h"
@@ -53,6 +58,37 @@ void check_parsed(const catalogue::Album &album) {
         }
 }
 
+struct Counts {
+    uint64_t imported = 0, skipped = 0;
+};
+
+Counts import_counts(catalogue::Catalogue &cat, const std::string &text) {
+    require(cat.begin().ok(), "begin");
+    catalogue::ImportReport report;
+    require(cat.import_musicbrainz_text(text, report).ok(), "import", text);
+    require(cat.rollback().ok(), "rollback");
+    return {report.imported, report.skipped};
+}
+
+void check_shapes(catalogue::Catalogue &cat, const std::string &release) {
+    const Counts one = import_counts(cat, release);
+    struct Shape {
+        std::string text;
+        uint64_t copies;
+    };
+    std::vector<Shape> shapes = {
+        {"[" + release + "]", 1},
+        {"[\n  " + release + ",\n  " + release + "\n]\n", 2},
+        {"{\"releases\": [" + release + ", " + release + "]}", 2},
+        {release + "\n" + release, 2},
+    };
+    for (const Shape &shape : shapes) {
+        const Counts got = import_counts(cat, shape.text);
+        require(got.imported == shape.copies * one.imported && got.skipped == shape.copies * one.skipped,
+                "streamed shapes agree with the release alone", shape.text);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -86,5 +122,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
             "the earlier album is still found");
     require(cat->rollback().ok(), "rollback");
+    // A single release object: the lines shape needs it on one line.
+    if (!xmcd && parse.ok() && text.find('\n') == std::string_view::npos && text.find('\r') == std::string_view::npos &&
+        text.find_first_not_of(" \t") != std::string_view::npos && text[text.find_first_not_of(" \t")] == '{')
+        check_shapes(*cat, std::string(text));
     return 0;
 }

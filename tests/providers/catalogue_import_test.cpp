@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sstream>
 #include <unistd.h>
 
 #include "catalogue_fixtures.h"
+#include "providers/catalogue/store/json_stream.h"
 
 using namespace catalogue;
 using catalogue_test::open_memory;
@@ -98,6 +100,52 @@ TEST(CatalogueImport, MusicBrainzRelease) {
     ASSERT_EQ(r.kind, MatchKind::single);
     EXPECT_EQ(r.hits[0].tui, "rel-a");
     EXPECT_EQ(r.hits[0].album_track_count, 4u);
+}
+
+// Release JSON split into records while it is read: each shape gives its
+// records with the line they start on; records too deep or unfinished are
+// reported and read past without being kept.
+TEST(CatalogueImport, JsonRecordsOfEachShape) {
+    using Kind = JsonRecord::Kind;
+    struct Expected {
+        Kind kind;
+        uint64_t line;
+        std::string text_or_why;
+    };
+    const std::string deep(100, '[');
+    const struct {
+        const char *name;
+        std::string input;
+        std::vector<Expected> records;
+    } cases[] = {
+        {"lines", "{\"a\":1}\n\n  {\"b\":[2]}  \n", {{Kind::document, 1, "{\"a\":1}"}, {Kind::document, 3, "  {\"b\":[2]}  "}}},
+        {"array", "\xEF\xBB\xBF[ {\"a\":\"]}\\\"\"},\n{\"b\":{}} ]",
+         {{Kind::release, 1, "{\"a\":\"]}\\\"\"}"}, {Kind::release, 2, "{\"b\":{}}"}}},
+        {"one after another", "{\n\"a\":1}\n{\"b\":2} {\"c\":3}",
+         {{Kind::document, 1, "{\n\"a\":1}"}, {Kind::document, 3, "{\"b\":2}"}, {Kind::document, 3, "{\"c\":3}"}}},
+        {"list object", "{\"releases\":[{\"a\":1}]}", {{Kind::document, 1, "{\"releases\":[{\"a\":1}]}"}}},
+        {"deep", deep, {{Kind::bad, 1, "record nested more than 64 deep"}}},
+        {"unfinished list", "[{\"a\":1},", {{Kind::release, 1, "{\"a\":1}"}, {Kind::bad, 1, "the input ends inside the list of releases"}}},
+        {"deep line", "{\"a\":1}\n{\"b\":" + deep + "\n{\"c\":3}\n",
+         {{Kind::document, 1, "{\"a\":1}"}, {Kind::bad, 2, "record nested more than 64 deep"}, {Kind::document, 3, "{\"c\":3}"}}},
+        {"unfinished", "[{\"a\":1}, {\"b\":", {{Kind::release, 1, "{\"a\":1}"}, {Kind::bad, 1, "the input ends inside a record"}}},
+        {"not JSON", "DTITLE=x", {{Kind::bad, 1, "not JSON"}}},
+        {"empty", " \n ", {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::istringstream in(c.input);
+        JsonRecordReader reader(in);
+        std::vector<Expected> got;
+        for (JsonRecord r; reader.next(r);) got.push_back({r.kind, r.line, r.kind == Kind::bad ? r.why : r.text});
+        ASSERT_EQ(got.size(), c.records.size());
+        for (size_t i = 0; i < got.size(); ++i) {
+            EXPECT_EQ(got[i].kind, c.records[i].kind) << i;
+            EXPECT_EQ(got[i].line, c.records[i].line) << i;
+            EXPECT_EQ(got[i].text_or_why, c.records[i].text_or_why) << i;
+        }
+        EXPECT_EQ(reader.bytes_read(), c.input.size());
+    }
 }
 
 TEST(CatalogueImport, MalformedReleasesAreSkippedWithMessages) {

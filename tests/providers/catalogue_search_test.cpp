@@ -76,6 +76,8 @@ TEST(CatalogueText, EditDistanceAndSimilarity) {
     EXPECT_EQ(edit_distance("lantrnes", "lanterns"), 2u);
     EXPECT_EQ(edit_distance("café", "cafe"), 1u);  // by code points, not bytes
     EXPECT_EQ(edit_distance("", "abc"), 3u);
+    EXPECT_EQ(edit_distance(std::string(200000, 'q'), "quq"), 199998u);  // memory of the shorter text
+    EXPECT_EQ(text_similarity(std::string(200000, 'q'), "qqqq"), 0u);
     EXPECT_EQ(text_similarity("Lanterns of Glass", "lanterns of glass"), 100u);
     EXPECT_EQ(text_similarity("Cafe Noir", "Café Noir"), 100u);
     // "glas" is a prefix of "glass" (90), "lanterns" exact (100): 2 * 190 / 4.
@@ -145,6 +147,40 @@ TextQuery album_title(const char *t) {
 }
 
 }  // namespace
+
+// A query is searched by its first kMaxQueryWords words, and only short
+// words are corrected: one huge word or a flood of words costs a bounded
+// amount of work (a 1,000,000-letter word once took memory growing with
+// its square) and still finds what its first words name.
+TEST(CatalogueSearch, QueriesAreBounded) {
+    std::string many;
+    for (int i = 0; i < 40; ++i) many += "w" + std::to_string(i) + " ";
+    std::string first32;
+    for (int i = 0; i < 32; ++i) first32 += (i ? " w" : "w") + std::to_string(i);
+    EXPECT_EQ(bounded_query(many), first32);
+    EXPECT_EQ(bounded_query(" Lanterns, of GLASS! "), "lanterns of glass");
+    EXPECT_EQ(bounded_query("!!!"), "");
+
+    SearchCatalogue s;
+    std::string flood = "lanterns glass";
+    for (int i = 0; i < 100000; ++i) flood += " lanterns";
+    const struct {
+        std::string query;
+        size_t hits;
+    } cases[] = {
+        {std::string(1000000, 'q'), 0},
+        {"lanterns " + std::string(1000000, 'x'), 0},
+        {std::string(300000, 'x') + "Ã©", 0},
+        {flood, 1},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(s.albums(album_title(c.query.c_str())).hits.size(), c.hits);
+        LyricQuery lyric;
+        lyric.fragment = c.query;
+        LyricSearchResult lyrics;
+        EXPECT_TRUE(s.cat->search_lyrics(lyric, {1, 10}, lyrics).ok());
+    }
+}
 
 TEST(CatalogueSearch, AlbumTitleExactMisspeltAndAccented) {
     SearchCatalogue s;

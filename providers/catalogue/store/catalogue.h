@@ -352,8 +352,19 @@ std::string fold(std::string_view text);
 // Words of a search key (split at blanks).
 std::vector<std::string> fold_words(std::string_view text);
 // Edit distance of two texts, in code points; a transposition of two
-// neighbours counts as one edit.
+// neighbours counts as one edit. Memory grows with the shorter text.
 uint32_t edit_distance(std::string_view a, std::string_view b);
+// Number of code points of a UTF-8 text (an invalid byte counts as one).
+size_t code_point_count(std::string_view text);
+// A search query's bounds: a field is searched by its first kMaxQueryWords
+// words, and only words of at most kMaxCorrectedWord characters are
+// corrected, so that no query costs more than a fixed amount of memory and
+// time, whatever its words.
+constexpr size_t kMaxQueryWords = 32;
+constexpr size_t kMaxCorrectedWord = 40;
+// The search key of a query field (see fold), cut after its first
+// kMaxQueryWords words.
+std::string bounded_query(std::string_view text);
 // Similarity 0..100 of a query text and a candidate text by their words:
 // each query word is paired with its best candidate word (equal 1, prefix
 // of it 0.9, one edit 0.75, two edits 0.5), and the sum is weighed against

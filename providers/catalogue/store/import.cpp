@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "providers/catalogue/store/catalogue_internal.h"
+#include "providers/catalogue/store/json_stream.h"
 
 namespace catalogue {
 
@@ -536,44 +537,31 @@ Status releases_of_document(ImportRun &run, const json &doc, const std::string &
     return {};
 }
 
+// Release JSON read one record at a time (see json_stream.h): memory stays
+// bounded by the largest record, whatever the file's size or shape.
 Status import_musicbrainz_stream(ImportRun &run, std::istream &in, const std::string &name) {
-    // One release per line when the first non-blank line is a whole object;
-    // otherwise the whole input is one document.
-    std::string first;
-    uint64_t line_no = 0;
-    while (std::getline(in, first)) {
-        ++line_no;
-        if (!trim(first).empty()) break;
-    }
-    json head = json::parse(first, nullptr, false);
-    if (!head.is_discarded() && head.is_object()) {
-        run.add_bytes(first.size() + 1);
-        Status st = releases_of_document(run, head, name + ":" + std::to_string(line_no));
-        std::string line;
-        while (st.ok() && !run.stopped() && std::getline(in, line)) {
-            ++line_no;
-            run.add_bytes(line.size() + 1);
-            if (trim(line).empty()) continue;
-            json doc = json::parse(line, nullptr, false);
-            std::string where = name + ":" + std::to_string(line_no);
-            if (doc.is_discarded()) {
-                Album unused;
-                st = run.album(Status::error(Code::bad_record, "not valid JSON"), unused, where);
-            } else {
-                st = releases_of_document(run, doc, where);
-            }
+    JsonRecordReader reader(in);
+    JsonRecord record;
+    Status st;
+    uint64_t done = 0;
+    while (st.ok() && !run.stopped() && reader.next(record)) {
+        run.add_bytes(reader.bytes_read() - done);
+        done = reader.bytes_read();
+        const std::string where = name + ":" + std::to_string(record.line);
+        Album album;
+        if (record.kind == JsonRecord::Kind::bad) {
+            st = run.album(Status::error(Code::bad_record, record.why), album, where);
+            continue;
         }
-        return st;
+        json doc = json::parse(record.text, nullptr, false);
+        if (doc.is_discarded())
+            st = run.album(Status::error(Code::bad_record, "not valid JSON"), album, where);
+        else if (record.kind == JsonRecord::Kind::document)
+            st = releases_of_document(run, doc, where);
+        else
+            st = run.album(guarded([&] { return release_from_json(doc, album); }), album, where);
     }
-    std::string rest(std::istreambuf_iterator<char>(in), {});
-    std::string all = first + "\n" + rest;
-    run.add_bytes(all.size());
-    json doc = json::parse(all, nullptr, false);
-    if (doc.is_discarded()) {
-        Album unused;
-        return run.album(Status::error(Code::bad_record, "not valid JSON"), unused, name);
-    }
-    return releases_of_document(run, doc, name);
+    return st;
 }
 
 Status import_lyrics_stream(ImportRun &run, std::istream &in, const std::string &name) {

@@ -630,8 +630,8 @@ class Searcher {
     // at least three characters long) and, if no indexed word starts with
     // it, the closest indexed spellings.
     Status word_alternatives(const std::string &word, std::string &out, WordTerms *terms = nullptr) {
-        std::vector<std::string> chars = characters(word);
-        bool prefix = chars.size() >= 3;
+        const size_t length = code_point_count(word);
+        bool prefix = length >= 3;
         out = "(\"" + word + "\"" + (prefix ? " *" : "");
         if (terms) terms->push_back({word, prefix});
         Status st;
@@ -642,7 +642,8 @@ class Searcher {
             q.bind(1, word);
             known = q.step() == SQLITE_ROW;
         }
-        if (!known && chars.size() >= 4) {
+        if (!known && length >= 4 && length <= kMaxCorrectedWord) {
+            const std::vector<std::string> chars = characters(word);
             std::vector<std::pair<uint32_t, std::string>> close;
             bool ascii = chars.size() == word.size();
             // Every single edit of an ASCII word, looked up directly: this
@@ -714,6 +715,15 @@ class Searcher {
 
 namespace {
 
+// A query cut to its bounds (see bounded_query): what the searches see.
+TextQuery bounded(const TextQuery &q) {
+    return {bounded_query(q.album_title), bounded_query(q.album_artist), bounded_query(q.track_title),
+            bounded_query(q.track_artist), bounded_query(q.artist),      bounded_query(q.composer)};
+}
+LyricQuery bounded(const LyricQuery &q) {
+    return {bounded_query(q.title), bounded_query(q.artist), bounded_query(q.fragment)};
+}
+
 // Runs one search under the catalogue's lock and keeps the asked page of
 // its hits.
 template <typename Impl, typename Result, typename Search>
@@ -735,30 +745,31 @@ Status paged_search(Impl &impl, Range range, Result &out, Search search) {
 
 Status Catalogue::search_albums(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept {
     return guarded([&] {
-        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<AlbumHit> &all) { return s.albums(query, all); });
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<AlbumHit> &all) { return s.albums(bounded(query), all); });
     });
 }
 
 Status Catalogue::search_tracks(const TextQuery &query, Range range, TrackSearchResult &out) noexcept {
     return guarded([&] {
-        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<TrackHit> &all) { return s.tracks(query, all); });
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<TrackHit> &all) { return s.tracks(bounded(query), all); });
     });
 }
 
 Status Catalogue::search_artists(std::string_view name, Range range, ArtistSearchResult &out) noexcept {
     return guarded([&] {
-        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<ArtistHit> &all) { return s.artists(name, all); });
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<ArtistHit> &all) { return s.artists(bounded_query(name), all); });
     });
 }
 
 Status Catalogue::search_lyrics(const LyricQuery &query, Range range, LyricSearchResult &out) noexcept {
     return guarded([&] {
-        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<LyricHit> &all) { return s.lyrics(query, all); });
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<LyricHit> &all) { return s.lyrics(bounded(query), all); });
     });
 }
 
-Status Catalogue::search_matches(const TextQuery &query, Range range, MatchSearchResult &out) noexcept {
+Status Catalogue::search_matches(const TextQuery &given, Range range, MatchSearchResult &out) noexcept {
     return guarded([&]() -> Status {
+        const TextQuery query = bounded(given);
         if (Status st = check_range(range); !st.ok()) return st;
         std::lock_guard lock(impl_->mutex);
         Searcher searcher(*impl_);

@@ -162,22 +162,44 @@ std::vector<std::string> fold_words(std::string_view text) {
 
 uint32_t edit_distance(std::string_view a, std::string_view b) {
     // Optimal string alignment: insertions, deletions, substitutions and
-    // transpositions of neighbours each cost one.
+    // transpositions of neighbours each cost one. Three rows of the table
+    // are kept, so memory grows with the shorter text only.
     std::u32string x = code_points(a), y = code_points(b);
-    size_t w = y.size() + 1;
-    std::vector<uint32_t> d((x.size() + 1) * w);
-    for (size_t j = 0; j < w; ++j) d[j] = static_cast<uint32_t>(j);
+    if (y.size() > x.size()) std::swap(x, y);
+    const size_t w = y.size() + 1;
+    std::vector<uint32_t> before(w), previous(w), row(w);
+    for (size_t j = 0; j < w; ++j) previous[j] = static_cast<uint32_t>(j);
     for (size_t i = 1; i <= x.size(); ++i) {
-        d[i * w] = static_cast<uint32_t>(i);
+        row[0] = static_cast<uint32_t>(i);
         for (size_t j = 1; j <= y.size(); ++j) {
             uint32_t cost = x[i - 1] == y[j - 1] ? 0 : 1;
-            uint32_t v = std::min({d[(i - 1) * w + j] + 1, d[i * w + j - 1] + 1, d[(i - 1) * w + j - 1] + cost});
-            if (i > 1 && j > 1 && x[i - 1] == y[j - 2] && x[i - 2] == y[j - 1])
-                v = std::min(v, d[(i - 2) * w + j - 2] + 1);
-            d[i * w + j] = v;
+            uint32_t v = std::min({previous[j] + 1, row[j - 1] + 1, previous[j - 1] + cost});
+            if (i > 1 && j > 1 && x[i - 1] == y[j - 2] && x[i - 2] == y[j - 1]) v = std::min(v, before[j - 2] + 1);
+            row[j] = v;
+        }
+        std::swap(before, previous);
+        std::swap(previous, row);
+    }
+    return previous[y.size()];
+}
+
+size_t code_point_count(std::string_view text) {
+    size_t n = 0;
+    for (size_t i = 0; i < text.size(); ++n) next_code_point(text, i);
+    return n;
+}
+
+std::string bounded_query(std::string_view text) {
+    std::string key = fold(text);
+    size_t words = 0;
+    for (size_t pos = 0; pos < key.size(); ++pos) {
+        if (key[pos] != ' ') continue;
+        if (++words == kMaxQueryWords) {
+            key.resize(pos);
+            break;
         }
     }
-    return d[x.size() * w + y.size()];
+    return key;
 }
 
 namespace {
@@ -187,6 +209,9 @@ uint32_t word_closeness(const std::string &q, const std::string &c) {
     if (q == c) return 100;
     if (q.size() >= 3 && c.size() > q.size() && c.compare(0, q.size(), q) == 0) return 90;
     if (q.size() < 4) return 0;
+    // Texts whose lengths differ by more than two are more than two edits apart.
+    const size_t lq = code_point_count(q), lc = code_point_count(c);
+    if (lq > lc + 2 || lc > lq + 2) return 0;
     uint32_t d = edit_distance(q, c);
     if (d == 1) return 75;
     if (d == 2 && q.size() >= 6) return 50;
