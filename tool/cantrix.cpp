@@ -10,6 +10,7 @@
 // Exit codes are listed in kUsage below.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -40,16 +41,20 @@ enum Exit : int {
 
 constexpr const char *kDefaultCatalogue = "cantrix.catalogue";
 
-constexpr const char *kUsageText =
+// Help texts: the synopsis of every command, each command's own help, the
+// options all commands share, the exit codes.
+constexpr const char *kSynopsis =
     "usage: cantrix [options] identify --toc \"TOC\" [--toc-format auto|offsets|musicbrainz]\n"
     "       cantrix [options] identify --discid ID | --drive [DEVICE] | --log FILE\n"
     "       cantrix [options] identify --cue FILE [--leadout FRAMES]\n"
     "       cantrix [options] search [--artist A] [--album B] [--title T] [--composer C]\n"
     "                                [--album-artist A] [--track-artist A] [--lyric L] [--fragment F]\n"
     "                                [--kind albums|tracks|matches|lyrics]\n"
-    "       cantrix [options] catalogue import FILE...|DIR...\n"
-    "       cantrix [options] catalogue info\n"
-    "       cantrix [options] catalogue check   (SQLite's integrity check of the file)\n"
+    "       cantrix [options] catalogue import [--verbose] FILE...|DIR...\n"
+    "       cantrix [options] catalogue info | check | list | remove ID\n"
+    "       cantrix COMMAND --help | --help | --version\n";
+
+constexpr const char *kOptionsHelp =
     "\n"
     "options:\n"
     "  --catalogue PATH   catalogue file (default: ./cantrix.catalogue; import creates it)\n"
@@ -59,13 +64,25 @@ constexpr const char *kUsageText =
     "  --lang LANG        preferred language of the results (e.g. eng, deu)\n"
     "  --json             print the response as JSON\n"
     "  --progress         show lookup progress on stderr even when it is not a terminal\n"
-    "  --help             this text\n"
+    "  --verbose          (import) every skipped record with its reason\n"
+    "  -h, --help         help; after a command, that command's help\n"
+    "  --version          the versions of the tool and the library\n";
+
+constexpr const char *kIdentifyHelp =
+    "usage: cantrix [options] identify --toc \"TOC\" [--toc-format auto|offsets|musicbrainz]\n"
+    "       cantrix [options] identify --discid ID | --drive [DEVICE] | --log FILE\n"
+    "       cantrix [options] identify --cue FILE [--leadout FRAMES]\n"
     "\n"
-    "identify takes the disc's table of contents from one source; positions are frames\n"
-    "(1/75 s) as a drive counts them, the first track usually at 150:\n"
+    "identify takes the disc's table of contents (TOC) from one source. A TOC counts\n"
+    "frames of 1/75 s as a drive does: the first track of a plain disc starts at 150\n"
+    "(the 2-second pregap), each further number is where the next track starts, and\n"
+    "the last number is the lead-out, where the last track ends. A disc of 3 tracks\n"
+    "of 3:13.47, 2:49.20 and 3:04.58 (minutes:seconds.frames) is\n"
+    "  150  150+14522=14672  14672+12695=27367  27367+13858=41225  ->  \"150 14672 27367 41225\"\n"
     "  --toc TOC          \"150 14672 27367 41225\" (track offsets, then the lead-out) or\n"
     "                     \"1 3 41225 150 14672 27367\" (first and last track, lead-out, offsets:\n"
-    "                     the MusicBrainz form); the form is detected, or set by --toc-format\n"
+    "                     the MusicBrainz form); the form is detected, or set by --toc-format;\n"
+    "                     a first track at 0 (sector numbers) is taken as it is\n"
     "  --discid ID        a MusicBrainz disc ID or a freedb ID stored in the catalogue\n"
     "  --drive [DEVICE]   the CD in a drive (default: libdiscid's default drive), with its\n"
     "                     MCN and ISRCs where the drive reads them\n"
@@ -73,17 +90,47 @@ constexpr const char *kUsageText =
     "                     session when the sheet does not\n"
     "  --log FILE         a rip log of EAC, XLD, whipper or cyanrip\n"
     "                     (FILE \"-\" reads the CUE sheet or log from standard input)\n"
-    "identify prints the disc's MusicBrainz and freedb disc IDs before its matches.\n"
+    "identify prints the disc's MusicBrainz and freedb disc IDs before its matches; a\n"
+    "match on a release of several discs names the disc and lists that disc's tracks.\n";
+
+constexpr const char *kSearchHelp =
+    "usage: cantrix [options] search [--artist A] [--album B] [--title T] [--composer C]\n"
+    "                                [--album-artist A] [--track-artist A] [--lyric L] [--fragment F]\n"
+    "                                [--kind albums|tracks|matches|lyrics]\n"
+    "\n"
+    "search finds albums (default), tracks, albums and contributors (matches) or lyrics\n"
+    "by text; spelling, case and accents need not be exact. Each field needs letters or\n"
+    "digits. --range START:SIZE pages through the results (\"11 to 20 of 37\").\n";
+
+constexpr const char *kCatalogueHelp =
+    "usage: cantrix [options] catalogue import [--verbose] FILE...|DIR...\n"
+    "       cantrix [options] catalogue info\n"
+    "       cantrix [options] catalogue check\n"
+    "       cantrix [options] catalogue list [--range START:SIZE]\n"
+    "       cantrix [options] catalogue remove ID\n"
+    "\n"
+    "  import   MusicBrainz release JSON, xmcd disc files, lyrics records, or folders of\n"
+    "           them; says how many records were new, replaced or unchanged and why any\n"
+    "           were skipped (the first few, all with --verbose); exit 6 when nothing\n"
+    "           could be imported\n"
+    "  info     how many albums, discs, TOCs, tracks, artists and lyrics the file holds\n"
+    "  check    SQLite's integrity check of the file\n"
+    "  list     the albums, by artist and title, paged by --range (default 1:50)\n"
+    "  remove   removes the album of that ID (as list, search and identify show it)\n"
+    "  --json   prints import, info and list as JSON\n";
+
+constexpr const char *kExitHelp =
     "\n"
     "exit codes:\n"
     "  0  success; a lookup without result prints \"no match\" and also exits 0\n"
     "  2  usage error: unknown command or option, missing or malformed option value\n"
     "  3  input refused: a malformed TOC, CUE sheet or rip log (its line is named), a file\n"
-    "     or drive that cannot be read, or input the module refuses (invalid text, fields\n"
-    "     this kind of search does not take; its status is shown)\n"
+    "     or drive that cannot be read, a search text without letters or digits, or input\n"
+    "     the module refuses (invalid text, fields this kind of search does not take; its\n"
+    "     status is shown)\n"
     "  4  catalogue file missing or damaged or not readable as a catalogue\n"
     "  5  lookup failed or was aborted\n"
-    "  6  import failed\n"
+    "  6  import failed, or nothing at all was imported\n"
     "  70 internal failure (initialisation, out of memory)\n";
 
 // ---- Options ------------------------------------------------------------------------
@@ -100,7 +147,7 @@ struct Options {
     std::optional<disc::TocForm> toc_form;
     std::optional<uint32_t> leadout;
     std::optional<uint32_t> start, size;
-    bool single = false, json = false, progress = false, help = false;
+    bool single = false, json = false, progress = false, help = false, version = false, verbose = false;
     std::string lang;
     std::string kind = "albums";
     // Text fields in the order given: module field key, text.
@@ -131,6 +178,7 @@ Options parse(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         std::optional<std::string> inline_value;
+        if (arg == "-h") arg = "--help";
         if (arg.rfind("--", 0) == 0) {
             const size_t eq = arg.find('=');
             if (eq != std::string::npos) {
@@ -156,6 +204,10 @@ Options parse(int argc, char **argv) {
         }
         if (arg == "--help") {
             flag(o.help);
+        } else if (arg == "--version") {
+            flag(o.version);
+        } else if (arg == "--verbose") {
+            flag(o.verbose);
         } else if (arg == "--json") {
             flag(o.json);
         } else if (arg == "--single") {
@@ -225,7 +277,11 @@ Options parse(int argc, char **argv) {
             if (!known) usage_error("unknown option '" + arg + "'");
         }
     }
-    if (o.help) return o;
+    if (o.help || o.version) {
+        // The command, if any, chooses the help text.
+        if (!positional.empty()) o.command = positional[0];
+        return o;
+    }
     if (positional.empty()) usage_error("no command given");
     o.command = positional[0];
     size_t next = 1;
@@ -268,11 +324,16 @@ void report(const char *what, uint32_t status) {
 
 struct LookupProgress {
     bool show = false;
+    // Hits the first lookup of a find found in all (the provider's count,
+    // before the range cut it to a page); a completing lookup after it does
+    // not count.
+    std::optional<uint32_t> found_total;
 };
 
 void lookup_status(void *data, zelto_cantrix_query_handle, uint32_t status, uint32_t value1, uint32_t value2,
                    uint8_t *) {
     auto *p = static_cast<LookupProgress *>(data);
+    if (status == ZELTO_CANTRIX_STATUS_FOUND && !p->found_total) p->found_total = value1;
     if (!p->show || status == ZELTO_CANTRIX_STATUS_RELEASE) return;
     const char *what = status == ZELTO_CANTRIX_STATUS_STARTED    ? "started"
                        : status == ZELTO_CANTRIX_STATUS_SENT     ? "searching"
@@ -381,6 +442,7 @@ class Session {
 
     zelto_catalogue *catalogue() const { return catalogue_; }
     zelto_cantrix_query_handle query() const { return query_; }
+    std::optional<uint32_t> found_total() const { return progress_.found_total; }
 
    private:
     zelto_catalogue *catalogue_ = nullptr;
@@ -407,7 +469,16 @@ int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nu
         report("lookup failed", s);
         return kLookupFailed;
     }
-    const tool::Answer answer = tool::read_answer(response, o.kind);
+    tool::Answer answer = tool::read_answer(response, o.kind);
+    // Album, track and match responses number their rows from 1 whatever
+    // page was asked; the real place comes from the asked start and the
+    // provider's count of all hits.
+    if (const auto total = session.found_total(); total && !answer.rows.empty()) {
+        const uint32_t first = o.start.value_or(1);
+        answer.range_start = std::to_string(first);
+        answer.range_end = std::to_string(first + answer.rows.size() - 1);
+        answer.range_count = std::to_string(std::max<uint64_t>(*total, first + answer.rows.size() - 1));
+    }
     if (o.json)
         tool::print_json(answer, disc);
     else
@@ -482,11 +553,18 @@ int identify(const Options &o) {
         std::fprintf(stderr, "cantrix: %s\n", d.error().message.c_str());
         return kBadInput;
     }
-    for (const std::string &w : d->warnings) std::fprintf(stderr, "cantrix: warning: %s\n", w.c_str());
+    for (const std::string &w : d->warnings)
+        std::fprintf(stderr, "cantrix: warning: %s\n", tool::terminal_safe(w).c_str());
     return identify_disc(o, *d);
 }
 
 int search(const Options &o) {
+    for (const auto &[field, text] : o.fields)
+        if (!tool::has_word_characters(text)) {
+            std::fprintf(stderr, "cantrix: search text \"%s\" has no letters or digits to search for\n",
+                         tool::terminal_safe(text).c_str());
+            return kBadInput;
+        }
     Session session;
     if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
     if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
@@ -577,12 +655,37 @@ int catalogue_check(const Options &o) {
     return s == 0 ? kOk : (s == ZELTO_CATALOGUE_DATABASE ? kNoCatalogue : kInternal);
 }
 
+// The help of a command, or of everything when the command is unknown or
+// not given.
+void print_help(const std::string &command) {
+    struct CommandHelp {
+        const char *command, *text;
+    };
+    static constexpr CommandHelp kHelp[] = {
+        {"identify", kIdentifyHelp}, {"search", kSearchHelp}, {"catalogue", kCatalogueHelp}};
+    for (const auto &h : kHelp)
+        if (command == h.command) {
+            std::printf("%s%s%s", h.text, kOptionsHelp, kExitHelp);
+            return;
+        }
+    std::printf("%s%s\n%s%s", kSynopsis, kOptionsHelp, kIdentifyHelp, kExitHelp);
+}
+
+void print_version() {
+    std::printf("cantrix %s (libzelto_cantrix %s, built %s)\n", CANTRIX_VERSION, zelto_cantrix_get_version(),
+                zelto_cantrix_get_build_date());
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     const Options o = parse(argc, argv);
     if (o.help) {
-        std::fputs(kUsageText, stdout);
+        print_help(o.command);
+        return kOk;
+    }
+    if (o.version) {
+        print_version();
         return kOk;
     }
     if (o.command == "identify") return identify(o);

@@ -56,6 +56,33 @@ expect 0 "match score: " -- search --artist "Mira Solene" --album "Lantrens of G
 expect 0 "Paper Comets" -- search --kind tracks --title "paper comet"
 expect 3 "cannot search matches by the given fields: status 0x908101A4" -- search --kind matches --lyric "x"
 
+# Searches and pages: the real place and total of every kind of answer; rows
+# numbered by their place; a text without letters or digits refused.
+expect 0 "^2 results \(2 to 3 of 5\)" -- search --kind tracks --artist mira --range 2:2
+expect 0 "^\[3\] Mira Solenne - The Long Thaw" -- search --kind tracks --artist mira --range 2:2
+expect 0 "^1 result \(1 to 1 of 2\)" -- search --artist mira --range 1:1
+expect 0 '"range_start":2,"range_end":3,"range_count":5' -- search --json --kind tracks --artist mira --range 2:2
+expect 0 "^1 result \(1 to 1 of 1\)" -- identify --toc "150 14672 27367 41225"
+for text in "  " "..." " - / ! " "…¿ »"; do
+  expect 3 "search text \"$text\" has no letters or digits" -- search --title "$text"
+done
+
+# Help of each command, short options, version.
+expect 0 "^usage: cantrix \[options\] search" -- search --help
+expect 0 "frames of 1/75 s" -- identify -h
+expect 0 "catalogue remove ID" -- catalogue --help
+expect 0 "^cantrix [0-9]+\.[0-9]+\.[0-9]+ \(libzelto_cantrix " -- --version
+
+# Catalogue text is shown harmlessly on a terminal: escape sequences,
+# controls and reordering marks as visible escapes; JSON escapes them.
+printf '%s\n' '{"id": "esc-1", "title": "Evil\u001b]0;owned\u0007 Title\u0085", "artist-credit": [{"name": "Ab\u202eCd", "artist": {"id": "esc-a", "name": "Ab\u202eCd"}}], "media": [{"position": 1, "tracks": [{"position": 1, "title": "Bell\u0007 Song", "length": 1000}], "discs": [{"id": "x", "offsets": [150], "sectors": 9000}]}]}' > escape.json
+expect 0 "imported 1 of 1" -- --catalogue esc.catalogue catalogue import escape.json
+out=$("$tool" --catalogue esc.catalogue search --album "evil title" 2>&1)
+grep -qF 'Ab\u202eCd - Evil\x1b]0;owned\x07 Title\u0085' <<<"$out" || fail "escaped album line: $out"
+grep -qF 'Bell\x07 Song' <<<"$out" || fail "escaped track line: $out"
+LC_ALL=C grep -q $'[\x01-\x09\x0b-\x1f\x7f]' <<<"$out" && fail "raw control characters in the text output"
+expect 0 '"title":"Evil\\u001b\]0;owned\\u0007 Title' -- --catalogue esc.catalogue search --json --album "evil title"
+
 # A file that is not a catalogue.
 echo "not a database" > junk.db
 expect 4 "catalogue 'junk.db' is damaged or not a catalogue file" -- --catalogue junk.db catalogue info
