@@ -286,10 +286,11 @@ Options parse(int argc, char **argv) {
     o.command = positional[0];
     size_t next = 1;
     if (o.command == "catalogue") {
-        if (positional.size() < 2) usage_error("catalogue needs 'import', 'info' or 'check'");
+        if (positional.size() < 2) usage_error("catalogue needs 'import', 'info', 'check', 'list' or 'remove'");
         o.subcommand = positional[1];
         next = 2;
-        if (o.subcommand != "import" && o.subcommand != "info" && o.subcommand != "check")
+        if (o.subcommand != "import" && o.subcommand != "info" && o.subcommand != "check" && o.subcommand != "list" &&
+            o.subcommand != "remove")
             usage_error("unknown catalogue command '" + o.subcommand + "'");
     } else if (o.command != "identify" && o.command != "search") {
         usage_error("unknown command '" + o.command + "'");
@@ -297,7 +298,9 @@ Options parse(int argc, char **argv) {
     o.operands.assign(positional.begin() + static_cast<std::ptrdiff_t>(next), positional.end());
     if (o.command == "catalogue" && o.subcommand == "import" && o.operands.empty())
         usage_error("catalogue import needs files or directories");
-    if (!(o.command == "catalogue" && o.subcommand == "import") && !o.operands.empty())
+    if (o.command == "catalogue" && o.subcommand == "remove" && o.operands.size() != 1)
+        usage_error("catalogue remove needs the ID of one album (as list, search and identify show it)");
+    if (!(o.command == "catalogue" && (o.subcommand == "import" || o.subcommand == "remove")) && !o.operands.empty())
         usage_error("unexpected argument '" + o.operands[0] + "'");
     if (o.command == "identify" && !o.source && !o.disc_id)
         usage_error("identify needs one of --toc, --discid, --drive, --cue, --log");
@@ -578,35 +581,76 @@ int search(const Options &o) {
     return run_find(session, o);
 }
 
+// Why a record of an input was skipped.
+struct Skip {
+    std::string input, reason;
+};
+
 int catalogue_import(const Options &o) {
     Session session;
     if (int rc = session.open_catalogue(o.catalogue, true)) return rc;
     ImportProgress progress;
-    progress.show = o.progress || isatty(STDERR_FILENO);
-    int rc = kOk;
-    uint64_t imported = 0, skipped = 0, records = 0;
+    progress.show = !o.json && (o.progress || isatty(STDERR_FILENO));
+    bool failed = false;
+    zelto_catalogue_import_report total{};
+    std::vector<Skip> skips;     // the reasons the store kept ("FILE:LINE: why"), all inputs
+    std::vector<Skip> failures;  // inputs that could not be imported at all
     for (const auto &path : o.operands) {
         zelto_catalogue_import_report r{};
         progress.last_percent = -1;
         const uint32_t s = zelto_catalogue_import(session.catalogue(), path.c_str(), import_progress, &progress, &r);
         if (progress.show) std::fputc('\n', stderr);
-        for (uint32_t i = 0; i < 5; ++i)
-            if (const char *m = zelto_catalogue_import_message(session.catalogue(), i))
-                std::fprintf(stderr, "cantrix: %s: skipped: %s\n", path.c_str(), m);
+        for (uint32_t i = 0;; ++i) {
+            const char *m = zelto_catalogue_import_message(session.catalogue(), i);
+            if (!m) break;
+            skips.push_back({path, m});
+        }
         if (s != 0) {
-            std::fprintf(stderr, "cantrix: import of '%s' failed: 0x%08X: %s\n", path.c_str(), s,
-                         zelto_catalogue_last_message(session.catalogue()));
-            rc = kImportFailed;
+            char status[16];
+            std::snprintf(status, sizeof status, "0x%08X", s);
+            failures.push_back({path, std::string(status) + ": " + zelto_catalogue_last_message(session.catalogue())});
+            failed = true;
             continue;
         }
-        imported += r.imported;
-        skipped += r.skipped;
-        records += r.records;
+        total.records += r.records;
+        total.imported += r.imported;
+        total.replaced += r.replaced;
+        total.skipped += r.skipped;
     }
-    std::printf("imported %llu of %llu records into %s (%llu skipped)\n", static_cast<unsigned long long>(imported),
-                static_cast<unsigned long long>(records), o.catalogue.c_str(),
-                static_cast<unsigned long long>(skipped));
-    return rc;
+    auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
+    const uint64_t added = total.imported - total.replaced;
+    if (o.json) {
+        std::string out = "{\"catalogue\":" + tool::json_quote(o.catalogue);
+        const std::pair<const char *, uint64_t> counts[] = {{"records", total.records}, {"imported", total.imported},
+                                                            {"new", added},           {"replaced", total.replaced},
+                                                            {"skipped", total.skipped}};
+        for (const auto &[key, n] : counts) out += ",\"" + std::string(key) + "\":" + std::to_string(n);
+        for (const auto &[key, list] : {std::pair{"skips", &skips}, std::pair{"failures", &failures}}) {
+            out += ",\"" + std::string(key) + "\":[";
+            for (size_t i = 0; i < list->size(); ++i)
+                out += (i ? ",{\"input\":" : "{\"input\":") + tool::json_quote((*list)[i].input) +
+                       ",\"reason\":" + tool::json_quote((*list)[i].reason) + "}";
+            out += "]";
+        }
+        std::printf("%s}\n", out.c_str());
+    } else {
+        // The first few reasons, or all of them with --verbose.
+        constexpr size_t kFirstFew = 5;
+        const size_t shown = o.verbose ? skips.size() : std::min(skips.size(), kFirstFew);
+        for (size_t i = 0; i < shown; ++i)
+            std::fprintf(stderr, "cantrix: skipped: %s\n", tool::terminal_safe(skips[i].reason).c_str());
+        if (total.skipped > shown)
+            std::fprintf(stderr, "cantrix: ... and %llu more skipped%s\n", u(total.skipped - shown),
+                         o.verbose ? " (reasons not kept)" : " (--verbose lists them all)");
+        for (const Skip &f : failures)
+            std::fprintf(stderr, "cantrix: import of '%s' failed: %s\n", tool::terminal_safe(f.input).c_str(),
+                         tool::terminal_safe(f.reason).c_str());
+        std::printf("imported %llu of %llu records into %s (%llu new, %llu replaced, %llu skipped)\n",
+                    u(total.imported), u(total.records), o.catalogue.c_str(), u(added), u(total.replaced),
+                    u(total.skipped));
+    }
+    if (total.imported == 0 && !o.json) std::fprintf(stderr, "cantrix: nothing was imported\n");
+    return failed || total.imported == 0 ? kImportFailed : kOk;
 }
 
 int catalogue_info(const Options &o) {
@@ -630,6 +674,83 @@ int catalogue_info(const Options &o) {
                     "  artists: %llu\n  lyrics:  %llu\n",
                     o.catalogue.c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
                     u(info.artists), u(info.lyrics));
+    }
+    return kOk;
+}
+
+// One album of a list in JSON.
+std::string album_entry_json(const zelto_catalogue_album_entry &e) {
+    return "{\"id\":" + tool::json_quote(e.tui) + ",\"artist\":" + tool::json_quote(e.artist) +
+           ",\"title\":" + tool::json_quote(e.title) + (e.year ? ",\"year\":" + std::to_string(e.year) : "") +
+           ",\"discs\":" + std::to_string(e.discs) + ",\"tracks\":" + std::to_string(e.tracks) + "}";
+}
+
+// One album of a list as text: artist, title, year, size, identifier.
+void print_album_entry(const zelto_catalogue_album_entry &e) {
+    std::printf("%s - %s", tool::terminal_safe(e.artist).c_str(), tool::terminal_safe(e.title).c_str());
+    if (e.year) std::printf(" (%u)", e.year);
+    std::printf("  [%u disc%s, %u track%s]  id: %s\n", e.discs, e.discs == 1 ? "" : "s", e.tracks,
+                e.tracks == 1 ? "" : "s", tool::terminal_safe(e.tui).c_str());
+}
+
+// The albums of the catalogue, a page at a time.
+int catalogue_list(const Options &o) {
+    Session session;
+    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    constexpr uint32_t kPage = 50;
+    const uint32_t start = o.start.value_or(1), size = o.size.value_or(kPage);
+    uint32_t listed = 0, total = 0;
+    const uint32_t s = zelto_catalogue_list_albums(session.catalogue(), start, size, &listed, &total);
+    if (s != 0) {
+        std::fprintf(stderr, "cantrix: cannot list catalogue '%s': 0x%08X: %s\n", o.catalogue.c_str(), s,
+                     zelto_catalogue_last_message(session.catalogue()));
+        return kNoCatalogue;
+    }
+    std::vector<zelto_catalogue_album_entry> albums(listed);
+    for (uint32_t i = 0; i < listed; ++i) zelto_catalogue_listed_album(session.catalogue(), i, &albums[i]);
+    if (o.json) {
+        std::string out = "{\"catalogue\":" + tool::json_quote(o.catalogue);
+        if (listed)
+            out += ",\"range_start\":" + std::to_string(start) + ",\"range_end\":" + std::to_string(start + listed - 1);
+        out += ",\"range_count\":" + std::to_string(total) + ",\"albums\":[";
+        for (uint32_t i = 0; i < listed; ++i) out += (i ? "," : "") + album_entry_json(albums[i]);
+        std::printf("%s]}\n", out.c_str());
+        return kOk;
+    }
+    if (listed == 0) {
+        std::printf(total ? "no albums from number %u (the catalogue has %u)\n" : "the catalogue is empty\n", start,
+                    total);
+        return kOk;
+    }
+    std::printf("albums %u to %u of %u\n", start, start + listed - 1, total);
+    for (const auto &e : albums) print_album_entry(e);
+    if (start + listed - 1 < total)
+        std::printf("(more: --range %u:%u)\n", start + listed, size);
+    return kOk;
+}
+
+// Removes one album by its identifier.
+int catalogue_remove(const Options &o) {
+    Session session;
+    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    zelto_catalogue_album_entry removed{};
+    const uint32_t s = zelto_catalogue_remove_album(session.catalogue(), o.operands[0].c_str(), &removed);
+    if (s == ZELTO_CATALOGUE_NO_RESULT) {
+        std::fprintf(stderr, "cantrix: no album with the ID '%s' in %s ('cantrix catalogue list' shows the IDs)\n",
+                     tool::terminal_safe(o.operands[0]).c_str(), o.catalogue.c_str());
+        return kBadInput;
+    }
+    if (s != 0) {
+        std::fprintf(stderr, "cantrix: cannot remove '%s': 0x%08X: %s\n", tool::terminal_safe(o.operands[0]).c_str(),
+                     s, zelto_catalogue_last_message(session.catalogue()));
+        return kNoCatalogue;
+    }
+    if (o.json) {
+        std::printf("{\"catalogue\":%s,\"removed\":%s}\n", tool::json_quote(o.catalogue).c_str(),
+                    album_entry_json(removed).c_str());
+    } else {
+        std::printf("removed: ");
+        print_album_entry(removed);
     }
     return kOk;
 }
@@ -692,5 +813,7 @@ int main(int argc, char **argv) {
     if (o.command == "search") return search(o);
     if (o.subcommand == "import") return catalogue_import(o);
     if (o.subcommand == "check") return catalogue_check(o);
+    if (o.subcommand == "list") return catalogue_list(o);
+    if (o.subcommand == "remove") return catalogue_remove(o);
     return catalogue_info(o);
 }

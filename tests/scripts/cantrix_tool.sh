@@ -83,6 +83,34 @@ grep -qF 'Bell\x07 Song' <<<"$out" || fail "escaped track line: $out"
 LC_ALL=C grep -q $'[\x01-\x09\x0b-\x1f\x7f]' <<<"$out" && fail "raw control characters in the text output"
 expect 0 '"title":"Evil\\u001b\]0;owned\\u0007 Title' -- --catalogue esc.catalogue search --json --album "evil title"
 
+# Import: the first few reasons a record was skipped, all with --verbose;
+# exit 6 when nothing at all was imported; new and replaced records; JSON.
+for i in 1 2 3 4 5 6 7; do echo "{\"id\": \"bad-$i\"}"; done > bad.jsonl
+expect 6 "and 2 more skipped \(--verbose lists them all\)" -- --catalogue bad.catalogue catalogue import bad.jsonl
+expect 6 "nothing was imported" -- --catalogue bad.catalogue catalogue import bad.jsonl
+[ "$("$tool" --catalogue bad.catalogue catalogue import bad.jsonl 2>&1 | grep -c '^cantrix: skipped: ')" -eq 5 ] \
+  || fail "import without --verbose shows 5 reasons"
+[ "$("$tool" --catalogue bad.catalogue catalogue import --verbose bad.jsonl 2>&1 | grep -c 'bad.jsonl:[0-9]: release bad-[0-9]: no title')" -eq 7 ] \
+  || fail "import --verbose shows every reason"
+expect 6 '"imported":0,"new":0,"replaced":0,"skipped":7,"skips":\[\{"input":"bad.jsonl","reason":"bad.jsonl:1: ' -- \
+  --catalogue bad.catalogue catalogue import --json bad.jsonl
+expect 0 "imported 1 of 8 records into bad.catalogue \(1 new, 0 replaced, 7 skipped\)" -- \
+  --catalogue bad.catalogue catalogue import bad.jsonl escape.json
+expect 0 "\(0 new, 1 replaced, 0 skipped\)" -- --catalogue bad.catalogue catalogue import escape.json
+expect 0 '^\{"catalogue":"bad.catalogue","albums":1,' -- --catalogue bad.catalogue catalogue info --json
+
+# List and remove: pages of albums by artist and title; a removed album is
+# found no more, and a second removal is refused.
+expect 0 "^albums 2 to 3 of 37$" -- catalogue list --range 2:2
+expect 0 "^Anquora Isfaquo - Comet Echo Island \(2003\)  \[1 disc, 4 tracks\]  id: 8161a4ab-" -- catalogue list --range 2:2
+expect 0 '"range_start":36,"range_end":37,"range_count":37,"albums":\[\{"id":"xmcd-1d026b03-4802b7e9"' -- \
+  catalogue list --json --range 36:5
+expect 0 "^removed: Mira Solenne - Lanterns of Glass \(2004\)" -- catalogue remove d3ebff40-9370-1441-55b9-8c49c666c549
+expect 0 "^no match$" -- identify --toc "150 14672 27367 41225"
+expect 3 "no album with the ID 'd3ebff40-9370-1441-55b9-8c49c666c549'" -- catalogue remove d3ebff40-9370-1441-55b9-8c49c666c549
+expect 2 "catalogue remove needs the ID of one album" -- catalogue remove
+expect 0 "\(1 new, 36 replaced," -- catalogue import "$src/data/sample/releases.jsonl" "$src/data/sample/releases" "$src/data/sample/xmcd"
+
 # A file that is not a catalogue.
 echo "not a database" > junk.db
 expect 4 "catalogue 'junk.db' is damaged or not a catalogue file" -- --catalogue junk.db catalogue info
