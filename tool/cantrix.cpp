@@ -455,7 +455,8 @@ class Session {
     LookupProgress progress_;
 };
 
-int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nullptr) {
+// Runs the query's find; on success `answer` holds what came back.
+int find_answer(Session &session, const Options &o, tool::Answer &answer) {
     uint32_t (*find)(zelto_cantrix_query_handle, zelto_rvo_handle *) = zelto_cantrix_query_find_albums;
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
@@ -472,7 +473,7 @@ int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nu
         report("lookup failed", s);
         return kLookupFailed;
     }
-    tool::Answer answer = tool::read_answer(response, o.kind);
+    answer = tool::read_answer(response, o.kind);
     // Album, track and match responses number their rows from 1 whatever
     // page was asked; the real place comes from the asked start and the
     // provider's count of all hits.
@@ -482,29 +483,48 @@ int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nu
         answer.range_end = std::to_string(first + answer.rows.size() - 1);
         answer.range_count = std::to_string(std::max<uint64_t>(*total, first + answer.rows.size() - 1));
     }
+    return kOk;
+}
+
+void print_answer(const Options &o, const tool::Answer &answer, const disc::DiscRead *disc = nullptr) {
     if (o.json)
         tool::print_json(answer, disc);
     else
         tool::print_text(answer, disc);
-    return kOk;
 }
 
 // Identifies one disc by its audio session's TOC, passed offset by offset so
-// that a first track at frame 0 goes in too.
-int identify_disc(const Options &o, const disc::DiscRead &d) {
-    Session session;
-    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
-    if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
-    std::vector<uint32_t> offsets = d.toc.offsets;
-    offsets.push_back(d.toc.leadout);
-    for (uint32_t offset : offsets) {
-        const uint32_t s = zelto_cantrix_query_add_toc_offset(session.query(), offset);
-        if (s != 0) {
-            report(("TOC \"" + d.toc.offsets_text() + "\" refused").c_str(), s);
-            return kBadInput;
+// that a first track at frame 0 goes in too. A typed TOC that matches
+// nothing may be an Enhanced CD's whole TOC: it is tried once more with its
+// last track taken as the data track.
+int identify_disc(const Options &o, const disc::DiscRead &d, bool typed = false) {
+    tool::Answer answer;
+    {
+        Session session;
+        if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+        if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
+        std::vector<uint32_t> offsets = d.toc.offsets;
+        offsets.push_back(d.toc.leadout);
+        for (uint32_t offset : offsets) {
+            const uint32_t s = zelto_cantrix_query_add_toc_offset(session.query(), offset);
+            if (s != 0) {
+                report(("TOC \"" + d.toc.offsets_text() + "\" refused").c_str(), s);
+                std::fprintf(stderr, "  the library takes at most 100 rising numbers: the %s\n",
+                             disc::kOffsetsFormHelp);
+                return kBadInput;
+            }
         }
+        if (int rc = find_answer(session, o, answer)) return rc;
     }
-    return run_find(session, o, &d);
+    if (answer.rows.empty() && typed)
+        if (auto enhanced = disc::as_enhanced_cd(d)) {
+            std::fprintf(stderr, "cantrix: no match for the TOC as given; trying track %u as the data track of an "
+                                 "Enhanced CD (audio lead-out %u)\n",
+                         enhanced->disc.tracks.back().number, enhanced->toc.leadout);
+            return identify_disc(o, *enhanced);
+        }
+    print_answer(o, answer, &d);
+    return kOk;
 }
 
 // The discs of a disc ID, each by the TOC the catalogue holds for it.
@@ -558,7 +578,7 @@ int identify(const Options &o) {
     }
     for (const std::string &w : d->warnings)
         std::fprintf(stderr, "cantrix: warning: %s\n", tool::terminal_safe(w).c_str());
-    return identify_disc(o, *d);
+    return identify_disc(o, *d, request.kind == disc::SourceKind::toc);
 }
 
 int search(const Options &o) {
@@ -578,7 +598,10 @@ int search(const Options &o) {
             return kBadInput;
         }
     }
-    return run_find(session, o);
+    tool::Answer answer;
+    if (int rc = find_answer(session, o, answer)) return rc;
+    print_answer(o, answer);
+    return kOk;
 }
 
 // Why a record of an input was skipped.

@@ -141,20 +141,34 @@ void print_duration(const std::string &ms) {
 // The texts of a row as a terminal may show them.
 std::string shown(const std::string &text) { return terminal_safe(text); }
 
-void print_album_text(const Row &album) {
-    std::printf(" %s - %s", shown(album.artist).c_str(), shown(album.title).c_str());
-    if (!album.year.empty()) std::printf(" (%s)", shown(album.year).c_str());
-    std::putchar('\n');
-    std::printf("    tracks: %s", shown(album.track_count).c_str());
-    if (!album.genre.empty()) std::printf("  genre: %s", shown(album.genre).c_str());
-    std::printf("  id: %s\n", shown(album.tui).c_str());
-    for (const Row &track : album.tracks) {
+void print_track_lines(const Row &album, const std::vector<Row> &tracks) {
+    for (const Row &track : tracks) {
         std::printf("    %3s. %s", shown(track.number).c_str(), shown(track.title).c_str());
         // A track's artist is shown where it differs from the album's.
         if (!track.artist.empty() && track.artist != album.artist) std::printf(" - %s", shown(track.artist).c_str());
         print_duration(track.duration_ms);
         std::putchar('\n');
     }
+}
+
+// A release of several discs shows the disc that matched, with its own
+// tracks numbered on it; a release of one disc shows the album's tracks.
+void print_album_text(const Row &album) {
+    std::printf(" %s - %s", shown(album.artist).c_str(), shown(album.title).c_str());
+    if (!album.year.empty()) std::printf(" (%s)", shown(album.year).c_str());
+    std::putchar('\n');
+    const bool disc_of_several = !album.disc_number.empty() && !album.disc_count.empty() && album.disc_count != "1";
+    if (disc_of_several) {
+        std::printf("    disc %s of %s", shown(album.disc_number).c_str(), shown(album.disc_count).c_str());
+        if (!album.disc_title.empty()) std::printf(" \"%s\"", shown(album.disc_title).c_str());
+        std::printf("  tracks: %zu (%s on the release)", album.disc_tracks.size(), shown(album.track_count).c_str());
+    } else {
+        std::printf("    tracks: %s", shown(album.track_count).c_str());
+    }
+    if (!album.genre.empty()) std::printf("  genre: %s", shown(album.genre).c_str());
+    std::printf("  id: %s\n", shown(album.tui).c_str());
+    if (disc_of_several && !album.disc_toc.empty()) std::printf("    disc TOC: %s\n", shown(album.disc_toc).c_str());
+    print_track_lines(album, disc_of_several ? album.disc_tracks : album.tracks);
 }
 
 // The start of a lyric, cut at a character boundary, its lines indented.
@@ -240,6 +254,18 @@ void track_json(Json &j, const Row &track) {
     j.str("artist", track.artist);
     j.num("duration_ms", track.duration_ms);
     j.str("tui", track.tui);
+    j.num("disc", track.disc_number);
+}
+
+void tracks_json(Json &j, const std::vector<Row> &tracks) {
+    j.key("tracks");
+    j.open('[');
+    for (const Row &track : tracks) {
+        j.open('{');
+        track_json(j, track);
+        j.close('}');
+    }
+    j.close(']');
 }
 
 void row_json(Json &j, const Row &row) {
@@ -256,14 +282,20 @@ void row_json(Json &j, const Row &row) {
         j.num("track_count", row.track_count);
         j.str("tui", row.tui);
         j.str("toc", row.toc);
-        j.key("tracks");
-        j.open('[');
-        for (const Row &track : row.tracks) {
+        j.num("disc_count", row.disc_count);
+        j.num("disc_number", row.disc_number);
+        tracks_json(j, row.tracks);
+        if (!row.disc_number.empty()) {
+            // The matched disc: its TOC and its tracks numbered on it.
+            j.key("disc");
             j.open('{');
-            track_json(j, track);
+            j.num("number", row.disc_number);
+            j.str("title", row.disc_title);
+            j.str("toc", row.disc_toc);
+            j.num("track_count", std::to_string(row.disc_tracks.size()));
+            tracks_json(j, row.disc_tracks);
             j.close('}');
         }
-        j.close(']');
     } else if (row.context == ZELTO_CTX_TRACK) {
         track_json(j, row);
     } else if (row.context == ZELTO_CTX_CONTRIBUTOR) {

@@ -47,10 +47,12 @@ struct Row {
     std::string match_score, match_type, lookup_type;
     std::string title, artist;                       // albums, tracks, lyrics
     std::string year, genre, track_count, tui, toc;  // albums (tui: tracks too)
-    std::string number, duration_ms;                 // tracks
+    std::string number, duration_ms, disc_number;    // tracks (disc_number: albums too)
+    std::string disc_count, disc_title, disc_toc;    // albums: the release's discs, the matched disc's
     std::string name, collaboration;                 // contributors
     std::string text;                                // lyrics
     std::vector<Row> tracks;                         // an album's tracks
+    std::vector<Row> disc_tracks;                    // the matched disc's, numbered on the disc
 };
 
 // A response: the kind of search ("albums", "tracks", "matches", "lyrics"),

@@ -39,6 +39,46 @@ expect 0 "match type: FUZZY" -- identify --toc "300 14822 27517 41375"
 expect 0 '"title":"Lanterns of Glass"' -- identify --json --single --toc "150 14672 27367 41225"
 expect 0 "^no match$" -- identify --toc "150 50000 90000 150000"
 
+# Discs as drives give them. A release of four discs: the matched disc is
+# named, with its own tracks and TOC; disc 4 has a hidden track in the
+# pregap of track 1 (which starts at 20000); an Enhanced CD's whole TOC
+# (data track 11,400 frames after the audio lead-out) matches on its audio.
+cat > box.json <<'JSON'
+{"id": "box-4", "title": "Four Rooms", "date": "2011", "artist-credit": [{"name": "Ilse Varga"}], "media": [
+ {"position": 1, "discs": [{"id": "d1", "offsets": [150, 20000, 40000], "sectors": 60000}],
+  "tracks": [{"position": 1, "title": "Thaw"}, {"position": 2, "title": "Buds"}, {"position": 3, "title": "Rain"}]},
+ {"position": 2, "discs": [{"id": "d2", "offsets": [150, 30000], "sectors": 55000}],
+  "tracks": [{"position": 1, "title": "Heat"}, {"position": 2, "title": "Dust"}]},
+ {"position": 3, "title": "Autumn", "discs": [{"id": "d3", "offsets": [150, 15000, 30000, 45000], "sectors": 62000}],
+  "tracks": [{"position": 1, "title": "Leaves"}, {"position": 2, "title": "Fog", "length": 198000},
+             {"position": 3, "title": "Harvest"}, {"position": 4, "title": "Ember"}]},
+ {"position": 4, "discs": [{"id": "d4", "offsets": [20000, 40000], "sectors": 70000}],
+  "tracks": [{"position": 1, "title": "Frost"}, {"position": 2, "title": "Hearth"}]}]}
+JSON
+printf 'FILE "winter.wav" WAVE\n  TRACK 01 AUDIO\n    INDEX 00 00:00:00\n    INDEX 01 04:24:50\n  TRACK 02 AUDIO\n    INDEX 01 08:51:25\n' > winter.cue
+box=(--catalogue box.catalogue)
+expect 0 "imported 1 of 1" -- "${box[@]}" catalogue import box.json
+while IFS='|' read -r pattern args; do
+  eval "set -- $args"
+  expect 0 "$pattern" -- "${box[@]}" "$@"
+done <<'TABLE'
+disc 3 of 4 "Autumn"  tracks: 4 \(11 on the release\)  id: box-4|identify --toc "150 15000 30000 45000 62000"
+disc TOC: 150 15000 30000 45000 62000|identify --toc "150 15000 30000 45000 62000"
+^ +2\. Fog \(3:18\)$|identify --toc "150 15000 30000 45000 62000"
+"disc_count":4,"disc_number":3,|identify --json --toc "150 15000 30000 45000 62000"
+"disc":\{"number":3,"title":"Autumn","toc":"150 15000 30000 45000 62000","track_count":4,"tracks":\[\{"number":1,"title":"Leaves"|identify --json --toc "1 4 62000 150 15000 30000 45000"
+trying track 5 as the data track of an Enhanced CD \(audio lead-out 62000\)|identify --toc "150 15000 30000 45000 73400 90000"
+disc 3 of 4 "Autumn"|identify --toc "150 15000 30000 45000 73400 90000"
+disc 4 of 4  tracks: 2 |identify --toc "20000 40000 70000"
+match type: SINGLE|identify --toc "20000 40000 70000"
+disc 4 of 4  tracks: 2|identify --cue winter.cue --leadout 70000
+disc 3 of 4 "Autumn"|search --title harvest
+TABLE
+# A first track at frame 0 (sector numbers) goes to the library as it is
+# and finds the disc 150 frames later.
+expect 0 "Lanterns of Glass" -- identify --toc "0 14522 27217 41075"
+expect 0 "match type: FUZZY" -- identify --toc "0 14522 27217 41075"
+
 # Malformed TOCs: what is wrong, and the expected forms.
 expect 3 "malformed TOC \"150 100\": number 2 \(100\) is not greater than number 1 \(150\)" -- identify --toc "150 100"
 expect 3 "\"abc\" is not a number" -- identify --toc "12 abc"
