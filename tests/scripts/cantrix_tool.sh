@@ -151,6 +151,18 @@ expect 3 "no album with the ID 'd3ebff40-9370-1441-55b9-8c49c666c549'" -- catalo
 expect 2 "catalogue remove needs the ID of one album" -- catalogue remove
 expect 0 "\(1 new, 36 replaced," -- catalogue import "$src/data/sample/releases.jsonl" "$src/data/sample/releases" "$src/data/sample/xmcd"
 
+# The README's examples run as written against the sample catalogue, from
+# the top of the source tree (their scratch catalogue moved into $work).
+"$tool" --catalogue sample.catalogue catalogue import "$src/data/sample" > /dev/null
+examples=$(sed -n '/^    alias cantrix=/,/^Options:/p' "$src/README.md" | sed -n '/^    cantrix /s/^    cantrix //p')
+[ "$(wc -l <<<"$examples")" -ge 8 ] || fail "README examples not found"
+while read -r line; do
+  line=${line//\/tmp\/my.catalogue/$work/my.catalogue}
+  eval "set -- ${line%%#*}"
+  out=$(cd "$src" && "$tool" --catalogue "$work/sample.catalogue" "$@" 2>&1) || fail "README example 'cantrix $line': $out"
+  grep -q "no match" <<<"$out" && fail "README example 'cantrix $line' finds nothing"
+done <<<"$examples"
+
 # A file that is not a catalogue.
 echo "not a database" > junk.db
 expect 4 "catalogue 'junk.db' is damaged or not a catalogue file" -- --catalogue junk.db catalogue info
