@@ -24,6 +24,7 @@
 #include "tool/disc/source.h"
 #include "tool/results.h"
 #ifdef CANTRIX_HAVE_AUDIO
+#include "tool/audio/decoder.h"
 #include "tool/audio/fingerprinter.h"
 #include "tool/audio/library.h"
 #include "tool/audio/scan.h"
@@ -79,8 +80,8 @@ constexpr const char *kUsageText =
     "  --discid ID        a MusicBrainz disc ID or a freedb ID stored in the catalogue\n"
     "  --drive [DEVICE]   the CD in a drive (default: libdiscid's default drive), with its\n"
     "                     MCN and ISRCs where the drive reads them\n"
-    "  --cue FILE         a CUE sheet; --leadout FRAMES gives the lead-out of its audio\n"
-    "                     session when the sheet does not\n"
+    "  --cue FILE         a CUE sheet; the lengths of its audio files give the lead-out,\n"
+    "                     or --leadout FRAMES when the files are not at hand\n"
     "  --log FILE         a rip log of EAC, XLD, whipper or cyanrip\n"
     "                     (FILE \"-\" reads the CUE sheet or log from standard input)\n"
     "identify prints the disc's MusicBrainz and freedb disc IDs before its matches.\n"
@@ -650,6 +651,22 @@ int identify(const Options &o) {
     request.text = o.source_text;
     request.form = o.toc_form.value_or(disc::TocForm::automatic);
     request.leadout = o.leadout;
+#ifdef CANTRIX_HAVE_AUDIO
+    // A CUE sheet's audio files give the lead-out (and the start of each
+    // further FILE) by their lengths, named relative to the sheet.
+    if (request.kind == disc::SourceKind::cue) {
+        const size_t slash = o.source_text.rfind('/');
+        const std::string dir = o.source_text == "-" || slash == std::string::npos ? "" : o.source_text.substr(0, slash + 1);
+        const bool quiet = o.leadout.has_value();
+        request.file_length = [dir, quiet](const std::string &name) -> std::optional<uint32_t> {
+            std::string why;
+            const std::string path = !name.empty() && name[0] == '/' ? name : dir + name;
+            auto frames = audio::cd_frames(path, why);
+            if (!frames && !quiet) std::fprintf(stderr, "cantrix: %s: %s\n", path.c_str(), why.c_str());
+            return frames;
+        };
+    }
+#endif
     auto d = disc::read_source(request);
     if (!d) {
         std::fprintf(stderr, "cantrix: %s\n", d.error().message.c_str());
