@@ -154,7 +154,7 @@ expect 0 "\(1 new, 36 replaced," -- catalogue import "$src/data/sample/releases.
 # The README's examples run as written against the sample catalogue, from
 # the top of the source tree (their scratch catalogue moved into $work).
 "$tool" --catalogue sample.catalogue catalogue import "$src/data/sample" > /dev/null
-examples=$(sed -n '/^    alias cantrix=/,/^Options:/p' "$src/README.md" | sed -n '/^    cantrix /s/^    cantrix //p')
+examples=$(sed -n '/^    alias cantrix=/,/^With files of your own/p' "$src/README.md" | sed -n '/^    cantrix /s/^    cantrix //p')
 [ "$(wc -l <<<"$examples")" -ge 8 ] || fail "README examples not found"
 while read -r line; do
   line=${line//\/tmp\/my.catalogue/$work/my.catalogue}
