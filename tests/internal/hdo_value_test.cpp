@@ -345,6 +345,10 @@ TEST_F(HdoValue, HandleStatuses) {
     uint32_t n = 0;
     ombr_hdo_value_t h = nullptr;
     EXPECT_EQ(ombr_hdo_value_getdata_string(bad, &text), OMBR_HDO_BAD_MAGIC);
+    // A missing output is reported before a wrong handle.
+    EXPECT_EQ(ombr_hdo_value_getdata_string(bad, nullptr), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_value_getname(bad, nullptr), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_value_attribute_set(bad, nullptr, "x"), OMBR_HDO_INVALID_ARG);
     EXPECT_EQ(ombr_hdo_value_release(bad), OMBR_HDO_BAD_MAGIC);
     EXPECT_EQ(ombr_hdo_value_release(nullptr), 0u);
     EXPECT_EQ(ombr_hdo_value_setdata_string(nullptr, "x"), OMBR_HDO_INVALID_ARG);
