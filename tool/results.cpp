@@ -1,6 +1,7 @@
 // Reading a response through the manager's result-object calls.
 #include "tool/results.h"
 
+#include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
 
 namespace tool {
@@ -46,6 +47,7 @@ Row read_track(const Object &track) {
     row.artist = track.artist();
     row.duration_ms = track.value(ZELTO_VAL_DURATION);
     row.tui = track.value(ZELTO_VAL_TUI);
+    row.disc_number = track.value(ZELTO_VAL_DISCNUMBER);
     return row;
 }
 
@@ -62,6 +64,16 @@ void read_album(const Object &album, Row &row) {
     row.toc = album.value(ZELTO_VAL_TOC);
     const uint32_t n = album.count(ZELTO_CHILD_TRACK);
     for (uint32_t i = 1; i <= n; ++i) row.tracks.push_back(read_track(album.child(ZELTO_CHILD_TRACK, i)));
+    // The disc that matched, on a release of one disc or several.
+    row.disc_count = album.value(ZELTO_VAL_DISCCOUNT);
+    const Object disc = album.child(ZELTO_CHILD_DISC_MATCHING, 1);
+    if (disc.get()) {
+        row.disc_number = disc.value(ZELTO_VAL_DISCNUMBER);
+        row.disc_title = disc.title();
+        row.disc_toc = disc.value(ZELTO_VAL_TOC);
+        const uint32_t m = disc.count(ZELTO_CHILD_TRACK);
+        for (uint32_t i = 1; i <= m; ++i) row.disc_tracks.push_back(read_track(disc.child(ZELTO_CHILD_TRACK, i)));
+    }
 }
 
 Row read_row(const Object &object) {
@@ -80,6 +92,16 @@ Row read_row(const Object &object) {
         row.text = object.value(ZELTO_VAL_LYRIC_TEXT);
     }
     row.context = context;
+    row.fp_score = object.value(ZELTO_CATALOGUE_VAL_FP_SCORE);
+    if (!row.fp_score.empty()) {
+        row.fp_offset_ms = object.value(ZELTO_CATALOGUE_VAL_FP_OFFSET);
+        row.fp_compared_ms = object.value(ZELTO_CATALOGUE_VAL_FP_COMPARED);
+        if (context == ZELTO_CTX_ALBUM) {
+            const Object matched = object.child(ZELTO_CHILD_TRACK_MATCHING, 1);
+            row.matched_number = matched.value(ZELTO_VAL_TRACKNUMBER);
+            row.matched_title = matched.title();
+        }
+    }
     row.match_score = object.value(ZELTO_VAL_TXTMATCHSCORE);
     row.match_type = object.value(ZELTO_VAL_MATCH_TYPE);
     row.lookup_type = object.value(ZELTO_VAL_LOOKUP_TYPE);

@@ -47,10 +47,17 @@ struct Row {
     std::string match_score, match_type, lookup_type;
     std::string title, artist;                       // albums, tracks, lyrics
     std::string year, genre, track_count, tui, toc;  // albums (tui: tracks too)
-    std::string number, duration_ms;                 // tracks
+    std::string number, duration_ms, disc_number;    // tracks (disc_number: albums too)
+    std::string disc_count, disc_title, disc_toc;    // albums: the release's discs, the matched disc's
     std::string name, collaboration;                 // contributors
     std::string text;                                // lyrics
     std::vector<Row> tracks;                         // an album's tracks
+    std::vector<Row> disc_tracks;                    // the matched disc's, numbered on the disc
+    // A fingerprint hit (album or track): its score (0..100), where the
+    // query's audio starts in the track (negative for a lead-in), how much
+    // audio was compared, and the album's matched track.
+    std::string fp_score, fp_offset_ms, fp_compared_ms;
+    std::string matched_number, matched_title;
 };
 
 // A response: the kind of search ("albums", "tracks", "matches", "lyrics"),
@@ -61,16 +68,37 @@ struct Answer {
     std::vector<Row> rows;
 };
 
+// The audio file that identify fingerprinted.
+struct AudioRead {
+    std::string path, codec;
+    double seconds = 0;
+    uint32_t sample_rate = 0, channels = 0;
+};
+
 Answer read_answer(const Object &response, const std::string &kind);
 // With `disc`, the disc that identify was given comes first: its TOC,
-// where it came from, both disc IDs, the MCN and ISRCs it carries.
-void print_text(const Answer &answer, const disc::DiscRead *disc = nullptr);
-void print_json(const Answer &answer, const disc::DiscRead *disc = nullptr);
+// where it came from, both disc IDs, the MCN and ISRCs it carries; with
+// `audio`, the file that was fingerprinted.
+void print_text(const Answer &answer, const disc::DiscRead *disc = nullptr, const AudioRead *audio = nullptr);
+void print_json(const Answer &answer, const disc::DiscRead *disc = nullptr, const AudioRead *audio = nullptr);
+// Milliseconds as [-]M:SS.t ("0:07.3"), "" for a text that is no number.
+std::string clock_text(const std::string &ms);
 
 // A decimal number of at most ten digits that fits 32 bits.
 bool parse_u32(std::string_view text, uint32_t &out);
 // A JSON string literal of a text.
 std::string json_quote(const std::string &text);
+// A text from the catalogue as it may be shown on a terminal: printable
+// UTF-8 stays as it is; control characters (C0, DEL, C1), the marks that
+// reorder text (bidirectional overrides and isolates) and bytes that are no
+// valid UTF-8 become visible escapes ("\x1b", "\u202e"), so that no
+// stored title can move the cursor, recolour or retitle the terminal. With
+// `keep_newlines`, a line feed stays (lyrics).
+std::string terminal_safe(std::string_view text, bool keep_newlines = false);
+// Whether a search text has a letter or digit to search for (false for
+// blanks and punctuation only; true for text that is no valid UTF-8, which
+// the module refuses).
+bool has_word_characters(std::string_view text);
 
 }  // namespace tool
 

@@ -345,7 +345,7 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
         return fail("corrupt audio: " + std::to_string(info.bad_packets) + " of " + std::to_string(info.packets) +
                     " packets cannot be decoded");
     if (delivered == 0)
-        return fail(info.bad_packets ? "corrupt audio: none of its " + std::to_string(info.packets) + " packets can be decoded"
+        return fail(info.bad_packets ? std::string("truncated or damaged: no packet of it can be decoded")
                                      : std::string("no audio could be decoded"));
     if (!info.cut && info.declared_seconds > 0 && info.seconds < 0.9 * info.declared_seconds - 1.0)
         return fail("truncated or damaged: " + clock_text(info.seconds) + " of the " +
