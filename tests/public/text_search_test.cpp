@@ -5,16 +5,10 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "rvo_read.h"
 #include "script_fixture.h"
 
 namespace {
-
-std::string value_of(zelto_rvo_handle object, const char *key, uint32_t ordinal = 1) {
-    const char *text = nullptr;
-    uint32_t status = zelto_manager_rvo_value_get(object, key, ordinal, &text);
-    if (status != 0) return "<" + std::to_string(status) + ">";
-    return text ? text : "<null>";
-}
 
 class TextSearchTest : public WithQuery<ScriptedTest> {
    protected:
