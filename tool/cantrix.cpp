@@ -2,8 +2,10 @@
 // local catalogue.
 //
 //   cantrix identify --toc "150 14672 27367 41225" | --discid ID | --drive [DEVICE] | --cue FILE | --log FILE
+//   cantrix identify --audio FILE...
 //   cantrix search --artist "..." --album "..." --title "..." [--kind albums|tracks|matches|lyrics]
 //   cantrix catalogue import FILE...|DIR
+//   cantrix catalogue fingerprint FILE...|DIR...
 //   cantrix catalogue info
 //   cantrix catalogue check
 //
@@ -19,8 +21,14 @@
 #include <string_view>
 #include <vector>
 
-#include "tool/results.h"
 #include "tool/disc/source.h"
+#include "tool/results.h"
+#ifdef CANTRIX_HAVE_AUDIO
+#include "tool/audio/decoder.h"
+#include "tool/audio/fingerprinter.h"
+#include "tool/audio/library.h"
+#include "tool/audio/scan.h"
+#endif
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -44,10 +52,12 @@ constexpr const char *kUsageText =
     "usage: cantrix [options] identify --toc \"TOC\" [--toc-format auto|offsets|musicbrainz]\n"
     "       cantrix [options] identify --discid ID | --drive [DEVICE] | --log FILE\n"
     "       cantrix [options] identify --cue FILE [--leadout FRAMES]\n"
+    "       cantrix [options] identify --audio FILE...\n"
     "       cantrix [options] search [--artist A] [--album B] [--title T] [--composer C]\n"
     "                                [--album-artist A] [--track-artist A] [--lyric L] [--fragment F]\n"
     "                                [--kind albums|tracks|matches|lyrics]\n"
     "       cantrix [options] catalogue import FILE...|DIR...\n"
+    "       cantrix [options] catalogue fingerprint FILE...|DIR... [--verbose]\n"
     "       cantrix [options] catalogue info\n"
     "       cantrix [options] catalogue check   (SQLite's integrity check of the file)\n"
     "\n"
@@ -58,7 +68,8 @@ constexpr const char *kUsageText =
     "  --single           ask for the single best result\n"
     "  --lang LANG        preferred language of the results (e.g. eng, deu)\n"
     "  --json             print the response as JSON\n"
-    "  --progress         show lookup progress on stderr even when it is not a terminal\n"
+    "  --progress         show progress on stderr even when it is not a terminal\n"
+    "  --verbose          catalogue fingerprint: one line per file\n"
     "  --help             this text\n"
     "\n"
     "identify takes the disc's table of contents from one source; positions are frames\n"
@@ -69,18 +80,32 @@ constexpr const char *kUsageText =
     "  --discid ID        a MusicBrainz disc ID or a freedb ID stored in the catalogue\n"
     "  --drive [DEVICE]   the CD in a drive (default: libdiscid's default drive), with its\n"
     "                     MCN and ISRCs where the drive reads them\n"
-    "  --cue FILE         a CUE sheet; --leadout FRAMES gives the lead-out of its audio\n"
-    "                     session when the sheet does not\n"
+    "  --cue FILE         a CUE sheet; the lengths of its audio files give the lead-out,\n"
+    "                     or --leadout FRAMES when the files are not at hand\n"
     "  --log FILE         a rip log of EAC, XLD, whipper or cyanrip\n"
     "                     (FILE \"-\" reads the CUE sheet or log from standard input)\n"
     "identify prints the disc's MusicBrainz and freedb disc IDs before its matches.\n"
+    "  --audio FILE...    audio files (WAV, FLAC, MP3, AAC/M4A, Ogg Vorbis, Opus, ...),\n"
+    "                     whole songs or excerpts of 20 s or more, each fingerprinted and\n"
+    "                     looked up among the fingerprints of the catalogue; prints the\n"
+    "                     album, the matched track, the fingerprint score (0..100), where\n"
+    "                     in the track the audio starts and how much was compared\n"
+    "\n"
+    "catalogue fingerprint decodes, fingerprints and stores every audio file named or\n"
+    "found below a folder, linked to a catalogue track by the MusicBrainz identifiers\n"
+    "of its tags, else by a text search of its album, artist and title tags (score\n"
+    "80 or more), else to a track made from its tags. Files are known by their\n"
+    "content: a second run stores nothing again. Files that cannot be decoded are\n"
+    "reported and skipped. A progress bar with the rate and the time left is shown\n"
+    "on a terminal.\n"
     "\n"
     "exit codes:\n"
     "  0  success; a lookup without result prints \"no match\" and also exits 0\n"
     "  2  usage error: unknown command or option, missing or malformed option value\n"
     "  3  input refused: a malformed TOC, CUE sheet or rip log (its line is named), a file\n"
-    "     or drive that cannot be read, or input the module refuses (invalid text, fields\n"
-    "     this kind of search does not take; its status is shown)\n"
+    "     or drive that cannot be read (identify --audio: any of its files; catalogue\n"
+    "     fingerprint: a path that does not exist), or input the module refuses (invalid\n"
+    "     text, fields this kind of search does not take; its status is shown)\n"
     "  4  catalogue file missing or damaged or not readable as a catalogue\n"
     "  5  lookup failed or was aborted\n"
     "  6  import failed\n"
@@ -100,7 +125,8 @@ struct Options {
     std::optional<disc::TocForm> toc_form;
     std::optional<uint32_t> leadout;
     std::optional<uint32_t> start, size;
-    bool single = false, json = false, progress = false, help = false;
+    std::vector<std::string> audio;  // identify --audio FILE...
+    bool single = false, json = false, progress = false, help = false, verbose = false;
     std::string lang;
     std::string kind = "albums";
     // Text fields in the order given: module field key, text.
@@ -111,6 +137,17 @@ struct Options {
     std::fprintf(stderr, "cantrix: %s\n(try 'cantrix --help')\n", message.c_str());
     std::exit(kUsage);
 }
+
+#ifndef CANTRIX_HAVE_AUDIO
+constexpr const char *kNoAudio = "this cantrix was built without audio file support (no FFmpeg)";
+
+int no_audio() {
+    std::fprintf(stderr, "cantrix: %s\n", kNoAudio);
+    return kUsage;
+}
+#endif
+
+constexpr const char *kOneSource = "identify takes one of --toc, --discid, --drive, --cue, --log, --audio";
 
 Options parse(int argc, char **argv) {
     Options o;
@@ -162,6 +199,12 @@ Options parse(int argc, char **argv) {
             flag(o.single);
         } else if (arg == "--progress") {
             flag(o.progress);
+        } else if (arg == "--verbose") {
+            flag(o.verbose);
+        } else if (arg == "--audio") {
+            if (o.source || o.disc_id) usage_error(kOneSource);
+            o.audio.push_back(value());
+            if (o.audio.back().empty()) usage_error("--audio needs a file name");
         } else if (arg == "--catalogue") {
             o.catalogue = value();
             if (o.catalogue.empty()) usage_error("--catalogue needs a file name");
@@ -169,7 +212,7 @@ Options parse(int argc, char **argv) {
             o.mode = value();
             if (o.mode != "local" && o.mode != "online") usage_error("--mode must be local or online");
         } else if (arg == "--toc" || arg == "--discid" || arg == "--cue" || arg == "--log" || arg == "--drive") {
-            if (o.source || o.disc_id) usage_error("identify takes one of --toc, --discid, --drive, --cue, --log");
+            if (o.source || o.disc_id || !o.audio.empty()) usage_error(kOneSource);
             if (arg == "--discid") {
                 o.disc_id = value();
                 if (disc::disc_id_kind(*o.disc_id) == disc::DiscIdKind::none)
@@ -230,21 +273,28 @@ Options parse(int argc, char **argv) {
     o.command = positional[0];
     size_t next = 1;
     if (o.command == "catalogue") {
-        if (positional.size() < 2) usage_error("catalogue needs 'import', 'info' or 'check'");
+        if (positional.size() < 2) usage_error("catalogue needs 'import', 'fingerprint', 'info' or 'check'");
         o.subcommand = positional[1];
         next = 2;
-        if (o.subcommand != "import" && o.subcommand != "info" && o.subcommand != "check")
+        if (o.subcommand != "import" && o.subcommand != "fingerprint" && o.subcommand != "info" &&
+            o.subcommand != "check")
             usage_error("unknown catalogue command '" + o.subcommand + "'");
     } else if (o.command != "identify" && o.command != "search") {
         usage_error("unknown command '" + o.command + "'");
     }
     o.operands.assign(positional.begin() + static_cast<std::ptrdiff_t>(next), positional.end());
-    if (o.command == "catalogue" && o.subcommand == "import" && o.operands.empty())
-        usage_error("catalogue import needs files or directories");
-    if (!(o.command == "catalogue" && o.subcommand == "import") && !o.operands.empty())
-        usage_error("unexpected argument '" + o.operands[0] + "'");
-    if (o.command == "identify" && !o.source && !o.disc_id)
-        usage_error("identify needs one of --toc, --discid, --drive, --cue, --log");
+    const bool takes_paths = o.command == "catalogue" && (o.subcommand == "import" || o.subcommand == "fingerprint");
+    if (takes_paths && o.operands.empty()) usage_error("catalogue " + o.subcommand + " needs files or directories");
+    // identify --audio A B C: the files after the first are operands.
+    if (o.command == "identify" && !o.audio.empty()) {
+        o.audio.insert(o.audio.end(), o.operands.begin(), o.operands.end());
+        o.operands.clear();
+    }
+    if (!takes_paths && !o.operands.empty()) usage_error("unexpected argument '" + o.operands[0] + "'");
+    if (o.command == "identify" && !o.source && !o.disc_id && o.audio.empty())
+        usage_error("identify needs one of --toc, --discid, --drive, --cue, --log, --audio");
+    if (o.command != "identify" && !o.audio.empty()) usage_error("only identify takes --audio");
+    if (o.verbose && o.subcommand != "fingerprint") usage_error("--verbose goes with catalogue fingerprint");
     if (o.toc_form && o.source != disc::SourceKind::toc) usage_error("--toc-format goes with --toc");
     if (o.leadout && o.source != disc::SourceKind::cue) usage_error("--leadout goes with --cue");
     if (o.command != "identify" && (o.source || o.disc_id)) usage_error("only identify takes a TOC source");
@@ -380,6 +430,7 @@ class Session {
     }
 
     zelto_catalogue *catalogue() const { return catalogue_; }
+    zelto_user *user() const { return user_; }
     zelto_cantrix_query_handle query() const { return query_; }
 
    private:
@@ -390,7 +441,8 @@ class Session {
     LookupProgress progress_;
 };
 
-int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nullptr) {
+int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nullptr,
+             const tool::AudioRead *audio = nullptr) {
     uint32_t (*find)(zelto_cantrix_query_handle, zelto_rvo_handle *) = zelto_cantrix_query_find_albums;
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
@@ -409,9 +461,9 @@ int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nu
     }
     const tool::Answer answer = tool::read_answer(response, o.kind);
     if (o.json)
-        tool::print_json(answer, disc);
+        tool::print_json(answer, disc, audio);
     else
-        tool::print_text(answer, disc);
+        tool::print_text(answer, disc, audio);
     return kOk;
 }
 
@@ -470,13 +522,151 @@ int identify_disc_id(const Options &o) {
     return rc;
 }
 
+#ifdef CANTRIX_HAVE_AUDIO
+// Each file is fingerprinted through the module's fingerprint input and
+// looked up with the query's find operation; a file that cannot be read is
+// reported and the others go on.
+int identify_audio(const Options &o) {
+    Session session;
+    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
+    int rc = kOk;
+    bool first = true;
+    for (const std::string &path : o.audio) {
+        const audio::Fingerprinted f = audio::fingerprint_file(session.query(), path, audio::Limits{});
+        if (!f.decode.ok) {
+            std::fprintf(stderr, "cantrix: %s: %s\n", path.c_str(), f.decode.error.c_str());
+            rc = kBadInput;
+            continue;
+        }
+        tool::AudioRead read;
+        read.path = path;
+        read.codec = f.decode.info.codec;
+        read.seconds = f.decode.info.seconds;
+        read.sample_rate = f.decode.info.source_rate;
+        read.channels = f.decode.info.source_channels;
+        if (!first && !o.json) std::putchar('\n');
+        first = false;
+        const int found = run_find(session, o, nullptr, &read);
+        std::fflush(stdout);
+        if (found != kOk) return found;
+    }
+    return rc;
+}
+
+// Progress bar on stderr (a terminal or --progress), file lines with
+// --verbose, then a summary line or JSON object.
+int catalogue_fingerprint(const Options &o) {
+    Session session;
+    if (int rc = session.open_catalogue(o.catalogue, true)) return rc;
+    if (int rc = session.start(o, false)) return rc;
+    const bool bar = o.progress || isatty(STDERR_FILENO);
+    bool bar_shown = false;
+    auto clear_bar = [&] {
+        if (bar_shown) std::fputs("\r\033[K", stderr);
+        bar_shown = false;
+    };
+    audio::LibraryCallbacks callbacks;
+    callbacks.progress = [&](size_t done, size_t total, double elapsed, double audio_seconds) {
+        if (!bar) return;
+        std::fprintf(stderr, "\r\033[K%s", audio::progress_line(done, total, elapsed, audio_seconds).c_str());
+        std::fflush(stderr);
+        bar_shown = true;
+    };
+    callbacks.file_done = [&](const audio::FileOutcome &f) {
+        using K = audio::FileOutcome::Kind;
+        using L = audio::FileOutcome::Link;
+        if (f.kind == K::skipped) {
+            clear_bar();
+            std::fprintf(o.verbose && !o.json ? stdout : stderr, "%s%s: %s\n",
+                         o.verbose && !o.json ? "skipped " : "cantrix: skipped ", f.path.c_str(), f.reason.c_str());
+            return;
+        }
+        if (!o.verbose || o.json) return;
+        clear_bar();
+        if (f.kind == K::unchanged) {
+            std::printf("unchanged %s\n", f.path.c_str());
+            return;
+        }
+        std::printf("%s %s: %s - %s (%s, track %u)", f.kind == K::added ? "added" : "same audio", f.path.c_str(),
+                    f.artist.c_str(), f.title.c_str(), f.album.c_str(), f.track_number);
+        switch (f.link) {
+            case L::musicbrainz: std::printf(", linked by MusicBrainz id"); break;
+            case L::text: std::printf(", linked by text search (score %u)", f.text_score); break;
+            case L::tags: std::printf(", linked by its tags"); break;
+            case L::created: std::printf(", new track%s", f.new_album ? " in a new album" : ""); break;
+            case L::none: std::printf(", as the stored file of the same audio"); break;
+        }
+        std::putchar('\n');
+        std::fflush(stdout);
+    };
+    const audio::LibrarySummary s = audio::fingerprint_library(session.catalogue(), session.user(), session.query(),
+                                                               o.operands, audio::Limits{}, callbacks);
+    clear_bar();
+    for (const auto &[path, why] : s.missing) std::fprintf(stderr, "cantrix: %s: %s\n", path.c_str(), why.c_str());
+    const double speed = s.elapsed > 0 ? s.audio_seconds / s.elapsed : 0;
+    if (o.json) {
+        std::string skipped;
+        for (const audio::FileOutcome &f : s.outcomes) {
+            if (f.kind != audio::FileOutcome::Kind::skipped) continue;
+            if (!skipped.empty()) skipped += ',';
+            skipped += "{\"path\":" + tool::json_quote(f.path) + ",\"reason\":" + tool::json_quote(f.reason) + "}";
+        }
+        std::printf("{\"catalogue\":%s,\"files\":%zu,\"added\":%zu,\"same_audio\":%zu,\"unchanged\":%zu,"
+                    "\"skipped\":%zu,\"by_musicbrainz\":%zu,\"by_text\":%zu,\"by_tags\":%zu,\"new_tracks\":%zu,"
+                    "\"new_albums\":%zu,\"audio_seconds\":%.1f,\"elapsed_seconds\":%.2f,\"skipped_files\":[%s]}\n",
+                    tool::json_quote(o.catalogue).c_str(), s.files, s.added, s.same_audio, s.unchanged, s.skipped,
+                    s.by_musicbrainz, s.by_text, s.by_tags, s.new_tracks, s.new_albums, s.audio_seconds, s.elapsed,
+                    skipped.c_str());
+    } else {
+        std::printf("%zu file%s: %zu added", s.files, s.files == 1 ? "" : "s", s.added);
+        if (s.same_audio) std::printf(", %zu same audio as a stored file", s.same_audio);
+        if (s.unchanged) std::printf(", %zu unchanged", s.unchanged);
+        std::printf(", %zu skipped\n", s.skipped);
+        if (s.added)
+            std::printf("  linked: %zu by MusicBrainz id, %zu by text search, %zu by tags; %zu new track%s, "
+                        "%zu new album%s\n",
+                        s.by_musicbrainz, s.by_text, s.by_tags, s.new_tracks, s.new_tracks == 1 ? "" : "s",
+                        s.new_albums, s.new_albums == 1 ? "" : "s");
+        if (s.audio_seconds > 0)
+            std::printf("  %s of audio in %.1f s (%.0fx real time)\n",
+                        tool::clock_text(std::to_string(static_cast<int64_t>(s.audio_seconds * 1000))).c_str(),
+                        s.elapsed, speed);
+    }
+    return s.missing.empty() ? kOk : kBadInput;
+}
+#endif
+
 int identify(const Options &o) {
+    if (!o.audio.empty()) {
+#ifdef CANTRIX_HAVE_AUDIO
+        return identify_audio(o);
+#else
+        return no_audio();
+#endif
+    }
     if (o.disc_id) return identify_disc_id(o);
     disc::SourceRequest request;
     request.kind = *o.source;
     request.text = o.source_text;
     request.form = o.toc_form.value_or(disc::TocForm::automatic);
     request.leadout = o.leadout;
+#ifdef CANTRIX_HAVE_AUDIO
+    // A CUE sheet's audio files give the lead-out (and the start of each
+    // further FILE) by their lengths, named relative to the sheet.
+    if (request.kind == disc::SourceKind::cue) {
+        const size_t slash = o.source_text.rfind('/');
+        const std::string dir = o.source_text == "-" || slash == std::string::npos ? "" : o.source_text.substr(0, slash + 1);
+        const bool quiet = o.leadout.has_value();
+        request.file_length = [dir, quiet](const std::string &name) -> std::optional<uint32_t> {
+            std::string why;
+            const std::string path = !name.empty() && name[0] == '/' ? name : dir + name;
+            auto frames = audio::cd_frames(path, why);
+            if (!frames && !quiet) std::fprintf(stderr, "cantrix: %s: %s\n", path.c_str(), why.c_str());
+            return frames;
+        };
+    }
+#endif
     auto d = disc::read_source(request);
     if (!d) {
         std::fprintf(stderr, "cantrix: %s\n", d.error().message.c_str());
@@ -540,18 +730,24 @@ int catalogue_info(const Options &o) {
         std::fprintf(stderr, "cantrix: cannot read catalogue '%s': 0x%08X\n", o.catalogue.c_str(), s);
         return kNoCatalogue;
     }
+    zelto_catalogue_fingerprint_info fp{};
+    if (zelto_catalogue_fingerprint_counts(session.catalogue(), &fp) != 0) {
+        std::fprintf(stderr, "cantrix: cannot read catalogue '%s': %s\n", o.catalogue.c_str(),
+                     zelto_catalogue_last_message(session.catalogue()));
+        return kNoCatalogue;
+    }
     auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
     if (o.json) {
         std::printf(
             "{\"catalogue\":%s,\"albums\":%llu,\"discs\":%llu,\"tocs\":%llu,\"tracks\":%llu,"
-            "\"artists\":%llu,\"lyrics\":%llu}\n",
+            "\"artists\":%llu,\"lyrics\":%llu,\"fingerprints\":%llu,\"audio_files\":%llu}\n",
             tool::json_quote(o.catalogue).c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
-            u(info.artists), u(info.lyrics));
+            u(info.artists), u(info.lyrics), u(fp.fingerprints), u(fp.files));
     } else {
         std::printf("catalogue %s\n  albums:  %llu\n  discs:   %llu\n  TOCs:    %llu\n  tracks:  %llu\n"
-                    "  artists: %llu\n  lyrics:  %llu\n",
+                    "  artists: %llu\n  lyrics:  %llu\n  fingerprints: %llu (of %llu audio files)\n",
                     o.catalogue.c_str(), u(info.albums), u(info.discs), u(info.tocs), u(info.tracks),
-                    u(info.artists), u(info.lyrics));
+                    u(info.artists), u(info.lyrics), u(fp.fingerprints), u(fp.files));
     }
     return kOk;
 }
@@ -583,11 +779,19 @@ int main(int argc, char **argv) {
     const Options o = parse(argc, argv);
     if (o.help) {
         std::fputs(kUsageText, stdout);
+#ifndef CANTRIX_HAVE_AUDIO
+        std::printf("\nNote: %s: identify --audio and catalogue fingerprint are not available.\n", kNoAudio);
+#endif
         return kOk;
     }
     if (o.command == "identify") return identify(o);
     if (o.command == "search") return search(o);
     if (o.subcommand == "import") return catalogue_import(o);
+#ifdef CANTRIX_HAVE_AUDIO
+    if (o.subcommand == "fingerprint") return catalogue_fingerprint(o);
+#else
+    if (o.subcommand == "fingerprint") return no_audio();
+#endif
     if (o.subcommand == "check") return catalogue_check(o);
     return catalogue_info(o);
 }

@@ -1,5 +1,6 @@
 // The two printers of an answer: readable text and one line of JSON.
 #include <cstdio>
+#include <cstdlib>
 
 #include "tool/results.h"
 
@@ -37,6 +38,31 @@ std::string json_quote(const std::string &text) {
         }
     }
     return out + "\"";
+}
+
+namespace {
+
+// A decimal text of a signed 32-bit number.
+bool parse_i32(const std::string &text, int32_t &out) {
+    const bool negative = !text.empty() && text[0] == '-';
+    uint32_t n = 0;
+    if (!parse_u32(std::string_view(text).substr(negative ? 1 : 0), n) || n > (negative ? 0x80000000u : 0x7FFFFFFFu))
+        return false;
+    out = negative ? static_cast<int32_t>(0u - n) : static_cast<int32_t>(n);
+    return true;
+}
+
+}  // namespace
+
+std::string clock_text(const std::string &ms) {
+    int32_t n = 0;
+    if (!parse_i32(ms, n)) return "";
+    const int64_t magnitude = n < 0 ? -static_cast<int64_t>(n) : n;
+    const int64_t tenths = (magnitude + 50) / 100;
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%s%lld:%02lld.%lld", n < 0 ? "-" : "", static_cast<long long>(tenths / 600),
+                  static_cast<long long>(tenths / 10 % 60), static_cast<long long>(tenths % 10));
+    return buf;
 }
 
 namespace {
@@ -88,6 +114,12 @@ void print_row_text(const Row &row) {
         const std::string text = row.text.size() > 200 ? row.text.substr(0, 200) + "..." : row.text;
         std::printf("    %s\n", text.c_str());
     }
+    if (!row.fp_score.empty()) {
+        if (!row.matched_title.empty())
+            std::printf("    audio match: track %s. %s\n", row.matched_number.c_str(), row.matched_title.c_str());
+        std::printf("    fingerprint score: %s  offset: %s  compared: %s\n", row.fp_score.c_str(),
+                    clock_text(row.fp_offset_ms).c_str(), clock_text(row.fp_compared_ms).c_str());
+    }
     if (!row.match_score.empty()) std::printf("    match score: %s\n", row.match_score.c_str());
     if (!row.match_type.empty() || !row.lookup_type.empty())
         std::printf("    match type: %s  lookup type: %s\n", row.match_type.empty() ? "-" : row.match_type.c_str(),
@@ -128,6 +160,14 @@ class Json {
         out_ += v;
         first_ = false;
     }
+    // A signed decimal text as a number.
+    void inum(const char *k, const std::string &v) {
+        int32_t n = 0;
+        if (!parse_i32(v, n)) return str(k, v);
+        key(k);
+        out_ += v;
+        first_ = false;
+    }
     const std::string &text() const { return out_; }
 
  private:
@@ -153,6 +193,10 @@ void row_json(Json &j, const Row &row) {
     j.num("match_score", row.match_score);
     j.str("match_type", row.match_type);
     j.str("lookup_type", row.lookup_type);
+    j.num("fp_score", row.fp_score);
+    j.inum("fp_offset_ms", row.fp_offset_ms);
+    j.num("fp_compared_ms", row.fp_compared_ms);
+    j.num("matched_track", row.matched_number);
     if (row.context == ZELTO_CTX_ALBUM) {
         j.str("title", row.title);
         j.str("artist", row.artist);
@@ -220,10 +264,28 @@ void disc_json(Json &j, const disc::DiscRead &d) {
     j.close('}');
 }
 
+void print_audio_text(const AudioRead &a) {
+    std::printf("audio: %s (%s of %s, %u Hz, %u channel%s)\n\n", a.path.c_str(),
+                clock_text(std::to_string(static_cast<int64_t>(a.seconds * 1000))).c_str(), a.codec.c_str(),
+                a.sample_rate, a.channels, a.channels == 1 ? "" : "s");
+}
+
+void audio_json(Json &j, const AudioRead &a) {
+    j.key("audio");
+    j.open('{');
+    j.str("path", a.path);
+    j.str("codec", a.codec);
+    j.num("duration_ms", std::to_string(static_cast<int64_t>(a.seconds * 1000)));
+    j.num("sample_rate", std::to_string(a.sample_rate));
+    j.num("channels", std::to_string(a.channels));
+    j.close('}');
+}
+
 }  // namespace
 
-void print_text(const Answer &answer, const disc::DiscRead *disc) {
+void print_text(const Answer &answer, const disc::DiscRead *disc, const AudioRead *audio) {
     if (disc) print_disc_text(*disc);
+    if (audio) print_audio_text(*audio);
     const size_t rows = answer.rows.size();
     if (rows == 0) {
         std::printf("no match\n");
@@ -240,10 +302,11 @@ void print_text(const Answer &answer, const disc::DiscRead *disc) {
     }
 }
 
-void print_json(const Answer &answer, const disc::DiscRead *disc) {
+void print_json(const Answer &answer, const disc::DiscRead *disc, const AudioRead *audio) {
     Json j;
     j.open('{');
     if (disc) disc_json(j, *disc);
+    if (audio) audio_json(j, *audio);
     j.str("kind", answer.kind);
     j.num("range_start", answer.range_start);
     j.num("range_end", answer.range_end);

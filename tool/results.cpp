@@ -1,6 +1,7 @@
 // Reading a response through the manager's result-object calls.
 #include "tool/results.h"
 
+#include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
 
 namespace tool {
@@ -80,6 +81,16 @@ Row read_row(const Object &object) {
         row.text = object.value(ZELTO_VAL_LYRIC_TEXT);
     }
     row.context = context;
+    row.fp_score = object.value(ZELTO_CATALOGUE_VAL_FP_SCORE);
+    if (!row.fp_score.empty()) {
+        row.fp_offset_ms = object.value(ZELTO_CATALOGUE_VAL_FP_OFFSET);
+        row.fp_compared_ms = object.value(ZELTO_CATALOGUE_VAL_FP_COMPARED);
+        if (context == ZELTO_CTX_ALBUM) {
+            const Object matched = object.child(ZELTO_CHILD_TRACK_MATCHING, 1);
+            row.matched_number = matched.value(ZELTO_VAL_TRACKNUMBER);
+            row.matched_title = matched.title();
+        }
+    }
     row.match_score = object.value(ZELTO_VAL_TXTMATCHSCORE);
     row.match_type = object.value(ZELTO_VAL_MATCH_TYPE);
     row.lookup_type = object.value(ZELTO_VAL_LOOKUP_TYPE);

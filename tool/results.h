@@ -51,6 +51,11 @@ struct Row {
     std::string name, collaboration;                 // contributors
     std::string text;                                // lyrics
     std::vector<Row> tracks;                         // an album's tracks
+    // A fingerprint hit (album or track): its score (0..100), where the
+    // query's audio starts in the track (negative for a lead-in), how much
+    // audio was compared, and the album's matched track.
+    std::string fp_score, fp_offset_ms, fp_compared_ms;
+    std::string matched_number, matched_title;
 };
 
 // A response: the kind of search ("albums", "tracks", "matches", "lyrics"),
@@ -61,11 +66,21 @@ struct Answer {
     std::vector<Row> rows;
 };
 
+// The audio file that identify fingerprinted.
+struct AudioRead {
+    std::string path, codec;
+    double seconds = 0;
+    uint32_t sample_rate = 0, channels = 0;
+};
+
 Answer read_answer(const Object &response, const std::string &kind);
 // With `disc`, the disc that identify was given comes first: its TOC,
-// where it came from, both disc IDs, the MCN and ISRCs it carries.
-void print_text(const Answer &answer, const disc::DiscRead *disc = nullptr);
-void print_json(const Answer &answer, const disc::DiscRead *disc = nullptr);
+// where it came from, both disc IDs, the MCN and ISRCs it carries; with
+// `audio`, the file that was fingerprinted.
+void print_text(const Answer &answer, const disc::DiscRead *disc = nullptr, const AudioRead *audio = nullptr);
+void print_json(const Answer &answer, const disc::DiscRead *disc = nullptr, const AudioRead *audio = nullptr);
+// Milliseconds as [-]M:SS.t ("0:07.3"), "" for a text that is no number.
+std::string clock_text(const std::string &ms);
 
 // A decimal number of at most ten digits that fits 32 bits.
 bool parse_u32(std::string_view text, uint32_t &out);

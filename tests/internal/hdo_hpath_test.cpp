@@ -108,6 +108,8 @@ TEST_F(HdoHpath, StringResults) {
         {"A(%n)/$NAME", 0, "00000000:third"},
         {"A(B)/$NAME", 0, "00000000:second"},  // the index from root's value B, "2"
         {"A(B/C)", 0, "00000000:c2"},           // the index ends at the "/"
+        {"A(nothing)/$NAME", 0, "100D0003:"},   // a failing index passes its status on
+        {"/", 0, "00000000:Root Title"},        // an empty name: children (none match), then values by position
         // Attributes.
         {"@kind", 0, "00000000:disc"},
         {"@KIND", 0, "00000000:disc"},
@@ -173,6 +175,7 @@ TEST_F(HdoHpath, Counts) {
         {"A[$C]", 1},
         {"A[@id='7']|[@id='8']/$NAME", 2},
         {"$", 6},             // every visible value of the root
+        {"/", 11},            // every visible child and value
         {"nothing", 0},
         {"'literal'", 0},
         {"!nothing", 0},
@@ -185,7 +188,6 @@ TEST_F(HdoHpath, Counts) {
 TEST_F(HdoHpath, MalformedPathsAndPathsThatDoNotFit) {
     const char *paths[] = {
         "",                   // empty
-        "/",                  // nothing but slashes
         "A[@id='7']&B",       // a "&" behind "]" must lead to "["
         "@kind/(1)",          // an attribute with an index behind it
         "'x'/A",              // a literal ends a path

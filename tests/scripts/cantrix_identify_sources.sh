@@ -166,6 +166,19 @@ sed '/TRACK 02/,/INDEX 01 03:13:47/d' disc.cue > gap.cue
 expect 3 "gap.cue:6: TRACK 03 follows track 1: a track is missing" -- identify --cue gap.cue --leadout 41225
 expect 2 "--leadout goes with --cue" -- identify --toc "150 300" --leadout 41225
 
+# The lengths of a CUE sheet's audio files give the lead-out and the start
+# of a second FILE: 10 s of WAV (750 frames) and 5 s of FLAC (375 frames).
+if "$tool" --help | grep -q "lengths of its audio files" && command -v ffmpeg > /dev/null; then
+  head -c $((750 * 588 * 4)) /dev/zero | ffmpeg -loglevel error -f s16le -ar 44100 -ac 2 -i - a.wav
+  head -c $((375 * 588 * 4)) /dev/zero | ffmpeg -loglevel error -f s16le -ar 44100 -ac 2 -i - b.flac
+  mkdir -p sheets
+  printf 'FILE "../a.wav" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\nFILE "../b.flac" WAVE\n  TRACK 02 AUDIO\n    INDEX 01 00:00:00\n' > sheets/two.cue
+  expect 0 "disc: 150 900 1275 \(CUE sheet\)" -- identify --cue sheets/two.cue
+  head -c 1000 a.wav > sheets/cut.wav
+  printf 'FILE "cut.wav" WAVE\n  TRACK 01 AUDIO\n    INDEX 01 00:00:00\n' > sheets/cut.cue
+  expect 3 "cut.wav: " -- identify --cue sheets/cut.cue
+fi
+
 # ---- A drive: none here, and libdiscid says so.
 expect 3 "cannot read the disc in /nonexistent/cdrom: " -- identify --drive /nonexistent/cdrom
 

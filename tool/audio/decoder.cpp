@@ -168,6 +168,51 @@ class Converter {
     std::vector<int16_t> buffer_;
 };
 
+// An opened file: its container, the audio stream chosen and a decoder
+// for it, after the checks of sample rate and channel count.
+struct Input {
+    std::unique_ptr<AVFormatContext, FormatCloser> format;
+    std::unique_ptr<AVCodecContext, CodecCloser> decoder;
+    int index = -1;
+};
+
+// Opens `path` with FFmpeg's file protocol and the listed formats only;
+// "" on success, else why the file is refused.
+std::string open_input(const std::string &path, Input &input) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) return std::string("cannot read: ") + std::strerror(errno);
+    if (!S_ISREG(st.st_mode)) return "not a regular file";
+    if (st.st_size == 0) return "empty file";
+    av_log_set_level(AV_LOG_QUIET);
+    AVDictionary *options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    av_dict_set(&options, "format_whitelist", kFormatWhitelist, 0);
+    AVFormatContext *raw_format = nullptr;
+    int rc = avformat_open_input(&raw_format, ("file:" + path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (rc < 0) return "not a readable audio file (" + av_error(rc) + ")";
+    input.format.reset(raw_format);
+    if ((rc = avformat_find_stream_info(raw_format, nullptr)) < 0)
+        return "cannot read the stream information (" + av_error(rc) + ")";
+    const AVCodec *codec = nullptr;
+    input.index = av_find_best_stream(raw_format, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+    if (input.index < 0) return input.index == AVERROR_DECODER_NOT_FOUND ? "no decoder for its audio" : "no audio stream";
+    const AVCodecParameters *par = raw_format->streams[input.index]->codecpar;
+    if (par->sample_rate < static_cast<int>(kMinSourceRate) || par->sample_rate > static_cast<int>(kMaxSourceRate))
+        return "unsupported sample rate " + std::to_string(par->sample_rate) + " Hz";
+    if (par->ch_layout.nb_channels < 1 || par->ch_layout.nb_channels > static_cast<int>(kMaxSourceChannels))
+        return "unsupported channel count " + std::to_string(par->ch_layout.nb_channels);
+    const std::string name = avcodec_get_name(par->codec_id);
+    input.decoder.reset(avcodec_alloc_context3(codec));
+    if (!input.decoder) return "out of memory";
+    if ((rc = avcodec_parameters_to_context(input.decoder.get(), par)) < 0)
+        return "cannot set up the " + name + " decoder (" + av_error(rc) + ")";
+    input.decoder->thread_count = 1;
+    if ((rc = avcodec_open2(input.decoder.get(), codec, nullptr)) < 0)
+        return "cannot open the " + name + " decoder (" + av_error(rc) + ")";
+    return {};
+}
+
 }  // namespace
 
 void apply_tag(Tags &tags, const std::string &key, const std::string &value) {
@@ -198,48 +243,22 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
         result.error = std::move(why);
         return result;
     };
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) return fail(std::string("cannot read: ") + std::strerror(errno));
-    if (!S_ISREG(st.st_mode)) return fail("not a regular file");
-    if (st.st_size == 0) return fail("empty file");
-    av_log_set_level(AV_LOG_QUIET);
-
-    AVDictionary *options = nullptr;
-    av_dict_set(&options, "protocol_whitelist", "file", 0);
-    av_dict_set(&options, "format_whitelist", kFormatWhitelist, 0);
-    AVFormatContext *raw_format = nullptr;
-    int rc = avformat_open_input(&raw_format, ("file:" + path).c_str(), nullptr, &options);
-    av_dict_free(&options);
-    if (rc < 0) return fail("not a readable audio file (" + av_error(rc) + ")");
-    std::unique_ptr<AVFormatContext, FormatCloser> format(raw_format);
-    if ((rc = avformat_find_stream_info(format.get(), nullptr)) < 0)
-        return fail("cannot read the stream information (" + av_error(rc) + ")");
-    const AVCodec *codec = nullptr;
-    const int index = av_find_best_stream(format.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
-    if (index < 0) return fail(index == AVERROR_DECODER_NOT_FOUND ? "no decoder for its audio" : "no audio stream");
+    Input input;
+    if (std::string why = open_input(path, input); !why.empty()) return fail(why);
+    AVFormatContext *format = input.format.get();
+    AVCodecContext *decoder = input.decoder.get();
+    const int index = input.index;
     AVStream *stream = format->streams[index];
     const AVCodecParameters *par = stream->codecpar;
     info.container = format->iformat->name;
     info.codec = avcodec_get_name(par->codec_id);
-    info.source_rate = par->sample_rate > 0 ? static_cast<uint32_t>(par->sample_rate) : 0;
-    info.source_channels = par->ch_layout.nb_channels > 0 ? static_cast<uint32_t>(par->ch_layout.nb_channels) : 0;
-    if (par->sample_rate < static_cast<int>(kMinSourceRate) || par->sample_rate > static_cast<int>(kMaxSourceRate))
-        return fail("unsupported sample rate " + std::to_string(par->sample_rate) + " Hz");
-    if (par->ch_layout.nb_channels < 1 || par->ch_layout.nb_channels > static_cast<int>(kMaxSourceChannels))
-        return fail("unsupported channel count " + std::to_string(par->ch_layout.nb_channels));
+    info.source_rate = static_cast<uint32_t>(par->sample_rate);
+    info.source_channels = static_cast<uint32_t>(par->ch_layout.nb_channels);
     read_tags(format->metadata, info.tags);
     read_tags(stream->metadata, info.tags);
     if (format->duration > 0 && format->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE)
         info.declared_seconds = static_cast<double>(format->duration) / AV_TIME_BASE;
     if (info.container == "wav") info.declared_seconds = wav_declared_seconds(path);
-
-    std::unique_ptr<AVCodecContext, CodecCloser> decoder(avcodec_alloc_context3(codec));
-    if (!decoder) return fail("out of memory");
-    if ((rc = avcodec_parameters_to_context(decoder.get(), par)) < 0)
-        return fail("cannot set up the " + info.codec + " decoder (" + av_error(rc) + ")");
-    decoder->thread_count = 1;
-    if ((rc = avcodec_open2(decoder.get(), codec, nullptr)) < 0)
-        return fail("cannot open the " + info.codec + " decoder (" + av_error(rc) + ")");
 
     std::unique_ptr<AVPacket, PacketCloser> packet(av_packet_alloc());
     std::unique_ptr<AVFrame, FrameCloser> frame(av_frame_alloc());
@@ -275,7 +294,7 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
     // Takes every frame the decoder has; false to stop reading.
     auto drain = [&]() -> bool {
         for (;;) {
-            const int r = avcodec_receive_frame(decoder.get(), frame.get());
+            const int r = avcodec_receive_frame(decoder, frame.get());
             if (r == AVERROR(EAGAIN) || r == AVERROR_EOF) return true;
             if (r < 0) {
                 ++info.bad_packets;
@@ -295,7 +314,7 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
 
     bool running = true;
     while (running) {
-        rc = av_read_frame(format.get(), packet.get());
+        const int rc = av_read_frame(format, packet.get());
         if (rc == AVERROR_EOF) break;
         if (rc < 0) {
             error = "corrupt or truncated data at " + clock_text(static_cast<double>(delivered) / kOutputRate) + " (" +
@@ -304,14 +323,14 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
         }
         if (packet->stream_index == index) {
             ++info.packets;
-            const int sent = avcodec_send_packet(decoder.get(), packet.get());
+            const int sent = avcodec_send_packet(decoder, packet.get());
             if (sent < 0 && sent != AVERROR(EAGAIN)) ++info.bad_packets;
             running = drain();
         }
         av_packet_unref(packet.get());
     }
     if (running && error.empty()) {
-        avcodec_send_packet(decoder.get(), nullptr);
+        avcodec_send_packet(decoder, nullptr);
         running = drain();
         if (running && converter.ready()) {
             const int16_t *samples = nullptr;
@@ -326,7 +345,7 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
         return fail("corrupt audio: " + std::to_string(info.bad_packets) + " of " + std::to_string(info.packets) +
                     " packets cannot be decoded");
     if (delivered == 0)
-        return fail(info.bad_packets ? "corrupt audio: none of its " + std::to_string(info.packets) + " packets can be decoded"
+        return fail(info.bad_packets ? std::string("truncated or damaged: no packet of it can be decoded")
                                      : std::string("no audio could be decoded"));
     if (!info.cut && info.declared_seconds > 0 && info.seconds < 0.9 * info.declared_seconds - 1.0)
         return fail("truncated or damaged: " + clock_text(info.seconds) + " of the " +
@@ -334,6 +353,56 @@ DecodeResult decode_file(const std::string &path, const Limits &limits, const Si
     if (!audible) return fail("silent: nothing audible");
     result.ok = true;
     return result;
+}
+
+std::optional<uint32_t> cd_frames(const std::string &path, std::string &why) {
+    Input input;
+    if (why = open_input(path, input); !why.empty()) return std::nullopt;
+    const AVCodecParameters *par = input.format->streams[input.index]->codecpar;
+    if (par->sample_rate != 44100) {
+        why = "not CD audio: " + std::to_string(par->sample_rate) + " Hz";
+        return std::nullopt;
+    }
+    std::unique_ptr<AVPacket, PacketCloser> packet(av_packet_alloc());
+    std::unique_ptr<AVFrame, FrameCloser> frame(av_frame_alloc());
+    if (!packet || !frame) {
+        why = "out of memory";
+        return std::nullopt;
+    }
+    // Samples are counted as decoded: a header's duration may be rounded.
+    uint64_t samples = 0;
+    auto drain = [&]() {
+        while (avcodec_receive_frame(input.decoder.get(), frame.get()) == 0) {
+            samples += static_cast<uint64_t>(frame->nb_samples);
+            av_frame_unref(frame.get());
+        }
+    };
+    int rc;
+    while ((rc = av_read_frame(input.format.get(), packet.get())) >= 0) {
+        if (packet->stream_index == input.index) {
+            avcodec_send_packet(input.decoder.get(), packet.get());
+            drain();
+        }
+        av_packet_unref(packet.get());
+        if (samples > kMaxCdSamples) {
+            why = "longer than a CD";
+            return std::nullopt;
+        }
+    }
+    if (rc != AVERROR_EOF) {
+        why = "corrupt or truncated (" + av_error(rc) + ")";
+        return std::nullopt;
+    }
+    avcodec_send_packet(input.decoder.get(), nullptr);
+    drain();
+    // A cut WAV reads to its end without an error: its header tells.
+    const double declared = std::string(input.format->iformat->name) == "wav" ? wav_declared_seconds(path) : 0;
+    if (declared > 0 && static_cast<double>(samples) < declared * 44100 - kSamplesPerCdFrame) {
+        why = "truncated: " + clock_text(static_cast<double>(samples) / 44100) + " of the " + clock_text(declared) +
+              " its header states";
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>((samples + kSamplesPerCdFrame / 2) / kSamplesPerCdFrame);
 }
 
 std::string content_id(const std::string &path, std::string &error) {

@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,13 @@ struct DecodeResult {
 };
 
 DecodeResult decode_file(const std::string &path, const Limits &limits, const Sink &sink);
+
+// Length of a CD audio file (44.1 kHz, as a CUE sheet's FILE names) in
+// CD frames of 1/75 s, counted by decoding it whole; nullopt with `why`
+// for a file that is not CD audio or cannot be read to its end.
+inline constexpr uint32_t kSamplesPerCdFrame = 588;
+inline constexpr uint64_t kMaxCdSamples = 100ull * 60 * 44100;  // beyond any CD
+std::optional<uint32_t> cd_frames(const std::string &path, std::string &why);
 
 // Name of a file's content: SHA-256 of its bytes in hex, or empty with
 // `error` set.
