@@ -342,8 +342,9 @@ uint32_t handle_element(hdo_node *node, hdo_value *value, hpath_query *query, co
                          : _ombr_hdo_do_hpath(nullptr, found_value, path, query);
     };
     if (!node) {
-        // A name step on a value ("$" gets this far): no place for it.
-        return out(kBadPath);
+        // A values-only step on a value ("$" gets this far): the value lookup
+        // has no node to look in.
+        return out(kInvalidArg);
     }
 
     if (!*rest) {

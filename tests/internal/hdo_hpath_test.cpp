@@ -156,6 +156,7 @@ TEST_F(HdoHpath, StringResults) {
         {"dup", 1, "100D0003:"},  // the value at ordinal 0 stays behind the child
         {"$dup", 0, "00000000:value-dup"},
         {"dup/$inner", 0, "00000000:child-dup"},
+        {"$title/$x", 0, "90110001:"},  // a value lookup on a value has no node
     };
     for (const StringCase &c : cases) EXPECT_EQ(string_at(c.path, c.ordinal), c.expected) << c.path << " #" << c.ordinal;
 }
@@ -181,6 +182,7 @@ TEST_F(HdoHpath, Counts) {
         {"!nothing", 0},
         {"A[Sub/$deep='d']", 1},
         {"A/Sub", 1},
+        {"$title/$x", OMBR_HDO_INVALID_ARG},
     };
     for (const auto &c : cases) EXPECT_EQ(count_of(c.path), c.expected) << c.path;
 }
@@ -193,7 +195,6 @@ TEST_F(HdoHpath, MalformedPathsAndPathsThatDoNotFit) {
         "'x'/A",              // a literal ends a path
         "5/A",                // so does a number
         "$title/NAME",        // a name step on a value
-        "$title/$x",
         "A[(1)='1']",         // an empty left text compared
         "!",
     };
