@@ -253,6 +253,42 @@ TEST_F(HdoValue, SplitNeedsTheValueUnderItsOwnName) {
     ombr_hdo_release(node);
 }
 
+// Adding an existing value follows the flags it was first added with: a
+// replacing value takes the key's first place, and on a single node is
+// refused where the key is present and, oddly, left out where it is not.
+TEST_F(HdoValue, AddingAnExistingValueFollowsItsOwnFlags) {
+    ombr_hdo_t source = make_node();
+    ombr_hdo_value_t replacing = nullptr, hidden = nullptr;
+    ASSERT_EQ(ombr_hdo_new_value_string(source, "r", "R", OMBR_HDO_REPLACE, &replacing), 0u);
+    ASSERT_EQ(ombr_hdo_new_value_string(source, "h", "H", OMBR_HDO_HIDDEN, &hidden), 0u);
+    ombr_hdo_t plain = make_node(), single = make_node();
+    add_string(plain, "k", "old");
+    add_string(plain, "k", "old2");
+    add_string(single, "k", "old");
+    ASSERT_EQ(ombr_hdo_set_flags(single, OMBR_HDO_SINGLE, OMBR_HDO_SINGLE), 0u);
+    struct {
+        ombr_hdo_t node;
+        const char *key;
+        ombr_hdo_value_t handle;
+        uint32_t status;
+        const char *tree;
+    } cases[] = {
+        {plain, "k", replacing, 0u, "{k:'old2';r:'R';}"},  // the value keeps its own name
+        {single, "k", replacing, OMBR_HDO_REFUSED, "{k:'old';}"},
+        {single, "z", replacing, OMBR_DATATYPES_NOT_FOUND, "{k:'old';}"},
+        {single, "q", hidden, 0u, "{k:'old';}"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(ombr_hdo_value_set(c.node, c.key, c.handle), c.status) << c.key;
+        EXPECT_EQ(dump_tree(c.node), c.tree) << c.key;
+    }
+    EXPECT_EQ(replacing->value->ref_count, 3);  // source, plain, handle
+    EXPECT_EQ(single->hidden_values, 1u);
+    ombr_hdo_value_release(replacing);
+    ombr_hdo_value_release(hidden);
+    for (ombr_hdo_t node : {source, plain, single}) ombr_hdo_release(node);
+}
+
 void count_release(void *data, uint32_t size) {
     auto *calls = static_cast<std::vector<uint32_t> *>(data);
     calls->push_back(size);
@@ -345,6 +381,10 @@ TEST_F(HdoValue, HandleStatuses) {
     uint32_t n = 0;
     ombr_hdo_value_t h = nullptr;
     EXPECT_EQ(ombr_hdo_value_getdata_string(bad, &text), OMBR_HDO_BAD_MAGIC);
+    // A missing output is reported before a wrong handle.
+    EXPECT_EQ(ombr_hdo_value_getdata_string(bad, nullptr), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_value_getname(bad, nullptr), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_value_attribute_set(bad, nullptr, "x"), OMBR_HDO_INVALID_ARG);
     EXPECT_EQ(ombr_hdo_value_release(bad), OMBR_HDO_BAD_MAGIC);
     EXPECT_EQ(ombr_hdo_value_release(nullptr), 0u);
     EXPECT_EQ(ombr_hdo_value_setdata_string(nullptr, "x"), OMBR_HDO_INVALID_ARG);

@@ -210,7 +210,19 @@ TEST_F(CatalogueTest, PartialDiscOfTwoIsCompletedWithAllTracksAndTheMatchedOnesM
     EXPECT_EQ(value(album, "zelto_val_track_matched"), "4");
     zelto_rvo_handle matching = child(album, "zelto_ctx_track!matching", 1);
     EXPECT_EQ(display(matching, "zelto_ctx_title!off"), "Midnight Sun");
+    EXPECT_EQ(value(matching, "zelto_val_discnumber"), "2");
     zelto_manager_rvo_release(matching);
+    // The disc that matched, on its own: its number among the release's
+    // discs, its TOC, its tracks numbered on it.
+    EXPECT_EQ(value(album, "zelto_val_disccount"), "2");
+    EXPECT_EQ(value(album, "zelto_val_disc_matched"), "2");
+    EXPECT_EQ(value(album, "zelto_val_toc"), "150 30000 61000");
+    ASSERT_EQ(children(album, "zelto_ctx_disc!"), 1u);
+    zelto_rvo_handle disc = child(album, "zelto_ctx_disc!matching", 1);
+    EXPECT_EQ(value(disc, "zelto_val_discnumber"), "2");
+    EXPECT_EQ(value(disc, "zelto_val_toc"), "150 30000 61000");
+    EXPECT_EQ(track_titles(disc), (std::vector<std::string>{"1 Midnight Sun 398000", "2 Thaw 412000"}));
+    zelto_manager_rvo_release(disc);
     zelto_manager_rvo_release(album);
     zelto_manager_rvo_release(response);
 }
