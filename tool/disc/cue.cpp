@@ -77,15 +77,6 @@ class CueReader {
 
    private:
     std::optional<Error> fail(std::string message) const { return Error{line_, std::move(message)}; }
-    // The current file's name in quotes, at most 64 bytes of it, ready for
-    // a message. Built by appends: GCC 12 at -O3 sees "\"" + a temporary as
-    // an overlapping copy and stops the Release build (-Wrestrict).
-    std::string quoted_file() const {
-        std::string text(1, '"');
-        text.append(file_name_, 0, 64);
-        text += '"';
-        return text;
-    }
 
     void warn(std::string message) {
         if (disc_.warnings.size() < kMaxWarnings)
@@ -146,7 +137,7 @@ class CueReader {
                 return fail("a second FILE: the length of \"" + file_name_.substr(0, 64) +
                             "\" is needed, since times start again in each file");
             if (file_time_ && *length <= *file_time_)
-                return fail(quoted_file() + " is shorter than its INDEX times");
+                return fail("\"" + file_name_.substr(0, 64) + "\" is shorter than its INDEX times");
             file_base_ += *length;
             if (file_base_ > kMaxFrames) return fail("the files before this one last beyond 100 minutes");
         }
@@ -227,7 +218,7 @@ class CueReader {
         if (options_.file_length) {
             if (auto length = options_.file_length(file_name_)) {
                 if (file_time_ && *length <= *file_time_)
-                    return Error{0, quoted_file() + " is shorter than its INDEX times"};
+                    return Error{0, "\"" + file_name_.substr(0, 64) + "\" is shorter than its INDEX times"};
                 end = kPregapFrames + file_base_ + *length + silence_;
             }
         }
