@@ -91,6 +91,7 @@ expect 0 "9 files: 0 added, 5 unchanged, 4 skipped" -- catalogue fingerprint mus
 expect 0 "fingerprints: 4 \(of 4 audio files\)" -- catalogue info
 expect 0 "tracks: +248" -- catalogue info
 expect 0 "unchanged music/comets-copy.mp3" -- catalogue fingerprint --verbose music
+expect 0 "\[#+\] 9/9 +[0-9.]+ files/s +[0-9]+x real time +0:00 left" -- catalogue fingerprint --progress music
 expect 0 '"files":9,"added":0,"same_audio":0,"unchanged":5,"skipped":4' -- --json catalogue fingerprint music
 expect 0 '"path":"music/cut.flac","reason":"truncated or damaged' -- --json catalogue fingerprint music
 expect 3 "cantrix: gone.flac: no such file or folder" -- catalogue fingerprint music gone.flac
