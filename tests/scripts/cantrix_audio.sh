@@ -109,6 +109,10 @@ done
 expect 0 "Ana Reyes - Night Drive" -- identify --audio mono.flac
 expect 0 "audio match: track 1\. Neon" -- identify --audio mono.flac
 expect 0 "offset: 0:00\.0" -- identify --audio mono.flac
+# Five seconds of silence before the song: the audio starts before the track.
+ff -i song3.wav -af adelay=5000:all=1 -c:a flac lead.flac
+expect 0 "offset: -0:0(4\.9|5\.[01])" -- identify --audio lead.flac
+expect 0 '"fp_offset_ms":-(49|50|51)[0-9]{2},' -- identify --json --audio lead.flac
 expect 0 '^\{"audio":\{"path":"clip.mp3","codec":"mp3","duration_ms":20000,.*"results":\[\{"context":"zelto_ctx_album","match_type":"SINGLE","lookup_type":"FP","fp_score":([6-9][0-9]|100),"fp_offset_ms":(39|40)[0-9]{2},"fp_compared_ms":1[5-9][0-9]{3},"matched_track":2,"title":"Lanterns of Glass","artist":"Mira Solenne"' \
   -- identify --json --audio clip.mp3 mono.flac
 out=$("$tool" identify --json --audio clip.mp3 mono.flac 2>&1)
