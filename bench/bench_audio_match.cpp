@@ -273,7 +273,7 @@ void make_song(int n, bool known, bool variants) {
 
     thread_local Session session;
     audio::Limits query_limits;
-    query_limits.max_seconds = 600;  // as `cantrix identify --audio`
+    query_limits.max_seconds = audio::kIdentifySeconds;  // as `cantrix identify --audio`
     if (known && !variants) {
         const auto f = audio::fingerprint_file(session.query, (dir / "original.flac").string(), {});
         if (!f.decode.ok) std::fprintf(stderr, "%s original: %s\n", name.c_str(), f.decode.error.c_str());
