@@ -28,7 +28,10 @@ uint32_t precheck(bool needs_init, std::initializer_list<bool> present) {
 constexpr bool kInit = true;
 constexpr bool kNoInit = false;
 
-uint32_t check_handle(const hdo_value_handle *handle) {
+// A handle's checks in the order of the form: the required arguments, then
+// the handle's magic.
+uint32_t check_handle(const hdo_value_handle *handle, std::initializer_list<bool> present = {}) {
+    if (uint32_t status = precheck(kNoInit, present)) return status;
     if (!handle) return kInvalidArg;
     return handle->magic == kHandleMagic ? 0 : kBadMagic;
 }
@@ -371,20 +374,17 @@ OMBR_API uint32_t ombr_hdo_value_setdata_pointer(ombr_hdo_value_t handle, void *
 }
 
 OMBR_API uint32_t ombr_hdo_value_getdata_string(ombr_hdo_value_t handle, const char **out_text) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!out_text) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {out_text != nullptr})) return out(status);
     return out(_ombr_hdo_value_getdata_string(handle, out_text));
 }
 
 OMBR_API uint32_t ombr_hdo_value_getdata_int(ombr_hdo_value_t handle, int32_t *out_number) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!out_number) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {out_number != nullptr})) return out(status);
     return out(_ombr_hdo_value_getdata_int(handle, reinterpret_cast<uint32_t *>(out_number)));
 }
 
 OMBR_API uint32_t ombr_hdo_value_getdata_uint(ombr_hdo_value_t handle, uint32_t *out_number) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!out_number) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {out_number != nullptr})) return out(status);
     return out(_ombr_hdo_value_getdata_int(handle, out_number));
 }
 
@@ -399,40 +399,34 @@ OMBR_API uint32_t ombr_hdo_value_getdata_pointer(ombr_hdo_value_t handle, void *
 }
 
 OMBR_API uint32_t ombr_hdo_value_getname(ombr_hdo_value_t handle, const char **out_name) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!out_name) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {out_name != nullptr})) return out(status);
     *out_name = handle->value->name;
     return 0;
 }
 
 OMBR_API uint32_t ombr_hdo_value_gettype(ombr_hdo_value_t handle, uint32_t *out_type) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!out_type) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {out_type != nullptr})) return out(status);
     *out_type = handle->value->type;
     return 0;
 }
 
 OMBR_API uint32_t ombr_hdo_value_attribute_set(ombr_hdo_value_t handle, const char *name, const char *text) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!name) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {name != nullptr})) return out(status);
     return out(_ombr_hdo_value_attribute_set(handle->value, name, text));
 }
 
 OMBR_API uint32_t ombr_hdo_value_attribute_get(ombr_hdo_value_t handle, const char *name, const char **out_text) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!name) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {name != nullptr})) return out(status);
     return out(_ombr_hdo_value_attribute_get(handle->value, name, out_text));
 }
 
 OMBR_API uint32_t ombr_hdo_value_attribute_delete(ombr_hdo_value_t handle, const char *name) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!name) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {name != nullptr})) return out(status);
     return out(_ombr_hdo_value_attribute_delete(handle->value, name));
 }
 
 OMBR_API uint32_t ombr_hdo_value_attribute_count(ombr_hdo_value_t handle, uint32_t *out_count) {
-    if (uint32_t status = check_handle(handle)) return out(status);
-    if (!out_count) return out(kInvalidArg);
+    if (uint32_t status = check_handle(handle, {out_count != nullptr})) return out(status);
     return out(_ombr_hdo_value_attribute_count(handle->value, out_count));
 }
 

@@ -342,8 +342,9 @@ uint32_t handle_element(hdo_node *node, hdo_value *value, hpath_query *query, co
                          : _ombr_hdo_do_hpath(nullptr, found_value, path, query);
     };
     if (!node) {
-        // A name step on a value ("$" gets this far): no place for it.
-        return out(kBadPath);
+        // A values-only step on a value ("$" gets this far): the value lookup
+        // has no node to look in.
+        return out(kInvalidArg);
     }
 
     if (!*rest) {
@@ -493,8 +494,6 @@ uint32_t handle_predicate(hdo_node *node, hdo_value *value, const char *step, co
 
 uint32_t handle_token(hdo_node *node, hdo_value *value, const char *step, const char *rest, hpath_query *query) {
     switch (step[0]) {
-        case '\0':
-            return out(kBadPath);
         case '!': {
             SubQuery negated(*query, 1);
             uint32_t status = _ombr_hdo_do_hpath(node, value, step + 1, &negated.query);
@@ -519,9 +518,8 @@ uint32_t handle_token(hdo_node *node, hdo_value *value, const char *step, const 
         }
         case '(': {
             SubQuery index(*query, 1);
-            uint32_t status = _ombr_hdo_do_hpath(node, value, step + 1, &index.query);
-            if (is_error(status)) return out(status);
-            // Nothing found gives no text, and so the index 0.
+            if (uint32_t status = _ombr_hdo_do_hpath(node, value, step + 1, &index.query)) return out(status);
+            // A result without text gives the index 0.
             query->index = ombr_string_atou32(index.query.text);
             return query->index == 0 ? out(kIndexZero) : 0;
         }
@@ -542,6 +540,8 @@ uint32_t handle_token(hdo_node *node, hdo_value *value, const char *step, const 
         case '[':
             return handle_predicate(node, value, step, rest, query);
         default:
+            // An empty step (a path of slashes alone) is an element step with
+            // an empty name, which looks at every child and value.
             if (ombr_string_atou32(step) != 0) return handle_literal(step, rest, query);
             if (!node) return out(kBadPath);
             return handle_element(node, value, query, step, rest, false);

@@ -2,10 +2,14 @@
 # Installs what the build and the tests need on a Debian machine, only if it
 # is missing. Safe to run repeatedly. FFmpeg's libraries decode audio files
 # in the tool; the ffmpeg program makes the audio of the tests.
+#   scripts/deps.sh [--no-m32]   (--no-m32: without what only the 32-bit build needs)
 set -euo pipefail
+m32=1
+[ "${1:-}" = "--no-m32" ] && m32=0
 
 need=()
-for pkg in cmake make g++ g++-multilib googletest libgtest-dev libgmock-dev libbenchmark-dev \
+multilib=(); [ "$m32" -eq 1 ] && multilib=(g++-multilib)
+for pkg in cmake make g++ "${multilib[@]}" googletest libgtest-dev libgmock-dev libbenchmark-dev \
            libsqlite3-dev libchromaprint-dev pkg-config nlohmann-json3-dev libdiscid-dev unicode-data python3 binutils \
            libfmt-dev libabsl-dev libicu-dev libedlib-dev libexpat1-dev libxml2-dev libpugixml-dev \
            libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg; do
@@ -17,6 +21,8 @@ if [ ${#need[@]} -gt 0 ]; then
   $SUDO apt-get update -qq || echo "apt-get update reported errors; trying the install anyway"
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}" >/dev/null
 fi
+
+[ "$m32" -eq 1 ] || exit 0
 
 # The 32-bit build links the host against Debian's 32-bit SQLite library and
 # the tool against its 32-bit libdiscid. Only the runtime packages are

@@ -7,12 +7,12 @@
 # FUZZ_SECONDS (default 15) bounds the fuzzing of each harness.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/deps.sh
-
 jobs=$(nproc 2>/dev/null || echo 2)
 all=(native install asan m32 release clang tsan fuzz)
 stages=("$@")
 [ ${#stages[@]} -gt 0 ] || stages=("${all[@]}")
+# The 32-bit packages only when the m32 stage runs.
+case " ${stages[*]} " in *" m32 "*) bash scripts/deps.sh ;; *) bash scripts/deps.sh --no-m32 ;; esac
 mkdir -p build
 
 # configure NAME CMAKE-ARGS...: a fresh or updated build folder build/NAME.

@@ -12,6 +12,7 @@
 // Exit codes are listed in kUsage below.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -48,7 +49,9 @@ enum Exit : int {
 
 constexpr const char *kDefaultCatalogue = "cantrix.catalogue";
 
-constexpr const char *kUsageText =
+// Help texts: the synopsis of every command, each command's own help, the
+// options all commands share, the exit codes.
+constexpr const char *kSynopsis =
     "usage: cantrix [options] identify --toc \"TOC\" [--toc-format auto|offsets|musicbrainz]\n"
     "       cantrix [options] identify --discid ID | --drive [DEVICE] | --log FILE\n"
     "       cantrix [options] identify --cue FILE [--leadout FRAMES]\n"
@@ -56,10 +59,12 @@ constexpr const char *kUsageText =
     "       cantrix [options] search [--artist A] [--album B] [--title T] [--composer C]\n"
     "                                [--album-artist A] [--track-artist A] [--lyric L] [--fragment F]\n"
     "                                [--kind albums|tracks|matches|lyrics]\n"
-    "       cantrix [options] catalogue import FILE...|DIR...\n"
+    "       cantrix [options] catalogue import [--verbose] FILE...|DIR...\n"
     "       cantrix [options] catalogue fingerprint FILE...|DIR... [--verbose]\n"
-    "       cantrix [options] catalogue info\n"
-    "       cantrix [options] catalogue check   (SQLite's integrity check of the file)\n"
+    "       cantrix [options] catalogue info | check | list | remove ID\n"
+    "       cantrix COMMAND --help | --help | --version\n";
+
+constexpr const char *kOptionsHelp =
     "\n"
     "options:\n"
     "  --catalogue PATH   catalogue file (default: ./cantrix.catalogue; import creates it)\n"
@@ -69,14 +74,27 @@ constexpr const char *kUsageText =
     "  --lang LANG        preferred language of the results (e.g. eng, deu)\n"
     "  --json             print the response as JSON\n"
     "  --progress         show progress on stderr even when it is not a terminal\n"
-    "  --verbose          catalogue fingerprint: one line per file\n"
-    "  --help             this text\n"
+    "  --verbose          catalogue import: every skipped record with its reason;\n"
+    "                     catalogue fingerprint: one line per file\n"
+    "  -h, --help         help; after a command, that command's help\n"
+    "  --version          the versions of the tool and the library\n";
+
+constexpr const char *kIdentifyHelp =
+    "usage: cantrix [options] identify --toc \"TOC\" [--toc-format auto|offsets|musicbrainz]\n"
+    "       cantrix [options] identify --discid ID | --drive [DEVICE] | --log FILE\n"
+    "       cantrix [options] identify --cue FILE [--leadout FRAMES]\n"
+    "       cantrix [options] identify --audio FILE...\n"
     "\n"
-    "identify takes the disc's table of contents from one source; positions are frames\n"
-    "(1/75 s) as a drive counts them, the first track usually at 150:\n"
+    "identify takes the disc's table of contents (TOC) from one source. A TOC counts\n"
+    "frames of 1/75 s as a drive does: the first track of a plain disc starts at 150\n"
+    "(the 2-second pregap), each further number is where the next track starts, and\n"
+    "the last number is the lead-out, where the last track ends. A disc of 3 tracks\n"
+    "of 3:13.47, 2:49.20 and 3:04.58 (minutes:seconds.frames) is\n"
+    "  150  150+14522=14672  14672+12695=27367  27367+13858=41225  ->  \"150 14672 27367 41225\"\n"
     "  --toc TOC          \"150 14672 27367 41225\" (track offsets, then the lead-out) or\n"
     "                     \"1 3 41225 150 14672 27367\" (first and last track, lead-out, offsets:\n"
-    "                     the MusicBrainz form); the form is detected, or set by --toc-format\n"
+    "                     the MusicBrainz form); the form is detected, or set by --toc-format;\n"
+    "                     a first track at 0 (sector numbers) is taken as it is\n"
     "  --discid ID        a MusicBrainz disc ID or a freedb ID stored in the catalogue\n"
     "  --drive [DEVICE]   the CD in a drive (default: libdiscid's default drive), with its\n"
     "                     MCN and ISRCs where the drive reads them\n"
@@ -84,12 +102,40 @@ constexpr const char *kUsageText =
     "                     or --leadout FRAMES when the files are not at hand\n"
     "  --log FILE         a rip log of EAC, XLD, whipper or cyanrip\n"
     "                     (FILE \"-\" reads the CUE sheet or log from standard input)\n"
-    "identify prints the disc's MusicBrainz and freedb disc IDs before its matches.\n"
     "  --audio FILE...    audio files (WAV, FLAC, MP3, AAC/M4A, Ogg Vorbis, Opus, ...),\n"
     "                     whole songs or excerpts of 20 s or more, each fingerprinted and\n"
     "                     looked up among the fingerprints of the catalogue; prints the\n"
     "                     album, the matched track, the fingerprint score (0..100), where\n"
     "                     in the track the audio starts and how much was compared\n"
+    "identify prints the disc's MusicBrainz and freedb disc IDs before its matches; a\n"
+    "match on a release of several discs names the disc and lists that disc's tracks.\n";
+
+constexpr const char *kSearchHelp =
+    "usage: cantrix [options] search [--artist A] [--album B] [--title T] [--composer C]\n"
+    "                                [--album-artist A] [--track-artist A] [--lyric L] [--fragment F]\n"
+    "                                [--kind albums|tracks|matches|lyrics]\n"
+    "\n"
+    "search finds albums (default), tracks, albums and contributors (matches) or lyrics\n"
+    "by text; spelling, case and accents need not be exact. Each field needs letters or\n"
+    "digits. --range START:SIZE pages through the results (\"11 to 20 of 37\").\n";
+
+constexpr const char *kCatalogueHelp =
+    "usage: cantrix [options] catalogue import [--verbose] FILE...|DIR...\n"
+    "       cantrix [options] catalogue fingerprint FILE...|DIR... [--verbose]\n"
+    "       cantrix [options] catalogue info\n"
+    "       cantrix [options] catalogue check\n"
+    "       cantrix [options] catalogue list [--range START:SIZE]\n"
+    "       cantrix [options] catalogue remove ID\n"
+    "\n"
+    "  import   MusicBrainz release JSON, xmcd disc files, lyrics records, or folders of\n"
+    "           them; says how many records were new, replaced or unchanged and why any\n"
+    "           were skipped (the first few, all with --verbose); exit 6 when nothing\n"
+    "           could be imported\n"
+    "  info     how many albums, discs, TOCs, tracks, artists and lyrics the file holds\n"
+    "  check    SQLite's integrity check of the file\n"
+    "  list     the albums, by artist and title, paged by --range (default 1:50)\n"
+    "  remove   removes the album of that ID (as list, search and identify show it)\n"
+    "  --json   prints import, info and list as JSON\n"
     "\n"
     "catalogue fingerprint decodes, fingerprints and stores every audio file named or\n"
     "found below a folder, linked to a catalogue track by the MusicBrainz identifiers\n"
@@ -97,18 +143,21 @@ constexpr const char *kUsageText =
     "80 or more), else to a track made from its tags. Files are known by their\n"
     "content: a second run stores nothing again. Files that cannot be decoded are\n"
     "reported and skipped. A progress bar with the rate and the time left is shown\n"
-    "on a terminal.\n"
+    "on a terminal.\n";
+
+constexpr const char *kExitHelp =
     "\n"
     "exit codes:\n"
     "  0  success; a lookup without result prints \"no match\" and also exits 0\n"
     "  2  usage error: unknown command or option, missing or malformed option value\n"
     "  3  input refused: a malformed TOC, CUE sheet or rip log (its line is named), a file\n"
     "     or drive that cannot be read (identify --audio: any of its files; catalogue\n"
-    "     fingerprint: a path that does not exist), or input the module refuses (invalid\n"
-    "     text, fields this kind of search does not take; its status is shown)\n"
+    "     fingerprint: a path that does not exist), a search text without letters or\n"
+    "     digits, or input the module refuses (invalid text, fields this kind of search\n"
+    "     does not take; its status is shown)\n"
     "  4  catalogue file missing or damaged or not readable as a catalogue\n"
     "  5  lookup failed or was aborted\n"
-    "  6  import failed\n"
+    "  6  import failed, or nothing at all was imported\n"
     "  70 internal failure (initialisation, out of memory)\n";
 
 // ---- Options ------------------------------------------------------------------------
@@ -126,7 +175,7 @@ struct Options {
     std::optional<uint32_t> leadout;
     std::optional<uint32_t> start, size;
     std::vector<std::string> audio;  // identify --audio FILE...
-    bool single = false, json = false, progress = false, help = false, verbose = false;
+    bool single = false, json = false, progress = false, help = false, version = false, verbose = false;
     std::string lang;
     std::string kind = "albums";
     // Text fields in the order given: module field key, text.
@@ -168,6 +217,7 @@ Options parse(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         std::optional<std::string> inline_value;
+        if (arg == "-h") arg = "--help";
         if (arg.rfind("--", 0) == 0) {
             const size_t eq = arg.find('=');
             if (eq != std::string::npos) {
@@ -193,6 +243,10 @@ Options parse(int argc, char **argv) {
         }
         if (arg == "--help") {
             flag(o.help);
+        } else if (arg == "--version") {
+            flag(o.version);
+        } else if (arg == "--verbose") {
+            flag(o.verbose);
         } else if (arg == "--json") {
             flag(o.json);
         } else if (arg == "--single") {
@@ -268,16 +322,21 @@ Options parse(int argc, char **argv) {
             if (!known) usage_error("unknown option '" + arg + "'");
         }
     }
-    if (o.help) return o;
+    if (o.help || o.version) {
+        // The command, if any, chooses the help text.
+        if (!positional.empty()) o.command = positional[0];
+        return o;
+    }
     if (positional.empty()) usage_error("no command given");
     o.command = positional[0];
     size_t next = 1;
     if (o.command == "catalogue") {
-        if (positional.size() < 2) usage_error("catalogue needs 'import', 'fingerprint', 'info' or 'check'");
+        if (positional.size() < 2)
+            usage_error("catalogue needs 'import', 'fingerprint', 'info', 'check', 'list' or 'remove'");
         o.subcommand = positional[1];
         next = 2;
         if (o.subcommand != "import" && o.subcommand != "fingerprint" && o.subcommand != "info" &&
-            o.subcommand != "check")
+            o.subcommand != "check" && o.subcommand != "list" && o.subcommand != "remove")
             usage_error("unknown catalogue command '" + o.subcommand + "'");
     } else if (o.command != "identify" && o.command != "search") {
         usage_error("unknown command '" + o.command + "'");
@@ -285,16 +344,19 @@ Options parse(int argc, char **argv) {
     o.operands.assign(positional.begin() + static_cast<std::ptrdiff_t>(next), positional.end());
     const bool takes_paths = o.command == "catalogue" && (o.subcommand == "import" || o.subcommand == "fingerprint");
     if (takes_paths && o.operands.empty()) usage_error("catalogue " + o.subcommand + " needs files or directories");
+    if (o.command == "catalogue" && o.subcommand == "remove" && o.operands.size() != 1)
+        usage_error("catalogue remove needs the ID of one album (as list, search and identify show it)");
     // identify --audio A B C: the files after the first are operands.
     if (o.command == "identify" && !o.audio.empty()) {
         o.audio.insert(o.audio.end(), o.operands.begin(), o.operands.end());
         o.operands.clear();
     }
-    if (!takes_paths && !o.operands.empty()) usage_error("unexpected argument '" + o.operands[0] + "'");
+    if (!takes_paths && o.subcommand != "remove" && !o.operands.empty())
+        usage_error("unexpected argument '" + o.operands[0] + "'");
     if (o.command == "identify" && !o.source && !o.disc_id && o.audio.empty())
         usage_error("identify needs one of --toc, --discid, --drive, --cue, --log, --audio");
     if (o.command != "identify" && !o.audio.empty()) usage_error("only identify takes --audio");
-    if (o.verbose && o.subcommand != "fingerprint") usage_error("--verbose goes with catalogue fingerprint");
+    if (o.verbose && !takes_paths) usage_error("--verbose goes with catalogue import and catalogue fingerprint");
     if (o.toc_form && o.source != disc::SourceKind::toc) usage_error("--toc-format goes with --toc");
     if (o.leadout && o.source != disc::SourceKind::cue) usage_error("--leadout goes with --cue");
     if (o.command != "identify" && (o.source || o.disc_id)) usage_error("only identify takes a TOC source");
@@ -318,11 +380,16 @@ void report(const char *what, uint32_t status) {
 
 struct LookupProgress {
     bool show = false;
+    // Hits the first lookup of a find found in all (the provider's count,
+    // before the range cut it to a page); a completing lookup after it does
+    // not count.
+    std::optional<uint32_t> found_total;
 };
 
 void lookup_status(void *data, zelto_cantrix_query_handle, uint32_t status, uint32_t value1, uint32_t value2,
                    uint8_t *) {
     auto *p = static_cast<LookupProgress *>(data);
+    if (status == ZELTO_CANTRIX_STATUS_FOUND && !p->found_total) p->found_total = value1;
     if (!p->show || status == ZELTO_CANTRIX_STATUS_RELEASE) return;
     const char *what = status == ZELTO_CANTRIX_STATUS_STARTED    ? "started"
                        : status == ZELTO_CANTRIX_STATUS_SENT     ? "searching"
@@ -432,6 +499,8 @@ class Session {
     zelto_catalogue *catalogue() const { return catalogue_; }
     zelto_user *user() const { return user_; }
     zelto_cantrix_query_handle query() const { return query_; }
+    std::optional<uint32_t> found_total() const { return progress_.found_total; }
+    void forget_found_total() { progress_.found_total.reset(); }
 
    private:
     zelto_catalogue *catalogue_ = nullptr;
@@ -441,13 +510,14 @@ class Session {
     LookupProgress progress_;
 };
 
-int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nullptr,
-             const tool::AudioRead *audio = nullptr) {
+// Runs the query's find; on success `answer` holds what came back.
+int find_answer(Session &session, const Options &o, tool::Answer &answer) {
     uint32_t (*find)(zelto_cantrix_query_handle, zelto_rvo_handle *) = zelto_cantrix_query_find_albums;
     if (o.kind == "tracks") find = zelto_cantrix_query_find_tracks;
     if (o.kind == "matches") find = zelto_cantrix_query_find_matches;
     if (o.kind == "lyrics") find = zelto_cantrix_query_find_lyrics;
     tool::Object response;
+    session.forget_found_total();
     const uint32_t s = find(session.query(), response.out());
     if (s == ZELTO_CANTRIX_NO_SUITABLE_INPUT || s == ZELTO_CANTRIX_UNSUPPORTED) {
         // The module refuses fields that this kind of find does not search by
@@ -459,30 +529,59 @@ int run_find(Session &session, const Options &o, const disc::DiscRead *disc = nu
         report("lookup failed", s);
         return kLookupFailed;
     }
-    const tool::Answer answer = tool::read_answer(response, o.kind);
+    answer = tool::read_answer(response, o.kind);
+    // Album, track and match responses number their rows from 1 whatever
+    // page was asked; the real place comes from the asked start and the
+    // provider's count of all hits.
+    if (const auto total = session.found_total(); total && !answer.rows.empty()) {
+        const uint32_t first = o.start.value_or(1);
+        answer.range_start = std::to_string(first);
+        answer.range_end = std::to_string(first + answer.rows.size() - 1);
+        answer.range_count = std::to_string(std::max<uint64_t>(*total, first + answer.rows.size() - 1));
+    }
+    return kOk;
+}
+
+void print_answer(const Options &o, const tool::Answer &answer, const disc::DiscRead *disc = nullptr,
+                  const tool::AudioRead *audio = nullptr) {
     if (o.json)
         tool::print_json(answer, disc, audio);
     else
         tool::print_text(answer, disc, audio);
-    return kOk;
 }
 
 // Identifies one disc by its audio session's TOC, passed offset by offset so
-// that a first track at frame 0 goes in too.
-int identify_disc(const Options &o, const disc::DiscRead &d) {
-    Session session;
-    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
-    if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
-    std::vector<uint32_t> offsets = d.toc.offsets;
-    offsets.push_back(d.toc.leadout);
-    for (uint32_t offset : offsets) {
-        const uint32_t s = zelto_cantrix_query_add_toc_offset(session.query(), offset);
-        if (s != 0) {
-            report(("TOC \"" + d.toc.offsets_text() + "\" refused").c_str(), s);
-            return kBadInput;
+// that a first track at frame 0 goes in too. A typed TOC that matches
+// nothing may be an Enhanced CD's whole TOC: it is tried once more with its
+// last track taken as the data track.
+int identify_disc(const Options &o, const disc::DiscRead &d, bool typed = false) {
+    tool::Answer answer;
+    {
+        Session session;
+        if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+        if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
+        std::vector<uint32_t> offsets = d.toc.offsets;
+        offsets.push_back(d.toc.leadout);
+        for (uint32_t offset : offsets) {
+            const uint32_t s = zelto_cantrix_query_add_toc_offset(session.query(), offset);
+            if (s != 0) {
+                report(("TOC \"" + d.toc.offsets_text() + "\" refused").c_str(), s);
+                std::fprintf(stderr, "  the library takes at most 100 rising numbers: the %s\n",
+                             disc::kOffsetsFormHelp);
+                return kBadInput;
+            }
         }
+        if (int rc = find_answer(session, o, answer)) return rc;
     }
-    return run_find(session, o, &d);
+    if (answer.rows.empty() && typed)
+        if (auto enhanced = disc::as_enhanced_cd(d)) {
+            std::fprintf(stderr, "cantrix: no match for the TOC as given; trying track %u as the data track of an "
+                                 "Enhanced CD (audio lead-out %u)\n",
+                         enhanced->disc.tracks.back().number, enhanced->toc.leadout);
+            return identify_disc(o, *enhanced);
+        }
+    print_answer(o, answer, &d);
+    return kOk;
 }
 
 // The discs of a disc ID, each by the TOC the catalogue holds for it.
@@ -549,9 +648,10 @@ int identify_audio(const Options &o) {
         read.channels = f.decode.info.source_channels;
         if (!first && !o.json) std::putchar('\n');
         first = false;
-        const int found = run_find(session, o, nullptr, &read);
+        tool::Answer answer;
+        if (int found = find_answer(session, o, answer)) return found;
+        print_answer(o, answer, nullptr, &read);
         std::fflush(stdout);
-        if (found != kOk) return found;
     }
     return rc;
 }
@@ -674,11 +774,18 @@ int identify(const Options &o) {
         std::fprintf(stderr, "cantrix: %s\n", d.error().message.c_str());
         return kBadInput;
     }
-    for (const std::string &w : d->warnings) std::fprintf(stderr, "cantrix: warning: %s\n", w.c_str());
-    return identify_disc(o, *d);
+    for (const std::string &w : d->warnings)
+        std::fprintf(stderr, "cantrix: warning: %s\n", tool::terminal_safe(w).c_str());
+    return identify_disc(o, *d, request.kind == disc::SourceKind::toc);
 }
 
 int search(const Options &o) {
+    for (const auto &[field, text] : o.fields)
+        if (!tool::has_word_characters(text)) {
+            std::fprintf(stderr, "cantrix: search text \"%s\" has no letters or digits to search for\n",
+                         tool::terminal_safe(text).c_str());
+            return kBadInput;
+        }
     Session session;
     if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
     if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
@@ -689,38 +796,82 @@ int search(const Options &o) {
             return kBadInput;
         }
     }
-    return run_find(session, o);
+    tool::Answer answer;
+    if (int rc = find_answer(session, o, answer)) return rc;
+    print_answer(o, answer);
+    return kOk;
 }
+
+// Why a record of an input was skipped.
+struct Skip {
+    std::string input, reason;
+};
 
 int catalogue_import(const Options &o) {
     Session session;
     if (int rc = session.open_catalogue(o.catalogue, true)) return rc;
     ImportProgress progress;
-    progress.show = o.progress || isatty(STDERR_FILENO);
-    int rc = kOk;
-    uint64_t imported = 0, skipped = 0, records = 0;
+    progress.show = !o.json && (o.progress || isatty(STDERR_FILENO));
+    bool failed = false;
+    zelto_catalogue_import_report total{};
+    std::vector<Skip> skips;     // the reasons the store kept ("FILE:LINE: why"), all inputs
+    std::vector<Skip> failures;  // inputs that could not be imported at all
     for (const auto &path : o.operands) {
         zelto_catalogue_import_report r{};
         progress.last_percent = -1;
         const uint32_t s = zelto_catalogue_import(session.catalogue(), path.c_str(), import_progress, &progress, &r);
         if (progress.show) std::fputc('\n', stderr);
-        for (uint32_t i = 0; i < 5; ++i)
-            if (const char *m = zelto_catalogue_import_message(session.catalogue(), i))
-                std::fprintf(stderr, "cantrix: %s: skipped: %s\n", path.c_str(), m);
+        for (uint32_t i = 0;; ++i) {
+            const char *m = zelto_catalogue_import_message(session.catalogue(), i);
+            if (!m) break;
+            skips.push_back({path, m});
+        }
         if (s != 0) {
-            std::fprintf(stderr, "cantrix: import of '%s' failed: 0x%08X: %s\n", path.c_str(), s,
-                         zelto_catalogue_last_message(session.catalogue()));
-            rc = kImportFailed;
+            char status[16];
+            std::snprintf(status, sizeof status, "0x%08X", s);
+            failures.push_back({path, std::string(status) + ": " + zelto_catalogue_last_message(session.catalogue())});
+            failed = true;
             continue;
         }
-        imported += r.imported;
-        skipped += r.skipped;
-        records += r.records;
+        total.records += r.records;
+        total.imported += r.imported;
+        total.replaced += r.replaced;
+        total.skipped += r.skipped;
     }
-    std::printf("imported %llu of %llu records into %s (%llu skipped)\n", static_cast<unsigned long long>(imported),
-                static_cast<unsigned long long>(records), o.catalogue.c_str(),
-                static_cast<unsigned long long>(skipped));
-    return rc;
+    auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
+    const uint64_t added = total.imported - total.replaced;
+    if (o.json) {
+        std::string out = "{\"catalogue\":" + tool::json_quote(o.catalogue);
+        const std::pair<const char *, uint64_t> counts[] = {{"records", total.records}, {"imported", total.imported},
+                                                            {"new", added},           {"replaced", total.replaced},
+                                                            {"skipped", total.skipped}};
+        for (const auto &[key, n] : counts) out += ",\"" + std::string(key) + "\":" + std::to_string(n);
+        for (const auto &[key, list] : {std::pair{"skips", &skips}, std::pair{"failures", &failures}}) {
+            out += ",\"" + std::string(key) + "\":[";
+            for (size_t i = 0; i < list->size(); ++i)
+                out += (i ? ",{\"input\":" : "{\"input\":") + tool::json_quote((*list)[i].input) +
+                       ",\"reason\":" + tool::json_quote((*list)[i].reason) + "}";
+            out += "]";
+        }
+        std::printf("%s}\n", out.c_str());
+    } else {
+        // The first few reasons, or all of them with --verbose.
+        constexpr size_t kFirstFew = 5;
+        const size_t shown = o.verbose ? skips.size() : std::min(skips.size(), kFirstFew);
+        for (size_t i = 0; i < shown; ++i)
+            std::fprintf(stderr, "cantrix: skipped: %s\n", tool::terminal_safe(skips[i].reason).c_str());
+        if (total.skipped > shown)
+            std::fprintf(stderr, "cantrix: ... and %llu more skipped%s\n", u(total.skipped - shown),
+                         o.verbose ? " (reasons not kept)" : " (--verbose lists them all)");
+        for (const Skip &f : failures)
+            std::fprintf(stderr, "cantrix: import of '%s' failed: %s\n", tool::terminal_safe(f.input).c_str(),
+                         tool::terminal_safe(f.reason).c_str());
+        std::printf("imported %llu of %llu records into %s (%llu new, %llu replaced, %llu skipped)\n",
+                    u(total.imported), u(total.records), o.catalogue.c_str(), u(added), u(total.replaced),
+                    u(total.skipped));
+    }
+    if (total.imported == 0 && !o.json) std::fprintf(stderr, "cantrix: nothing was imported\n");
+    return failed || total.imported == 0 ? kImportFailed : kOk;
 }
 
 int catalogue_info(const Options &o) {
@@ -754,6 +905,83 @@ int catalogue_info(const Options &o) {
     return kOk;
 }
 
+// One album of a list in JSON.
+std::string album_entry_json(const zelto_catalogue_album_entry &e) {
+    return "{\"id\":" + tool::json_quote(e.tui) + ",\"artist\":" + tool::json_quote(e.artist) +
+           ",\"title\":" + tool::json_quote(e.title) + (e.year ? ",\"year\":" + std::to_string(e.year) : "") +
+           ",\"discs\":" + std::to_string(e.discs) + ",\"tracks\":" + std::to_string(e.tracks) + "}";
+}
+
+// One album of a list as text: artist, title, year, size, identifier.
+void print_album_entry(const zelto_catalogue_album_entry &e) {
+    std::printf("%s - %s", tool::terminal_safe(e.artist).c_str(), tool::terminal_safe(e.title).c_str());
+    if (e.year) std::printf(" (%u)", e.year);
+    std::printf("  [%u disc%s, %u track%s]  id: %s\n", e.discs, e.discs == 1 ? "" : "s", e.tracks,
+                e.tracks == 1 ? "" : "s", tool::terminal_safe(e.tui).c_str());
+}
+
+// The albums of the catalogue, a page at a time.
+int catalogue_list(const Options &o) {
+    Session session;
+    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    constexpr uint32_t kPage = 50;
+    const uint32_t start = o.start.value_or(1), size = o.size.value_or(kPage);
+    uint32_t listed = 0, total = 0;
+    const uint32_t s = zelto_catalogue_list_albums(session.catalogue(), start, size, &listed, &total);
+    if (s != 0) {
+        std::fprintf(stderr, "cantrix: cannot list catalogue '%s': 0x%08X: %s\n", o.catalogue.c_str(), s,
+                     zelto_catalogue_last_message(session.catalogue()));
+        return kNoCatalogue;
+    }
+    std::vector<zelto_catalogue_album_entry> albums(listed);
+    for (uint32_t i = 0; i < listed; ++i) zelto_catalogue_listed_album(session.catalogue(), i, &albums[i]);
+    if (o.json) {
+        std::string out = "{\"catalogue\":" + tool::json_quote(o.catalogue);
+        if (listed)
+            out += ",\"range_start\":" + std::to_string(start) + ",\"range_end\":" + std::to_string(start + listed - 1);
+        out += ",\"range_count\":" + std::to_string(total) + ",\"albums\":[";
+        for (uint32_t i = 0; i < listed; ++i) out += (i ? "," : "") + album_entry_json(albums[i]);
+        std::printf("%s]}\n", out.c_str());
+        return kOk;
+    }
+    if (listed == 0) {
+        std::printf(total ? "no albums from number %u (the catalogue has %u)\n" : "the catalogue is empty\n", start,
+                    total);
+        return kOk;
+    }
+    std::printf("albums %u to %u of %u\n", start, start + listed - 1, total);
+    for (const auto &e : albums) print_album_entry(e);
+    if (start + listed - 1 < total)
+        std::printf("(more: --range %u:%u)\n", start + listed, size);
+    return kOk;
+}
+
+// Removes one album by its identifier.
+int catalogue_remove(const Options &o) {
+    Session session;
+    if (int rc = session.open_catalogue(o.catalogue, false)) return rc;
+    zelto_catalogue_album_entry removed{};
+    const uint32_t s = zelto_catalogue_remove_album(session.catalogue(), o.operands[0].c_str(), &removed);
+    if (s == ZELTO_CATALOGUE_NO_RESULT) {
+        std::fprintf(stderr, "cantrix: no album with the ID '%s' in %s ('cantrix catalogue list' shows the IDs)\n",
+                     tool::terminal_safe(o.operands[0]).c_str(), o.catalogue.c_str());
+        return kBadInput;
+    }
+    if (s != 0) {
+        std::fprintf(stderr, "cantrix: cannot remove '%s': 0x%08X: %s\n", tool::terminal_safe(o.operands[0]).c_str(),
+                     s, zelto_catalogue_last_message(session.catalogue()));
+        return kNoCatalogue;
+    }
+    if (o.json) {
+        std::printf("{\"catalogue\":%s,\"removed\":%s}\n", tool::json_quote(o.catalogue).c_str(),
+                    album_entry_json(removed).c_str());
+    } else {
+        std::printf("removed: ");
+        print_album_entry(removed);
+    }
+    return kOk;
+}
+
 // SQLite's integrity check of the catalogue file, read-only: "ok" and exit 0,
 // or the problems found and exit 4.
 int catalogue_check(const Options &o) {
@@ -775,15 +1003,40 @@ int catalogue_check(const Options &o) {
     return s == 0 ? kOk : (s == ZELTO_CATALOGUE_DATABASE ? kNoCatalogue : kInternal);
 }
 
+// The help of a command, or of everything when the command is unknown or
+// not given.
+void print_help(const std::string &command) {
+    struct CommandHelp {
+        const char *command, *text;
+    };
+    static constexpr CommandHelp kHelp[] = {
+        {"identify", kIdentifyHelp}, {"search", kSearchHelp}, {"catalogue", kCatalogueHelp}};
+    for (const auto &h : kHelp)
+        if (command == h.command) {
+            std::printf("%s%s%s", h.text, kOptionsHelp, kExitHelp);
+            return;
+        }
+    std::printf("%s%s\n%s%s", kSynopsis, kOptionsHelp, kIdentifyHelp, kExitHelp);
+}
+
+void print_version() {
+    std::printf("cantrix %s (libzelto_cantrix %s, built %s)\n", CANTRIX_VERSION, zelto_cantrix_get_version(),
+                zelto_cantrix_get_build_date());
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     const Options o = parse(argc, argv);
     if (o.help) {
-        std::fputs(kUsageText, stdout);
+        print_help(o.command);
 #ifndef CANTRIX_HAVE_AUDIO
         std::printf("\nNote: %s: identify --audio and catalogue fingerprint are not available.\n", kNoAudio);
 #endif
+        return kOk;
+    }
+    if (o.version) {
+        print_version();
         return kOk;
     }
     if (o.command == "identify") return identify(o);
@@ -795,5 +1048,7 @@ int main(int argc, char **argv) {
     if (o.subcommand == "fingerprint") return no_audio();
 #endif
     if (o.subcommand == "check") return catalogue_check(o);
+    if (o.subcommand == "list") return catalogue_list(o);
+    if (o.subcommand == "remove") return catalogue_remove(o);
     return catalogue_info(o);
 }

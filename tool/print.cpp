@@ -1,6 +1,8 @@
 // The two printers of an answer: readable text and one line of JSON.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "tool/results.h"
 
@@ -42,6 +44,33 @@ std::string json_quote(const std::string &text) {
 
 namespace {
 
+// Length of the UTF-8 sequence at `s` and its code point, or 0 when the
+// bytes there are no valid UTF-8 (stray or missing continuation bytes,
+// overlong forms, surrogates, beyond U+10FFFF).
+size_t decode_utf8(std::string_view s, char32_t &cp) {
+    const auto b = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
+    const unsigned char lead = b(0);
+    size_t n = lead < 0x80 ? 1 : lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3
+                                                         : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                                                        : 0;
+    if (n == 0 || n > s.size()) return 0;
+    cp = n == 1 ? lead : lead & (0x7F >> n);
+    for (size_t i = 1; i < n; ++i) {
+        if ((b(i) & 0xC0) != 0x80) return 0;
+        cp = (cp << 6) | (b(i) & 0x3F);
+    }
+    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (cp < kLeast[n] || (cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) return 0;
+    return n;
+}
+
+// Code points that must not reach a terminal as they are: controls, and
+// the format marks that reorder or break lines.
+bool unsafe_code_point(char32_t cp) {
+    return cp < 0x20 || (cp >= 0x7F && cp <= 0x9F) || (cp >= 0x202A && cp <= 0x202E) ||
+           (cp >= 0x2066 && cp <= 0x2069) || cp == 0x2028 || cp == 0x2029;
+}
+
 // A decimal text of a signed 32-bit number.
 bool parse_i32(const std::string &text, int32_t &out) {
     const bool negative = !text.empty() && text[0] == '-';
@@ -53,6 +82,53 @@ bool parse_i32(const std::string &text, int32_t &out) {
 }
 
 }  // namespace
+
+bool has_word_characters(std::string_view text) {
+    // Blanks, punctuation and symbols outside ASCII: Latin-1's, the general
+    // and supplemental punctuation blocks, CJK and full-width punctuation.
+    static constexpr std::pair<char32_t, char32_t> kNonWord[] = {
+        {0xA0, 0xBF},     {0xD7, 0xD7},     {0xF7, 0xF7},     {0x2000, 0x206F}, {0x2E00, 0x2E7F},
+        {0x3000, 0x303F}, {0xFE30, 0xFE4F}, {0xFF01, 0xFF0F}, {0xFF1A, 0xFF20}, {0xFF3B, 0xFF40},
+        {0xFF5B, 0xFF65}};
+    for (size_t i = 0; i < text.size();) {
+        char32_t cp = 0;
+        const size_t n = decode_utf8(text.substr(i), cp);
+        if (n == 0) return true;  // the module refuses it, with its own status
+        i += n;
+        if (cp < 0x80) {
+            if ((cp >= '0' && cp <= '9') || ((cp | 0x20) >= 'a' && (cp | 0x20) <= 'z')) return true;
+            continue;
+        }
+        bool word = !unsafe_code_point(cp);
+        for (const auto &[lo, hi] : kNonWord) word = word && !(cp >= lo && cp <= hi);
+        if (word) return true;
+    }
+    return false;
+}
+
+std::string terminal_safe(std::string_view text, bool keep_newlines) {
+    std::string out;
+    out.reserve(text.size());
+    char buf[12];
+    for (size_t i = 0; i < text.size();) {
+        char32_t cp = 0;
+        const size_t n = decode_utf8(text.substr(i), cp);
+        if (n == 0) {
+            std::snprintf(buf, sizeof buf, "\\x%02x", static_cast<unsigned char>(text[i]));
+            out += buf;
+            ++i;
+            continue;
+        }
+        if (!unsafe_code_point(cp) || (keep_newlines && cp == '\n')) {
+            out.append(text.substr(i, n));
+        } else {
+            std::snprintf(buf, sizeof buf, cp < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(cp));
+            out += buf;
+        }
+        i += n;
+    }
+    return out;
+}
 
 std::string clock_text(const std::string &ms) {
     int32_t n = 0;
@@ -84,46 +160,75 @@ void print_duration(const std::string &ms) {
     if (!d.empty()) std::printf(" (%s)", d.c_str());
 }
 
-void print_album_text(const Row &album) {
-    std::printf(" %s - %s", album.artist.c_str(), album.title.c_str());
-    if (!album.year.empty()) std::printf(" (%s)", album.year.c_str());
-    std::putchar('\n');
-    std::printf("    tracks: %s", album.track_count.c_str());
-    if (!album.genre.empty()) std::printf("  genre: %s", album.genre.c_str());
-    std::printf("  id: %s\n", album.tui.c_str());
-    for (const Row &track : album.tracks) {
-        std::printf("    %3s. %s", track.number.c_str(), track.title.c_str());
+// The texts of a row as a terminal may show them.
+std::string shown(const std::string &text) { return terminal_safe(text); }
+
+void print_track_lines(const Row &album, const std::vector<Row> &tracks) {
+    for (const Row &track : tracks) {
+        std::printf("    %3s. %s", shown(track.number).c_str(), shown(track.title).c_str());
         // A track's artist is shown where it differs from the album's.
-        if (!track.artist.empty() && track.artist != album.artist) std::printf(" - %s", track.artist.c_str());
+        if (!track.artist.empty() && track.artist != album.artist) std::printf(" - %s", shown(track.artist).c_str());
         print_duration(track.duration_ms);
         std::putchar('\n');
     }
+}
+
+// A release of several discs shows the disc that matched, with its own
+// tracks numbered on it; a release of one disc shows the album's tracks.
+void print_album_text(const Row &album) {
+    std::printf(" %s - %s", shown(album.artist).c_str(), shown(album.title).c_str());
+    if (!album.year.empty()) std::printf(" (%s)", shown(album.year).c_str());
+    std::putchar('\n');
+    const bool disc_of_several = !album.disc_number.empty() && !album.disc_count.empty() && album.disc_count != "1";
+    if (disc_of_several) {
+        std::printf("    disc %s of %s", shown(album.disc_number).c_str(), shown(album.disc_count).c_str());
+        if (!album.disc_title.empty()) std::printf(" \"%s\"", shown(album.disc_title).c_str());
+        std::printf("  tracks: %zu (%s on the release)", album.disc_tracks.size(), shown(album.track_count).c_str());
+    } else {
+        std::printf("    tracks: %s", shown(album.track_count).c_str());
+    }
+    if (!album.genre.empty()) std::printf("  genre: %s", shown(album.genre).c_str());
+    std::printf("  id: %s\n", shown(album.tui).c_str());
+    if (disc_of_several && !album.disc_toc.empty()) std::printf("    disc TOC: %s\n", shown(album.disc_toc).c_str());
+    print_track_lines(album, disc_of_several ? album.disc_tracks : album.tracks);
+}
+
+// The start of a lyric, cut at a character boundary, its lines indented.
+std::string lyric_excerpt(const std::string &text) {
+    constexpr size_t kShown = 200;
+    size_t cut = std::min(text.size(), kShown);
+    while (cut < text.size() && cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+    std::string out;
+    for (char c : terminal_safe(std::string_view(text).substr(0, cut), true)) {
+        out += c;
+        if (c == '\n') out += "    ";
+    }
+    return cut < text.size() ? out + "..." : out;
 }
 
 void print_row_text(const Row &row) {
     if (row.context == ZELTO_CTX_ALBUM) {
         print_album_text(row);
     } else if (row.context == ZELTO_CTX_TRACK) {
-        std::printf(" %s - %s", row.artist.c_str(), row.title.c_str());
+        std::printf(" %s - %s", shown(row.artist).c_str(), shown(row.title).c_str());
         print_duration(row.duration_ms);
         std::putchar('\n');
     } else if (row.context == ZELTO_CTX_CONTRIBUTOR) {
-        std::printf(" contributor: %s\n", row.name.c_str());
+        std::printf(" contributor: %s\n", shown(row.name).c_str());
     } else if (row.context == ZELTO_CTX_LYRIC) {
-        std::printf(" lyric: %s - %s\n", row.artist.c_str(), row.title.c_str());
-        const std::string text = row.text.size() > 200 ? row.text.substr(0, 200) + "..." : row.text;
-        std::printf("    %s\n", text.c_str());
+        std::printf(" lyric: %s - %s\n", shown(row.artist).c_str(), shown(row.title).c_str());
+        std::printf("    %s\n", lyric_excerpt(row.text).c_str());
     }
     if (!row.fp_score.empty()) {
         if (!row.matched_title.empty())
-            std::printf("    audio match: track %s. %s\n", row.matched_number.c_str(), row.matched_title.c_str());
+            std::printf("    audio match: track %s. %s\n", shown(row.matched_number).c_str(), shown(row.matched_title).c_str());
         std::printf("    fingerprint score: %s  offset: %s  compared: %s\n", row.fp_score.c_str(),
                     clock_text(row.fp_offset_ms).c_str(), clock_text(row.fp_compared_ms).c_str());
     }
-    if (!row.match_score.empty()) std::printf("    match score: %s\n", row.match_score.c_str());
+    if (!row.match_score.empty()) std::printf("    match score: %s\n", shown(row.match_score).c_str());
     if (!row.match_type.empty() || !row.lookup_type.empty())
-        std::printf("    match type: %s  lookup type: %s\n", row.match_type.empty() ? "-" : row.match_type.c_str(),
-                    row.lookup_type.empty() ? "-" : row.lookup_type.c_str());
+        std::printf("    match type: %s  lookup type: %s\n", row.match_type.empty() ? "-" : shown(row.match_type).c_str(),
+                    row.lookup_type.empty() ? "-" : shown(row.lookup_type).c_str());
 }
 
 // ---- JSON -------------------------------------------------------------------------------
@@ -185,6 +290,18 @@ void track_json(Json &j, const Row &track) {
     j.str("artist", track.artist);
     j.num("duration_ms", track.duration_ms);
     j.str("tui", track.tui);
+    j.num("disc", track.disc_number);
+}
+
+void tracks_json(Json &j, const std::vector<Row> &tracks) {
+    j.key("tracks");
+    j.open('[');
+    for (const Row &track : tracks) {
+        j.open('{');
+        track_json(j, track);
+        j.close('}');
+    }
+    j.close(']');
 }
 
 void row_json(Json &j, const Row &row) {
@@ -205,14 +322,20 @@ void row_json(Json &j, const Row &row) {
         j.num("track_count", row.track_count);
         j.str("tui", row.tui);
         j.str("toc", row.toc);
-        j.key("tracks");
-        j.open('[');
-        for (const Row &track : row.tracks) {
+        j.num("disc_count", row.disc_count);
+        j.num("disc_number", row.disc_number);
+        tracks_json(j, row.tracks);
+        if (!row.disc_number.empty()) {
+            // The matched disc: its TOC and its tracks numbered on it.
+            j.key("disc");
             j.open('{');
-            track_json(j, track);
+            j.num("number", row.disc_number);
+            j.str("title", row.disc_title);
+            j.str("toc", row.disc_toc);
+            j.num("track_count", std::to_string(row.disc_tracks.size()));
+            tracks_json(j, row.disc_tracks);
             j.close('}');
         }
-        j.close(']');
     } else if (row.context == ZELTO_CTX_TRACK) {
         track_json(j, row);
     } else if (row.context == ZELTO_CTX_CONTRIBUTOR) {
@@ -227,13 +350,13 @@ void row_json(Json &j, const Row &row) {
 }
 
 void print_disc_text(const disc::DiscRead &d) {
-    std::printf("disc: %s (%s)\n", d.toc.offsets_text().c_str(), d.origin.c_str());
+    std::printf("disc: %s (%s)\n", d.toc.offsets_text().c_str(), shown(d.origin).c_str());
     std::printf("  MusicBrainz disc ID: %s\n", d.ids.musicbrainz.empty() ? "-" : d.ids.musicbrainz.c_str());
     std::printf("  freedb disc ID:      %s\n", d.ids.freedb.empty() ? "-" : d.ids.freedb.c_str());
     if (!d.ids.note.empty()) std::printf("  (%s)\n", d.ids.note.c_str());
-    if (!d.disc.mcn.empty()) std::printf("  MCN: %s\n", d.disc.mcn.c_str());
+    if (!d.disc.mcn.empty()) std::printf("  MCN: %s\n", shown(d.disc.mcn).c_str());
     for (const disc::Track &t : d.disc.tracks)
-        if (!t.isrc.empty()) std::printf("  ISRC of track %u: %s\n", t.number, t.isrc.c_str());
+        if (!t.isrc.empty()) std::printf("  ISRC of track %u: %s\n", t.number, shown(t.isrc).c_str());
     std::putchar('\n');
 }
 
@@ -265,7 +388,7 @@ void disc_json(Json &j, const disc::DiscRead &d) {
 }
 
 void print_audio_text(const AudioRead &a) {
-    std::printf("audio: %s (%s of %s, %u Hz, %u channel%s)\n\n", a.path.c_str(),
+    std::printf("audio: %s (%s of %s, %u Hz, %u channel%s)\n\n", shown(a.path).c_str(),
                 clock_text(std::to_string(static_cast<int64_t>(a.seconds * 1000))).c_str(), a.codec.c_str(),
                 a.sample_rate, a.channels, a.channels == 1 ? "" : "s");
 }
@@ -296,8 +419,11 @@ void print_text(const Answer &answer, const disc::DiscRead *disc, const AudioRea
         std::printf(" (%s to %s of %s)", answer.range_start.c_str(), answer.range_end.c_str(),
                     answer.range_count.c_str());
     std::putchar('\n');
+    // Rows are numbered by their place in the whole answer.
+    uint32_t first = 1;
+    if (!parse_u32(answer.range_start, first) || first == 0) first = 1;
     for (size_t i = 0; i < rows; ++i) {
-        std::printf("\n[%zu]", i + 1);
+        std::printf("\n[%zu]", first + i);
         print_row_text(answer.rows[i]);
     }
 }

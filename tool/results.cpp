@@ -47,6 +47,7 @@ Row read_track(const Object &track) {
     row.artist = track.artist();
     row.duration_ms = track.value(ZELTO_VAL_DURATION);
     row.tui = track.value(ZELTO_VAL_TUI);
+    row.disc_number = track.value(ZELTO_VAL_DISCNUMBER);
     return row;
 }
 
@@ -63,6 +64,16 @@ void read_album(const Object &album, Row &row) {
     row.toc = album.value(ZELTO_VAL_TOC);
     const uint32_t n = album.count(ZELTO_CHILD_TRACK);
     for (uint32_t i = 1; i <= n; ++i) row.tracks.push_back(read_track(album.child(ZELTO_CHILD_TRACK, i)));
+    // The disc that matched, on a release of one disc or several.
+    row.disc_count = album.value(ZELTO_VAL_DISCCOUNT);
+    const Object disc = album.child(ZELTO_CHILD_DISC_MATCHING, 1);
+    if (disc.get()) {
+        row.disc_number = disc.value(ZELTO_VAL_DISCNUMBER);
+        row.disc_title = disc.title();
+        row.disc_toc = disc.value(ZELTO_VAL_TOC);
+        const uint32_t m = disc.count(ZELTO_CHILD_TRACK);
+        for (uint32_t i = 1; i <= m; ++i) row.disc_tracks.push_back(read_track(disc.child(ZELTO_CHILD_TRACK, i)));
+    }
 }
 
 Row read_row(const Object &object) {

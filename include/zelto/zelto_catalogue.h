@@ -147,6 +147,35 @@ ZELTO_MANAGER_API uint32_t zelto_catalogue_find_disc_id(zelto_catalogue *catalog
  * next find on the same catalogue. */
 ZELTO_MANAGER_API const char *zelto_catalogue_disc_id_toc(zelto_catalogue *catalogue, uint32_t index);
 
+/* ---- Listing and removal ---- */
+
+/* An album as a list shows it; texts valid until the next list or remove
+ * call on the same catalogue. */
+typedef struct zelto_catalogue_album_entry {
+    const char *tui;    /* the album's identifier, as results show it */
+    const char *title;
+    const char *artist;
+    uint32_t year;      /* 0: unknown */
+    uint32_t discs;
+    uint32_t tracks;
+} zelto_catalogue_album_entry;
+
+/* Lists the albums by artist, then title (ASCII case ignored): at most
+ * `count` from number `start` (from 1). *out_listed receives how many were
+ * listed (0 past the end), *out_total how many albums there are; entry i is
+ * read with zelto_catalogue_listed_album. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_list_albums(zelto_catalogue *catalogue, uint32_t start, uint32_t count,
+                                                      uint32_t *out_listed, uint32_t *out_total);
+/* Entry i (from 0) of the last list; ZELTO_CATALOGUE_NO_RESULT past the last. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_listed_album(zelto_catalogue *catalogue, uint32_t index,
+                                                       zelto_catalogue_album_entry *out_entry);
+/* Removes the album of identifier `tui` with its discs, TOCs and tracks and
+ * the fingerprints linked to its tracks (lyrics stay), all or nothing;
+ * ZELTO_CATALOGUE_NO_RESULT if there is none. *out_entry (may be null)
+ * says what was removed. */
+ZELTO_MANAGER_API uint32_t zelto_catalogue_remove_album(zelto_catalogue *catalogue, const char *tui,
+                                                       zelto_catalogue_album_entry *out_entry);
+
 /* ---- Lookup provider ---- */
 
 /* The catalogue's lookup provider table (every slot in place, slot 0 the

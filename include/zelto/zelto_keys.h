@@ -179,6 +179,7 @@ typedef uint32_t zelto_data_flags;
 #define ZELTO_CTX_NAME "zelto_ctx_name"
 #define ZELTO_CTX_CONTRIBUTOR "zelto_ctx_contributor"
 #define ZELTO_CTX_LYRIC "zelto_ctx_lyric"
+#define ZELTO_CTX_DISC "zelto_ctx_disc" /* one disc (medium) of a release */
 #define ZELTO_CTX_RESPONSE "zelto_ctx_response" /* a provider's answer */
 #define ZELTO_CTX_RESPONSE_ALBUM "zelto_ctx_response_album"
 #define ZELTO_CTX_RESPONSE_TRACK "zelto_ctx_response_track"
@@ -197,6 +198,8 @@ typedef uint32_t zelto_data_flags;
 #define ZELTO_CHILD_CONTRIBUTOR ZELTO_CTX_CONTRIBUTOR "!"
 #define ZELTO_CHILD_LYRIC ZELTO_CTX_LYRIC "!"
 #define ZELTO_CHILD_RESPONSE_MATCH ZELTO_CTX_RESPONSE_MATCH "!"
+#define ZELTO_CHILD_DISC ZELTO_CTX_DISC "!"
+#define ZELTO_CHILD_DISC_MATCHING ZELTO_CTX_DISC "!matching" /* the disc that matched, with its own tracks */
 
 /* Value keys of the manager's and the module's bookkeeping. */
 #define ZELTO_VAL_RESPONSE_CODE "_sdkmgr_val_response_code" /* a ZELTO_RESULT_* text */
@@ -231,6 +234,9 @@ typedef uint32_t zelto_data_flags;
 #define ZELTO_VAL_LYRIC_TEXT "zelto_val_lyric_text"
 #define ZELTO_VAL_LANGUAGE "zelto_val_language"
 #define ZELTO_VAL_COLLAB_RESULT "zelto_val_collab_result"
+#define ZELTO_VAL_DISCNUMBER "zelto_val_discnumber"     /* of a disc, or of a track's disc: from 1 */
+#define ZELTO_VAL_DISCCOUNT "zelto_val_disccount"       /* discs of an album's release */
+#define ZELTO_VAL_DISC_MATCHED "zelto_val_disc_matched" /* number of the disc that matched */
 
 /* Value keys of a response and of its rows. */
 #define ZELTO_VAL_RANGESTART "zelto_val_rangestart"

@@ -109,20 +109,40 @@ bool contains(const std::vector<uint32_t> &v, uint32_t x) {
     return false;
 }
 
-Node track_node(const catalogue::Album &album, const catalogue::Track &track, uint32_t position) {
+// A track numbered `number` (its place on the album, or on its disc).
+Node track_node(const catalogue::Album &album, const catalogue::Disc &disc, const catalogue::Track &track,
+                uint32_t number) {
     Node t(ZELTO_CTX_TRACK);
-    t.value(ZELTO_VAL_TRACKNUMBER, position).value(ZELTO_VAL_TUI, track.tui).value(ZELTO_VAL_TUI_TAG, track.tag);
+    t.value(ZELTO_VAL_TRACKNUMBER, number).value(ZELTO_VAL_TUI, track.tui).value(ZELTO_VAL_TUI_TAG, track.tag);
+    t.value(ZELTO_VAL_DISCNUMBER, disc.number);
     if (track.duration_ms) t.value(ZELTO_VAL_DURATION, track.duration_ms);
     t.title(track.title);
     t.artist(track.artist.empty() ? album.artist : track.artist);
     return t;
 }
 
+// The disc an answer names: the one whose TOC or media matched, else the
+// one that holds every matched track; 0 when none is known or the matched
+// tracks lie on several discs.
+uint32_t matched_disc(const catalogue::Album &album, const AlbumShape &shape) {
+    if (shape.disc_number) return shape.disc_number;
+    uint32_t found = 0, position = 0;
+    for (const auto &disc : album.discs)
+        for (size_t i = 0; i < disc.tracks.size(); ++i)
+            if (contains(shape.matched, ++position)) {
+                if (found && found != disc.number) return 0;
+                found = disc.number;
+            }
+    return found;
+}
+
 Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
     Node a(ZELTO_CTX_ALBUM);
+    const uint32_t disc_number = matched_disc(album, shape);
     const catalogue::Disc *toc_disc = nullptr;
     for (const auto &disc : album.discs)
-        if (disc.number == shape.disc_number) toc_disc = &disc;
+        if (disc.number == disc_number) toc_disc = &disc;
+    const catalogue::Disc *matched = toc_disc;
     if (!toc_disc && !album.discs.empty()) toc_disc = &album.discs.front();
     a.value(ZELTO_VAL_TUI, album.tui).value(ZELTO_VAL_TUI_TAG, album.tag).value(ZELTO_VAL_TUI_REV, album.revision);
     if (toc_disc && !toc_disc->tocs.empty()) {
@@ -133,24 +153,37 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
     if (album.year) a.value(ZELTO_VAL_YEAR, album.year);
     if (!album.genre.empty()) a.value(ZELTO_VAL_GENRE, album.genre);
     a.value(ZELTO_VAL_ALBUMTRACKCNT, album.track_count()).value(ZELTO_VAL_FULL_RESULT, shape.full ? "1" : "0");
+    a.value(ZELTO_VAL_DISCCOUNT, album.discs.size());
     for (uint32_t m : shape.matched) a.value(ZELTO_VAL_TRACK_MATCHED, m);
     std::string toc = shape.toc;
     if (toc.empty() && toc_disc && !toc_disc->tocs.empty()) toc = catalogue::toc_text(toc_disc->tocs.front().offsets);
     if (!toc.empty()) a.value(ZELTO_VAL_TOC, toc);
     a.title(album.title);
     a.artist(album.artist);
+    // The matched disc on its own: its number, title and TOC, and the
+    // tracks this answer carries, numbered on the disc.
+    Node disc_node;
+    if (matched) {
+        a.value(ZELTO_VAL_DISC_MATCHED, matched->number);
+        disc_node = Node(ZELTO_CTX_DISC);
+        disc_node.value(ZELTO_VAL_DISCNUMBER, matched->number);
+        if (!matched->title.empty()) disc_node.title(matched->title);
+        if (!toc.empty()) disc_node.value(ZELTO_VAL_TOC, toc);
+    }
     uint32_t position = 0;
     for (const auto &disc : album.discs) {
         for (const auto &track : disc.tracks) {
             ++position;
             const bool matching = contains(shape.matched, position);
             if (!shape.full && !matching) continue;
-            Node t = track_node(album, track, position);
+            Node t = track_node(album, disc, track, position);
             if (matching)
                 for (const auto &[key, text] : shape.matched_values) t.value(key, text);
             a.child(matching ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK, t);
+            if (&disc == matched) disc_node.child(ZELTO_CHILD_TRACK, track_node(album, disc, track, track.number));
         }
     }
+    if (matched) a.child(ZELTO_CHILD_DISC_MATCHING, disc_node);
     return a;
 }
 
@@ -329,7 +362,7 @@ class Executor {
                     ++position;
                     if (shape.matched.empty() || contains(shape.matched, position))
                         o.tree.child(contains(shape.matched, position) ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK,
-                                     track_node(album, track, position));
+                                     track_node(album, disc, track, position));
                 }
         }
         if (!building(1, 1) || !events_.send(kReady)) return aborted();
@@ -377,7 +410,7 @@ class Executor {
                 for (const auto &disc : album.discs)
                     for (const auto &track : disc.tracks)
                         if (++p == position) {
-                            Node t = track_node(album, track, position);
+                            Node t = track_node(album, disc, track, position);
                             t.value(ZELTO_VAL_ALBUM_TUI, album.tui);
                             for (const auto &[key, text] : values) t.value(key, text);
                             o.tree.child(ZELTO_CHILD_TRACK, t);
@@ -453,7 +486,8 @@ class Executor {
                 Node t(ZELTO_CTX_TRACK);
                 t.value(ZELTO_VAL_TRACKNUMBER, hit.position)
                     .value(ZELTO_VAL_TUI, hit.tui)
-                    .value(ZELTO_VAL_TUI_TAG, hit.tag);
+                    .value(ZELTO_VAL_TUI_TAG, hit.tag)
+                    .value(ZELTO_VAL_DISCNUMBER, hit.disc_number);
                 if (hit.duration_ms) t.value(ZELTO_VAL_DURATION, hit.duration_ms);
                 t.value(ZELTO_VAL_ALBUM_TUI, hit.album_tui);
                 t.title(hit.title);

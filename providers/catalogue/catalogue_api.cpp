@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -203,6 +204,57 @@ HOST_EXPORT const char *zelto_catalogue_disc_id_toc(zelto_catalogue *catalogue, 
     if (!live(catalogue)) return nullptr;
     std::lock_guard<std::mutex> guard(catalogue->mutex);
     return index < catalogue->disc_id_tocs.size() ? catalogue->disc_id_tocs[index].c_str() : nullptr;
+}
+
+namespace {
+
+void entry_of(const catalogue::AlbumListEntry &e, zelto_catalogue_album_entry *out) {
+    *out = {e.tui.c_str(), e.title.c_str(), e.artist.c_str(), e.year, e.discs, e.tracks};
+}
+
+}  // namespace
+
+HOST_EXPORT uint32_t zelto_catalogue_list_albums(zelto_catalogue *catalogue, uint32_t start, uint32_t count,
+                                                uint32_t *out_listed, uint32_t *out_total) {
+    if (!live(catalogue) || start == 0 || count == 0 || !out_listed || !out_total) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        catalogue::AlbumList list;
+        const uint32_t end = count - 1 > UINT32_MAX - start ? UINT32_MAX : start + count - 1;
+        const catalogue::Status s = catalogue->db->list_albums({start, end}, list);
+        if (!s.ok()) return fail(catalogue, s);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->listed = std::move(list.albums);
+        *out_listed = static_cast<uint32_t>(catalogue->listed.size());
+        *out_total = list.total;
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return fail(catalogue, ZELTO_CATALOGUE_NO_MEMORY, "out of memory");
+    }
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_listed_album(zelto_catalogue *catalogue, uint32_t index,
+                                                 zelto_catalogue_album_entry *out_entry) {
+    if (!live(catalogue) || !out_entry) return ZELTO_CATALOGUE_BAD_ARG;
+    std::lock_guard<std::mutex> guard(catalogue->mutex);
+    if (index >= catalogue->listed.size()) return ZELTO_CATALOGUE_NO_RESULT;
+    entry_of(catalogue->listed[index], out_entry);
+    return 0;
+}
+
+HOST_EXPORT uint32_t zelto_catalogue_remove_album(zelto_catalogue *catalogue, const char *tui,
+                                                 zelto_catalogue_album_entry *out_entry) {
+    if (!live(catalogue) || !tui || !*tui) return ZELTO_CATALOGUE_BAD_ARG;
+    try {
+        catalogue::AlbumListEntry removed;
+        const catalogue::Status s = catalogue->db->remove_album(tui, removed);
+        if (!s.ok()) return fail(catalogue, s);
+        std::lock_guard<std::mutex> guard(catalogue->mutex);
+        catalogue->listed.assign(1, std::move(removed));
+        if (out_entry) entry_of(catalogue->listed.front(), out_entry);
+        return 0;
+    } catch (const std::bad_alloc &) {
+        return fail(catalogue, ZELTO_CATALOGUE_NO_MEMORY, "out of memory");
+    }
 }
 
 HOST_EXPORT uint32_t zelto_catalogue_get_info(zelto_catalogue *catalogue, zelto_catalogue_info *out_info) {

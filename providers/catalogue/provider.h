@@ -41,6 +41,7 @@ struct zelto_catalogue {
     std::string message;
     std::vector<std::string> import_messages;
     std::vector<std::string> disc_id_tocs;  // of the last zelto_catalogue_find_disc_id
+    std::vector<catalogue::AlbumListEntry> listed;  // of the last list or remove call
     uint32_t live_requests = 0;
     // Texts handed out by the fingerprint calls, until the next one.
     catalogue::FingerprintAdded last_added;

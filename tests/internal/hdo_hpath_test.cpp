@@ -108,6 +108,8 @@ TEST_F(HdoHpath, StringResults) {
         {"A(%n)/$NAME", 0, "00000000:third"},
         {"A(B)/$NAME", 0, "00000000:second"},  // the index from root's value B, "2"
         {"A(B/C)", 0, "00000000:c2"},           // the index ends at the "/"
+        {"A(nothing)/$NAME", 0, "100D0003:"},   // a failing index passes its status on
+        {"/", 0, "00000000:Root Title"},        // an empty name: children (none match), then values by position
         // Attributes.
         {"@kind", 0, "00000000:disc"},
         {"@KIND", 0, "00000000:disc"},
@@ -154,6 +156,7 @@ TEST_F(HdoHpath, StringResults) {
         {"dup", 1, "100D0003:"},  // the value at ordinal 0 stays behind the child
         {"$dup", 0, "00000000:value-dup"},
         {"dup/$inner", 0, "00000000:child-dup"},
+        {"$title/$x", 0, "90110001:"},  // a value lookup on a value has no node
     };
     for (const StringCase &c : cases) EXPECT_EQ(string_at(c.path, c.ordinal), c.expected) << c.path << " #" << c.ordinal;
 }
@@ -173,11 +176,13 @@ TEST_F(HdoHpath, Counts) {
         {"A[$C]", 1},
         {"A[@id='7']|[@id='8']/$NAME", 2},
         {"$", 6},             // every visible value of the root
+        {"/", 11},            // every visible child and value
         {"nothing", 0},
         {"'literal'", 0},
         {"!nothing", 0},
         {"A[Sub/$deep='d']", 1},
         {"A/Sub", 1},
+        {"$title/$x", OMBR_HDO_INVALID_ARG},
     };
     for (const auto &c : cases) EXPECT_EQ(count_of(c.path), c.expected) << c.path;
 }
@@ -185,13 +190,11 @@ TEST_F(HdoHpath, Counts) {
 TEST_F(HdoHpath, MalformedPathsAndPathsThatDoNotFit) {
     const char *paths[] = {
         "",                   // empty
-        "/",                  // nothing but slashes
         "A[@id='7']&B",       // a "&" behind "]" must lead to "["
         "@kind/(1)",          // an attribute with an index behind it
         "'x'/A",              // a literal ends a path
         "5/A",                // so does a number
         "$title/NAME",        // a name step on a value
-        "$title/$x",
         "A[(1)='1']",         // an empty left text compared
         "!",
     };

@@ -40,6 +40,22 @@ class HdoTest : public LeakCheckedTest {
     static void add_string(ombr_hdo_t node, const char *name, const char *text, uint32_t flags = 0) {
         EXPECT_EQ(ombr_hdo_new_value_string(node, name, text, flags, nullptr), 0u);
     }
+    // Counts that must be readable (99 marks an unread count).
+    static uint32_t child_count(ombr_hdo_t node, const char *key) {
+        uint32_t count = 99;
+        EXPECT_EQ(ombr_hdo_child_count(node, key, &count), 0u) << key;
+        return count;
+    }
+    static uint32_t value_count(ombr_hdo_t node, const char *name) {
+        uint32_t count = 99;
+        EXPECT_EQ(ombr_hdo_value_count(node, name, &count), 0u) << name;
+        return count;
+    }
+    static uint32_t attribute_count(ombr_hdo_t node) {
+        uint32_t count = 99;
+        EXPECT_EQ(ombr_hdo_attribute_count(node, &count), 0u);
+        return count;
+    }
     static uint32_t tree_counter(ombr_hdo_t node) { return node->tree_ref ? *node->tree_ref : 0; }
     static int64_t live_blocks() { return zelto_manager_memory_live_blocks(); }
 };

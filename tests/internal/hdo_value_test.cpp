@@ -23,6 +23,14 @@ std::string string_of(ombr_hdo_value_t handle) {
     return text ? text : "(null)";
 }
 
+// The text of a node's value, read through a handle that is given back.
+std::string text_of(ombr_hdo_t node, const char *name, uint32_t ordinal = 0) {
+    ombr_hdo_value_t handle = value_handle(node, name, ordinal);
+    const std::string text = string_of(handle);
+    ombr_hdo_value_release(handle);
+    return text;
+}
+
 TEST_F(HdoValue, TypesAndTheirData) {
     ombr_hdo_t node = make_node();
     ombr_hdo_value_t none, str, null_str, neg, bin, empty_bin, ptr;
@@ -87,24 +95,16 @@ TEST_F(HdoValue, OrderUnderANameReplaceAndSingle) {
     add_string(node, "v", "1");
     add_string(node, "V", "2");
     add_string(node, "w", "w");
-    uint32_t count = 0;
-    ASSERT_EQ(ombr_hdo_value_count(node, "v", &count), 0u);
-    EXPECT_EQ(count, 2u);
-    ombr_hdo_value_t h = value_handle(node, "v", 1);
-    EXPECT_EQ(string_of(h), "2");
-    ombr_hdo_value_release(h);
+    EXPECT_EQ(value_count(node, "v"), 2u);
+    EXPECT_EQ(text_of(node, "v", 1), "2");
     // A replacing add: the count stays, the new value is the name's last.
     add_string(node, "v", "3", OMBR_HDO_REPLACE);
-    ASSERT_EQ(ombr_hdo_value_count(node, "v", &count), 0u);
-    EXPECT_EQ(count, 2u);
-    h = value_handle(node, "v", 0);
-    EXPECT_EQ(string_of(h), "2");
-    ombr_hdo_value_release(h);
-    h = value_handle(node, "v", 1);
-    EXPECT_EQ(string_of(h), "3");
-    ombr_hdo_value_release(h);
+    EXPECT_EQ(value_count(node, "v"), 2u);
+    EXPECT_EQ(text_of(node, "v", 0), "2");
+    EXPECT_EQ(text_of(node, "v", 1), "3");
     // ... and the last of the whole table.
     const char *name = nullptr;
+    ombr_hdo_value_t h = nullptr;
     ASSERT_EQ(ombr_hdo_value_enum(node, 2, &name, &h), 0u);
     EXPECT_STREQ(name, "v");
     EXPECT_EQ(string_of(h), "3");
@@ -122,24 +122,18 @@ TEST_F(HdoValue, HiddenValuesEnumerationCountAndRemoval) {
     add_string(node, "a", "1");
     add_string(node, "h", "hidden", OMBR_HDO_HIDDEN);
     add_string(node, "b", "2");
-    uint32_t count = 0;
-    ASSERT_EQ(ombr_hdo_value_count(node, nullptr, &count), 0u);
-    EXPECT_EQ(count, 2u);
-    ASSERT_EQ(ombr_hdo_value_count(node, "h", &count), 0u);
-    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(value_count(node, nullptr), 2u);
+    EXPECT_EQ(value_count(node, "h"), 1u);
     // The enumeration counts visible values, unlike the children's.
     const char *name = nullptr;
     ASSERT_EQ(ombr_hdo_value_enum(node, 1, &name, nullptr), 0u);
     EXPECT_STREQ(name, "b");
     EXPECT_EQ(ombr_hdo_value_enum(node, 2, &name, nullptr), OMBR_HDO_NOT_FOUND);
     // The whole-table position with no name sees hidden values.
-    ombr_hdo_value_t h = value_handle(node, "", 1);
-    EXPECT_EQ(string_of(h), "hidden");
-    ombr_hdo_value_release(h);
+    EXPECT_EQ(text_of(node, "", 1), "hidden");
     // Removing the hidden value leaves the total one too low.
     ASSERT_EQ(ombr_hdo_value_remove(node, "h", 0, nullptr), 0u);
-    ASSERT_EQ(ombr_hdo_value_count(node, nullptr, &count), 0u);
-    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(value_count(node, nullptr), 1u);
     ombr_hdo_release(node);
 }
 
@@ -150,9 +144,7 @@ TEST_F(HdoValue, RemoveHandsTheValueToTheHandle) {
     const int64_t with_value = live_blocks();
     ombr_hdo_value_t h = nullptr;
     ASSERT_EQ(ombr_hdo_value_remove(node, "X", 0, &h), 0u);
-    uint32_t count = 9;
-    ASSERT_EQ(ombr_hdo_value_count(node, "x", &count), 0u);
-    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(value_count(node, "x"), 0u);
     EXPECT_EQ(h->value->ref_count, 1);
     EXPECT_EQ(string_of(h), "kept");
     EXPECT_EQ(ombr_hdo_value_remove(node, "x", 0, nullptr), OMBR_DATATYPES_NOT_FOUND);
@@ -204,9 +196,7 @@ TEST_F(HdoValue, WriteThroughACopiedValueSplitsIt) {
     EXPECT_EQ(log.messages[0].package, OMBR_PKG_HDO);
     EXPECT_EQ(log.messages[0].level, OMBR_LOG_DETAIL);
     // The copy keeps the old data; the source's entry is now last of its name.
-    ombr_hdo_value_t in_copy = value_handle(copy, "v");
-    EXPECT_EQ(string_of(in_copy), "old");
-    ombr_hdo_value_release(in_copy);
+    EXPECT_EQ(text_of(copy, "v"), "old");
     ombr_hdo_value_t first = value_handle(source, "v", 0), last = value_handle(source, "v", 1);
     EXPECT_EQ(string_of(first), "second");
     EXPECT_EQ(string_of(last), "new");
@@ -251,6 +241,42 @@ TEST_F(HdoValue, SplitNeedsTheValueUnderItsOwnName) {
     ombr_hdo_value_release(h);
     ombr_hdo_release(other);
     ombr_hdo_release(node);
+}
+
+// Adding an existing value follows the flags it was first added with: a
+// replacing value takes the key's first place, and on a single node is
+// refused where the key is present and, oddly, left out where it is not.
+TEST_F(HdoValue, AddingAnExistingValueFollowsItsOwnFlags) {
+    ombr_hdo_t source = make_node();
+    ombr_hdo_value_t replacing = nullptr, hidden = nullptr;
+    ASSERT_EQ(ombr_hdo_new_value_string(source, "r", "R", OMBR_HDO_REPLACE, &replacing), 0u);
+    ASSERT_EQ(ombr_hdo_new_value_string(source, "h", "H", OMBR_HDO_HIDDEN, &hidden), 0u);
+    ombr_hdo_t plain = make_node(), single = make_node();
+    add_string(plain, "k", "old");
+    add_string(plain, "k", "old2");
+    add_string(single, "k", "old");
+    ASSERT_EQ(ombr_hdo_set_flags(single, OMBR_HDO_SINGLE, OMBR_HDO_SINGLE), 0u);
+    struct {
+        ombr_hdo_t node;
+        const char *key;
+        ombr_hdo_value_t handle;
+        uint32_t status;
+        const char *tree;
+    } cases[] = {
+        {plain, "k", replacing, 0u, "{k:'old2';r:'R';}"},  // the value keeps its own name
+        {single, "k", replacing, OMBR_HDO_REFUSED, "{k:'old';}"},
+        {single, "z", replacing, OMBR_DATATYPES_NOT_FOUND, "{k:'old';}"},
+        {single, "q", hidden, 0u, "{k:'old';}"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(ombr_hdo_value_set(c.node, c.key, c.handle), c.status) << c.key;
+        EXPECT_EQ(dump_tree(c.node), c.tree) << c.key;
+    }
+    EXPECT_EQ(replacing->value->ref_count, 3);  // source, plain, handle
+    EXPECT_EQ(single->hidden_values, 1u);
+    ombr_hdo_value_release(replacing);
+    ombr_hdo_value_release(hidden);
+    for (ombr_hdo_t node : {source, plain, single}) ombr_hdo_release(node);
 }
 
 void count_release(void *data, uint32_t size) {
@@ -345,6 +371,10 @@ TEST_F(HdoValue, HandleStatuses) {
     uint32_t n = 0;
     ombr_hdo_value_t h = nullptr;
     EXPECT_EQ(ombr_hdo_value_getdata_string(bad, &text), OMBR_HDO_BAD_MAGIC);
+    // A missing output is reported before a wrong handle.
+    EXPECT_EQ(ombr_hdo_value_getdata_string(bad, nullptr), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_value_getname(bad, nullptr), OMBR_HDO_INVALID_ARG);
+    EXPECT_EQ(ombr_hdo_value_attribute_set(bad, nullptr, "x"), OMBR_HDO_INVALID_ARG);
     EXPECT_EQ(ombr_hdo_value_release(bad), OMBR_HDO_BAD_MAGIC);
     EXPECT_EQ(ombr_hdo_value_release(nullptr), 0u);
     EXPECT_EQ(ombr_hdo_value_setdata_string(nullptr, "x"), OMBR_HDO_INVALID_ARG);

@@ -7,6 +7,7 @@
 #include "log_capture.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
+#include "rvo_read.h"
 #include "script_fixture.h"
 
 namespace {
@@ -233,11 +234,8 @@ TEST_F(TocLookupTest, LeadingZeroReachesTheProvider) {
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_albums(query, &response), 0u);
     EXPECT_STREQ(zelto_script_request_data(script_, 0, "zelto_lookup_data_toc"), "0 150");
-    zelto_rvo_handle album = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_child_get(response, "zelto_ctx_album!", 1, 1, &album), 0u);
-    const char *toc = nullptr;
-    EXPECT_EQ(zelto_manager_rvo_value_get(album, "zelto_val_toc_album", 1, &toc), 0u);
-    EXPECT_STREQ(toc, "0 150");
+    zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
+    EXPECT_EQ(value_of(album, "zelto_val_toc_album"), "0 150");
     zelto_manager_rvo_release(album);
     zelto_manager_rvo_release(response);
     EXPECT_EQ(zelto_cantrix_query_release(query), 0u);

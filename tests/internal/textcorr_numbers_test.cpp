@@ -2,8 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "cantrix_test.h"
-#include "textcorr/ombr_textcorr_internal.h"
+#include "textcorr_test_support.h"
 
 namespace {
 
@@ -16,25 +15,6 @@ Words words(const std::string &digits, int flat, int32_t size = 2048) {
     std::vector<char> out(static_cast<size_t>(size > 0 ? size : 1), '#');
     int32_t count = num_to_word_prim(digits.c_str(), out.data(), size, flat);
     return {count, count >= 0 ? std::string(out.data()) : std::string()};
-}
-
-std::vector<uni_char> be(const std::string &ascii) {
-    std::vector<uni_char> out;
-    for (char c : ascii) {
-        uni_char unit;
-        auto *b = reinterpret_cast<uint8_t *>(&unit);
-        b[0] = 0;
-        b[1] = static_cast<uint8_t>(c);
-        out.push_back(unit);
-    }
-    out.push_back(0);
-    return out;
-}
-
-std::string ascii(const uni_char *text) {
-    std::string s;
-    for (; *text; ++text) s.push_back(static_cast<char>(reinterpret_cast<const uint8_t *>(text)[1]));
-    return s;
 }
 
 using NumberWords = LeakCheckedTest;

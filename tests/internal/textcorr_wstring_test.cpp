@@ -1,47 +1,12 @@
-// Wide text functions, the growing wide buffer and the low-level UCS-2 /
-// UTF-8 conversions of the text correlation package.
+// Wide text functions and the growing wide buffer of the text correlation
+// package.
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "cantrix_test.h"
-#include "textcorr/ombr_textcorr_internal.h"
+#include "textcorr_test_support.h"
 
 namespace {
-
-// Big-endian wide text from code points, terminated.
-std::vector<uni_char> be(std::initializer_list<uint32_t> units) {
-    std::vector<uni_char> out;
-    for (uint32_t u : units) {
-        uni_char unit;
-        auto *b = reinterpret_cast<uint8_t *>(&unit);
-        b[0] = static_cast<uint8_t>(u >> 8);
-        b[1] = static_cast<uint8_t>(u);
-        out.push_back(unit);
-    }
-    out.push_back(0);
-    return out;
-}
-
-std::vector<uni_char> be(const char *ascii) {
-    std::vector<uni_char> out;
-    for (const char *p = ascii; *p; ++p) {
-        uni_char unit;
-        auto *b = reinterpret_cast<uint8_t *>(&unit);
-        b[0] = 0;
-        b[1] = static_cast<uint8_t>(*p);
-        out.push_back(unit);
-    }
-    out.push_back(0);
-    return out;
-}
-
-// ASCII view of big-endian wide text (low bytes).
-std::string ascii(const uni_char *text) {
-    std::string s;
-    for (; *text; ++text) s.push_back(static_cast<char>(reinterpret_cast<const uint8_t *>(text)[1]));
-    return s;
-}
 
 using WideText = LeakCheckedTest;
 using WideBuffer = LeakCheckedTest;

@@ -232,6 +232,14 @@ TEST_F(FingerprintStoreTest, MatchesGiveTracksWithOffsetsAndKinds) {
     ASSERT_EQ(r.hits.size(), 1u);
     EXPECT_EQ(r.kind, catalogue::MatchKind::single);
     EXPECT_NE(one.track_tui, r.hits[0].track_tui);
+
+    // Removed by its identifier, an album takes its tracks' prints along.
+    EXPECT_EQ(counts().prints, 3u);
+    catalogue::AlbumListEntry removed;
+    ASSERT_TRUE(cat->remove_album(one.album_tui, removed).ok());
+    EXPECT_EQ(removed.tracks, 2u);
+    EXPECT_EQ(counts().prints, 1u);
+    EXPECT_EQ(match(song).kind, catalogue::MatchKind::none);
 }
 
 }  // namespace

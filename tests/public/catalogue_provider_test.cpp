@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "module_fixture.h"
+#include "rvo_read.h"
 #include "release_json.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -98,32 +99,15 @@ class CatalogueTest : public ModuleTest {
     static inline uint32_t abort_at_ = 0;
 };
 
-std::string value(zelto_rvo_handle object, const char *key, uint32_t ordinal = 1) {
-    const char *v = nullptr;
-    return zelto_manager_rvo_value_get(object, key, ordinal, &v) == 0 && v ? v : "<absent>";
-}
-
-uint32_t children(zelto_rvo_handle object, const char *key) {
-    uint32_t n = 0;
-    EXPECT_EQ(zelto_manager_rvo_child_count(object, key, &n), 0u);
-    return n;
-}
-
-zelto_rvo_handle child(zelto_rvo_handle object, const char *key, uint32_t ordinal) {
-    zelto_rvo_handle c = nullptr;
-    EXPECT_EQ(zelto_manager_rvo_child_get(object, key, ordinal, 0, &c), 0u);
-    return c;
-}
-
 std::string display(zelto_rvo_handle object, const char *key) {
-    zelto_rvo_handle c = child(object, key, 1);
-    std::string text = value(c, "zelto_val_display");
+    zelto_rvo_handle c = child_of(object, key, 1, 0);
+    std::string text = value_of(c, "zelto_val_display");
     zelto_manager_rvo_release(c);
     return text;
 }
 
 std::string artist_display(zelto_rvo_handle object) {
-    zelto_rvo_handle artist = child(object, "zelto_ctx_artist!", 1);
+    zelto_rvo_handle artist = child_of(object, "zelto_ctx_artist!", 1, 0);
     std::string text = display(artist, "zelto_ctx_name!off");
     zelto_manager_rvo_release(artist);
     return text;
@@ -132,11 +116,11 @@ std::string artist_display(zelto_rvo_handle object) {
 // Titles of the tracks of an album, in order.
 std::vector<std::string> track_titles(zelto_rvo_handle album) {
     std::vector<std::string> titles;
-    const uint32_t n = children(album, "zelto_ctx_track!");
+    const uint32_t n = count_of(album, "zelto_ctx_track!");
     for (uint32_t i = 1; i <= n; ++i) {
-        zelto_rvo_handle t = child(album, "zelto_ctx_track!", i);
-        titles.push_back(value(t, "zelto_val_tracknumber") + " " + display(t, "zelto_ctx_title!off") + " " +
-                         value(t, "zelto_val_duration"));
+        zelto_rvo_handle t = child_of(album, "zelto_ctx_track!", i, 0);
+        titles.push_back(value_of(t, "zelto_val_tracknumber") + " " + display(t, "zelto_ctx_title!off") + " " +
+                         value_of(t, "zelto_val_duration"));
         zelto_manager_rvo_release(t);
     }
     return titles;
@@ -145,18 +129,18 @@ std::vector<std::string> track_titles(zelto_rvo_handle album) {
 TEST_F(CatalogueTest, ExactTocIdentifiesTheAlbumInFull) {
     zelto_rvo_handle response = find_toc("150 14672 27367 41225");
     ASSERT_NE(response, nullptr);
-    ASSERT_EQ(children(response, "zelto_ctx_album!"), 1u);
-    zelto_rvo_handle album = child(response, "zelto_ctx_album!", 1);
+    ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 1u);
+    zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
     EXPECT_EQ(display(album, "zelto_ctx_title!off"), "Lanterns of Glass");
     EXPECT_EQ(artist_display(album), "Mira Solenne");
-    EXPECT_EQ(value(album, "zelto_val_year"), "2004");
-    EXPECT_EQ(value(album, "zelto_val_genre"), "folk");
-    EXPECT_EQ(value(album, "zelto_val_tui"), "alb-lanterns");
-    EXPECT_EQ(value(album, "_sdkmgr_val_match_type"), "SINGLE");
-    EXPECT_EQ(value(album, "_sdkmgr_val_lookup_type"), "TOC");
-    EXPECT_EQ(value(album, "zelto_val_toc_album"), "150 14672 27367 41225");
+    EXPECT_EQ(value_of(album, "zelto_val_year"), "2004");
+    EXPECT_EQ(value_of(album, "zelto_val_genre"), "folk");
+    EXPECT_EQ(value_of(album, "zelto_val_tui"), "alb-lanterns");
+    EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "SINGLE");
+    EXPECT_EQ(value_of(album, "_sdkmgr_val_lookup_type"), "TOC");
+    EXPECT_EQ(value_of(album, "zelto_val_toc_album"), "150 14672 27367 41225");
     // The single row was completed by a lookup by tui.
-    EXPECT_EQ(value(album, "zelto_val_full_result"), "1");
+    EXPECT_EQ(value_of(album, "zelto_val_full_result"), "1");
     EXPECT_EQ(track_titles(album), (std::vector<std::string>{"1 Quiet Harbour 193626", "2 Paper Comets 169266",
                                                              "3 The Long Thaw 184773"}));
     zelto_manager_rvo_release(album);
@@ -171,11 +155,11 @@ TEST_F(CatalogueTest, ShiftedAndPerturbedTocsAreFuzzyMatches) {
         SCOPED_TRACE(toc);
         zelto_rvo_handle response = find_toc(toc);
         ASSERT_NE(response, nullptr);
-        ASSERT_EQ(children(response, "zelto_ctx_album!"), 1u);
-        zelto_rvo_handle album = child(response, "zelto_ctx_album!", 1);
-        EXPECT_EQ(value(album, "zelto_val_tui"), "alb-lanterns");
-        EXPECT_EQ(value(album, "_sdkmgr_val_match_type"), "FUZZY");
-        EXPECT_EQ(value(album, "zelto_val_toc_album"), toc);
+        ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 1u);
+        zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
+        EXPECT_EQ(value_of(album, "zelto_val_tui"), "alb-lanterns");
+        EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "FUZZY");
+        EXPECT_EQ(value_of(album, "zelto_val_toc_album"), toc);
         zelto_manager_rvo_release(album);
         zelto_manager_rvo_release(response);
     }
@@ -188,8 +172,8 @@ TEST_F(CatalogueTest, UnknownTocIsNoMatch) {
         zelto_rvo_handle response = find_toc(toc, &status);
         EXPECT_EQ(status, 0u);
         ASSERT_NE(response, nullptr);
-        EXPECT_EQ(children(response, "zelto_ctx_album!"), 0u);
-        EXPECT_EQ(value(response, "zelto_val_rangecount"), "0");
+        EXPECT_EQ(count_of(response, "zelto_ctx_album!"), 0u);
+        EXPECT_EQ(value_of(response, "zelto_val_rangecount"), "0");
         zelto_manager_rvo_release(response);
     }
 }
@@ -197,20 +181,32 @@ TEST_F(CatalogueTest, UnknownTocIsNoMatch) {
 TEST_F(CatalogueTest, PartialDiscOfTwoIsCompletedWithAllTracksAndTheMatchedOnesMarked) {
     zelto_rvo_handle response = find_toc("150 30000 61000");
     ASSERT_NE(response, nullptr);
-    ASSERT_EQ(children(response, "zelto_ctx_album!"), 1u);
-    zelto_rvo_handle album = child(response, "zelto_ctx_album!", 1);
-    EXPECT_EQ(value(album, "zelto_val_tui"), "alb-northern");
-    EXPECT_EQ(value(album, "zelto_val_full_result"), "1");
-    EXPECT_EQ(value(album, "zelto_val_albumtrackcnt"), "5");
+    ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 1u);
+    zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
+    EXPECT_EQ(value_of(album, "zelto_val_tui"), "alb-northern");
+    EXPECT_EQ(value_of(album, "zelto_val_full_result"), "1");
+    EXPECT_EQ(value_of(album, "zelto_val_albumtrackcnt"), "5");
     // The TOC answer held disc 2 only; the completion brought all five.
     EXPECT_EQ(track_titles(album),
               (std::vector<std::string>{"1 Aurora 264000", "2 Polar Night 266000", "3 Ice Field 266000",
                                         "4 Midnight Sun 398000", "5 Thaw 412000"}));
     // The completion lookup carried the matched track: the first of disc 2.
-    EXPECT_EQ(value(album, "zelto_val_track_matched"), "4");
-    zelto_rvo_handle matching = child(album, "zelto_ctx_track!matching", 1);
+    EXPECT_EQ(value_of(album, "zelto_val_track_matched"), "4");
+    zelto_rvo_handle matching = child_of(album, "zelto_ctx_track!matching", 1, 0);
     EXPECT_EQ(display(matching, "zelto_ctx_title!off"), "Midnight Sun");
+    EXPECT_EQ(value_of(matching, "zelto_val_discnumber"), "2");
     zelto_manager_rvo_release(matching);
+    // The disc that matched, on its own: its number among the release's
+    // discs, its TOC, its tracks numbered on it.
+    EXPECT_EQ(value_of(album, "zelto_val_disccount"), "2");
+    EXPECT_EQ(value_of(album, "zelto_val_disc_matched"), "2");
+    EXPECT_EQ(value_of(album, "zelto_val_toc"), "150 30000 61000");
+    ASSERT_EQ(count_of(album, "zelto_ctx_disc!"), 1u);
+    zelto_rvo_handle disc = child_of(album, "zelto_ctx_disc!matching", 1, 0);
+    EXPECT_EQ(value_of(disc, "zelto_val_discnumber"), "2");
+    EXPECT_EQ(value_of(disc, "zelto_val_toc"), "150 30000 61000");
+    EXPECT_EQ(track_titles(disc), (std::vector<std::string>{"1 Midnight Sun 398000", "2 Thaw 412000"}));
+    zelto_manager_rvo_release(disc);
     zelto_manager_rvo_release(album);
     zelto_manager_rvo_release(response);
 }
@@ -233,7 +229,7 @@ TEST_F(CatalogueTest, OnlineModeIsAnsweredByTheCatalogueToo) {
     ASSERT_EQ(zelto_manager_user_option_set(user_, "zelto_useroption_lookup_mode", "zelto_lookupmode_online"), 0u);
     zelto_rvo_handle response = find_toc("150 22160 40560 57220");
     ASSERT_NE(response, nullptr);
-    zelto_rvo_handle album = child(response, "zelto_ctx_album!", 1);
+    zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
     EXPECT_EQ(display(album, "zelto_ctx_title!off"), "Straße der Lieder");
     EXPECT_EQ(artist_display(album), "Jürgen Hößl");
     zelto_manager_rvo_release(album);
@@ -288,9 +284,9 @@ class ProviderRequest {
 // Album titles under "zelto_ctx_album!" of a provider answer.
 std::vector<std::string> album_titles(zelto_rvo_handle response, const char *key = "zelto_ctx_album!") {
     std::vector<std::string> titles;
-    const uint32_t n = children(response, key);
+    const uint32_t n = count_of(response, key);
     for (uint32_t i = 1; i <= n; ++i) {
-        zelto_rvo_handle a = child(response, key, i);
+        zelto_rvo_handle a = child_of(response, key, i, 0);
         titles.push_back(display(a, "zelto_ctx_title!off"));
         zelto_manager_rvo_release(a);
     }
@@ -304,7 +300,7 @@ TEST_F(CatalogueTest, TextSearchFindsMisspeltAndUnaccentedInputAsPartialAlbums) 
         ProviderRequest r(table, "zelto_lookup_type_album");
         r.data("zelto_lookup_data_album_artist", "Jurgen Hossl").data("zelto_lookup_data_album_title", "Strasse");
         ASSERT_EQ(r.execute(user_), 0u);
-        EXPECT_EQ(value(r.result(), "_sdkmgr_val_response_code"), "zelto_result_single_match");
+        EXPECT_EQ(value_of(r.result(), "_sdkmgr_val_response_code"), "zelto_result_single_match");
         EXPECT_EQ(album_titles(r.result()), (std::vector<std::string>{"Straße der Lieder"}));
     }
     {
@@ -313,13 +309,13 @@ TEST_F(CatalogueTest, TextSearchFindsMisspeltAndUnaccentedInputAsPartialAlbums) 
             .data("zelto_lookup_data_track_title", "Paper Comet");
         ASSERT_EQ(r.execute(user_), 0u);
         ASSERT_EQ(album_titles(r.result()), (std::vector<std::string>{"Lanterns of Glass"}));
-        zelto_rvo_handle album = child(r.result(), "zelto_ctx_album!", 1);
+        zelto_rvo_handle album = child_of(r.result(), "zelto_ctx_album!", 1, 0);
         // Partial: the matched track only, the real track count beside it.
-        EXPECT_EQ(value(album, "zelto_val_full_result"), "0");
-        EXPECT_EQ(value(album, "zelto_val_albumtrackcnt"), "3");
-        EXPECT_EQ(value(album, "zelto_val_track_matched"), "2");
+        EXPECT_EQ(value_of(album, "zelto_val_full_result"), "0");
+        EXPECT_EQ(value_of(album, "zelto_val_albumtrackcnt"), "3");
+        EXPECT_EQ(value_of(album, "zelto_val_track_matched"), "2");
         EXPECT_EQ(track_titles(album), (std::vector<std::string>{"2 Paper Comets 169266"}));
-        EXPECT_EQ(children(album, "zelto_ctx_track!matching"), 1u);
+        EXPECT_EQ(count_of(album, "zelto_ctx_track!matching"), 1u);
         zelto_manager_rvo_release(album);
     }
     EXPECT_EQ(zelto_catalogue_live_requests(catalogue_), 0u);
@@ -336,9 +332,9 @@ TEST_F(CatalogueTest, TextSearchHonoursTheResultRange) {
             .data("zelto_lookup_data_result_range_end", end.c_str())
             .data("zelto_lookup_data_album_artist", "Paging Ensemble");
         ASSERT_EQ(r.execute(user_), 0u);
-        EXPECT_EQ(value(r.result(), "zelto_val_rangestart"), start);
-        EXPECT_EQ(value(r.result(), "zelto_val_rangeend"), std::string(start) == "11" ? "12" : end);
-        EXPECT_EQ(value(r.result(), "zelto_val_rangecount"), "12");
+        EXPECT_EQ(value_of(r.result(), "zelto_val_rangestart"), start);
+        EXPECT_EQ(value_of(r.result(), "zelto_val_rangeend"), std::string(start) == "11" ? "12" : end);
+        EXPECT_EQ(value_of(r.result(), "zelto_val_rangecount"), "12");
         for (auto &t : album_titles(r.result())) seen.push_back(t);
     }
     // Three pages cover the twelve albums once each.
@@ -349,7 +345,7 @@ TEST_F(CatalogueTest, TextSearchHonoursTheResultRange) {
     ProviderRequest r(table, "zelto_lookup_type_album");
     r.data("zelto_lookup_data_album_artist", "Paging Ensemble").option("zelto_lookup_option_result_single", "1");
     ASSERT_EQ(r.execute(user_), 0u);
-    EXPECT_EQ(children(r.result(), "zelto_ctx_album!"), 1u);
+    EXPECT_EQ(count_of(r.result(), "zelto_ctx_album!"), 1u);
 }
 
 TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
@@ -358,11 +354,11 @@ TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
         ProviderRequest r(table, "zelto_lookup_type_track");
         r.data("zelto_lookup_data_track_title", "Midnigt Sun");
         ASSERT_EQ(r.execute(user_), 0u);
-        ASSERT_GE(children(r.result(), "zelto_ctx_track!"), 1u);
-        zelto_rvo_handle t = child(r.result(), "zelto_ctx_track!", 1);
+        ASSERT_GE(count_of(r.result(), "zelto_ctx_track!"), 1u);
+        zelto_rvo_handle t = child_of(r.result(), "zelto_ctx_track!", 1, 0);
         EXPECT_EQ(display(t, "zelto_ctx_title!off"), "Midnight Sun");
         EXPECT_EQ(artist_display(t), "The Lanterns");
-        EXPECT_EQ(value(t, "zelto_val_duration"), "398000");
+        EXPECT_EQ(value_of(t, "zelto_val_duration"), "398000");
         zelto_manager_rvo_release(t);
     }
     {
@@ -373,20 +369,20 @@ TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
         const char *context = nullptr;
         ASSERT_EQ(zelto_manager_rvo_get_context(root, &context), 0u);
         EXPECT_STREQ(context, "zelto_ctx_response_match");
-        const uint32_t n = children(root, "zelto_ctx_response_match!");
+        const uint32_t n = count_of(root, "zelto_ctx_response_match!");
         ASSERT_GE(n, 1u);
         bool contributor = false;
         for (uint32_t i = 1; i <= n; ++i) {
-            zelto_rvo_handle c = child(root, "zelto_ctx_response_match!", i);
+            zelto_rvo_handle c = child_of(root, "zelto_ctx_response_match!", i, 0);
             const char *ctx = nullptr;
             zelto_manager_rvo_get_context(c, &ctx);
             if (std::string(ctx) == "zelto_ctx_contributor") {
                 contributor = contributor || display(c, "zelto_ctx_name!off") == "The Lanterns";
-                EXPECT_NE(value(c, "_sdkmgr_val_text_match_contrib_score"), "<absent>");
-                EXPECT_NE(value(c, "zelto_val_collab_result"), "<absent>");
+                EXPECT_TRUE(has_value(c, "_sdkmgr_val_text_match_contrib_score"));
+                EXPECT_TRUE(has_value(c, "zelto_val_collab_result"));
             } else {
                 EXPECT_STREQ(ctx, "zelto_ctx_album");
-                EXPECT_NE(value(c, "_sdkmgr_val_text_match_album_score"), "<absent>");
+                EXPECT_TRUE(has_value(c, "_sdkmgr_val_text_match_album_score"));
             }
             zelto_manager_rvo_release(c);
         }
@@ -397,8 +393,8 @@ TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
         ProviderRequest r(table, "zelto_lookup_type_lyric");
         r.data("zelto_lookup_data_lyric_fragment", "harbour");
         ASSERT_EQ(r.execute(user_), 0u);
-        EXPECT_EQ(value(r.result(), "_sdkmgr_val_response_code"), "zelto_result_no_matches");
-        EXPECT_EQ(children(r.result(), "zelto_ctx_lyric!"), 0u);
+        EXPECT_EQ(value_of(r.result(), "_sdkmgr_val_response_code"), "zelto_result_no_matches");
+        EXPECT_EQ(count_of(r.result(), "zelto_ctx_lyric!"), 0u);
     }
 }
 
@@ -408,15 +404,15 @@ TEST_F(CatalogueTest, RevisionCheckAndIdentifierLookups) {
         ProviderRequest r(table, "zelto_lookup_type_album");
         r.data("zelto_lookup_data_tui", "alb-strasse").data("zelto_lookup_data_rev", "1");
         ASSERT_EQ(r.execute(user_), 0u);
-        EXPECT_EQ(value(r.result(), "_sdkmgr_val_response_code"), "zelto_result_no_new_rev");
-        EXPECT_EQ(children(r.result(), "zelto_ctx_album!"), 0u);
+        EXPECT_EQ(value_of(r.result(), "_sdkmgr_val_response_code"), "zelto_result_no_new_rev");
+        EXPECT_EQ(count_of(r.result(), "zelto_ctx_album!"), 0u);
     }
     {
         ProviderRequest r(table, "zelto_lookup_type_track");
         r.data("zelto_lookup_data_tui", "alb-northern").data("zelto_lookup_data_track_matched", "5");
         ASSERT_EQ(r.execute(user_), 0u);
-        ASSERT_EQ(children(r.result(), "zelto_ctx_track!"), 1u);
-        zelto_rvo_handle t = child(r.result(), "zelto_ctx_track!matching", 1);
+        ASSERT_EQ(count_of(r.result(), "zelto_ctx_track!"), 1u);
+        zelto_rvo_handle t = child_of(r.result(), "zelto_ctx_track!matching", 1, 0);
         EXPECT_EQ(display(t, "zelto_ctx_title!off"), "Thaw");
         zelto_manager_rvo_release(t);
     }
@@ -424,7 +420,7 @@ TEST_F(CatalogueTest, RevisionCheckAndIdentifierLookups) {
         ProviderRequest r(table, "zelto_lookup_type_album");
         r.data("zelto_lookup_data_tui", "no-such-album");
         ASSERT_EQ(r.execute(user_), 0u);
-        EXPECT_EQ(value(r.result(), "_sdkmgr_val_response_code"), "zelto_result_no_matches");
+        EXPECT_EQ(value_of(r.result(), "_sdkmgr_val_response_code"), "zelto_result_no_matches");
     }
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "response_walk.h"
+#include "rvo_read.h"
 #include "script_fixture.h"
 #include "temp_catalogue.h"
 
@@ -247,8 +248,7 @@ TEST_F(FaultSweepTest, ReleasesOfQueriesAndResponses) {
         answer(make_answer("zelto_result_fuzzy_matches", {make_album("A", "B", 1), make_album("C", "D", 1)}));
         zelto_rvo_handle response = nullptr;
         ASSERT_EQ(zelto_cantrix_query_find_albums(query, &response), 0u);
-        zelto_rvo_handle row = nullptr;
-        ASSERT_EQ(zelto_manager_rvo_child_get(response, "zelto_ctx_album!", 1, 1, &row), 0u);
+        zelto_rvo_handle row = child_of(response, "zelto_ctx_album!", 1);
 
         zelto_manager_memory_fail_nth(n);
         EXPECT_EQ(zelto_cantrix_query_release(query), 0u) << "allocation " << n;

@@ -5,28 +5,10 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "rvo_read.h"
 #include "script_fixture.h"
 
 namespace {
-
-std::string value_of(zelto_rvo_handle object, const char *key, uint32_t ordinal = 1) {
-    const char *text = nullptr;
-    uint32_t status = zelto_manager_rvo_value_get(object, key, ordinal, &text);
-    if (status != 0) return "<" + std::to_string(status) + ">";
-    return text ? text : "<null>";
-}
-
-zelto_rvo_handle child_of(zelto_rvo_handle object, const char *key, uint32_t ordinal) {
-    zelto_rvo_handle child = nullptr;
-    EXPECT_EQ(zelto_manager_rvo_child_get(object, key, ordinal, 1, &child), 0u) << key << " " << ordinal;
-    return child;
-}
-
-uint32_t count_of(zelto_rvo_handle object, const char *key) {
-    uint32_t count = 0;
-    EXPECT_EQ(zelto_manager_rvo_child_count(object, key, &count), 0u) << key;
-    return count;
-}
 
 struct Progress {
     std::vector<std::string> events;

@@ -22,15 +22,6 @@ constexpr uint32_t kInvalidData = 0x9081000cu;
 constexpr uint32_t kNoService = 0x9081003fu;
 constexpr uint32_t kInvalidUtf8 = 0x908103a0u;
 
-std::string last_error() {
-    const char *function = nullptr, *message = nullptr;
-    uint32_t source = 0;
-    uint32_t mapped = zelto_manager_errorinfo_get(&source, &function, &message);
-    char head[32];
-    std::snprintf(head, sizeof head, "%08X/%08X", mapped, source);
-    return std::string(head) + " " + (function ? function : "(null)") + " | " + (message ? message : "(null)");
-}
-
 class FingerprintTest : public WithQuery<ScriptedTest> {
    protected:
     void SetUp() override {

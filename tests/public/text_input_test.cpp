@@ -3,21 +3,12 @@
 #include <string>
 
 #include "log_capture.h"
+#include "rvo_read.h"
 #include "script_fixture.h"
 
 namespace {
 
-class TextInputTest : public WithQuery<ScriptedTest> {
-   protected:
-    std::string last_error() {
-        const char *function = nullptr, *message = nullptr;
-        uint32_t source = 0;
-        uint32_t mapped = zelto_manager_errorinfo_get(&source, &function, &message);
-        char head[32];
-        std::snprintf(head, sizeof head, "%08X/%08X", mapped, source);
-        return std::string(head) + " " + (function ? function : "(null)") + " | " + (message ? message : "(null)");
-    }
-};
+using TextInputTest = WithQuery<ScriptedTest>;
 
 TEST_F(TextInputTest, FieldTestsInTheirOrder) {
     LogCapture log({0x81});
@@ -66,8 +57,7 @@ TEST_F(TextInputTest, ObjectInputFindsItsFullAlbumWithItsHistory) {
                                     {"zelto_val_track_matched", "1"}})}));
     zelto_rvo_handle first = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &first), 0u);
-    zelto_rvo_handle second = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_child_get(first, "zelto_ctx_album!", 2, 1, &second), 0u);
+    zelto_rvo_handle second = child_of(first, "zelto_ctx_album!", 2);
     zelto_manager_rvo_release(first);
 
     // The second album is used as input; the application drops its reference.
@@ -87,19 +77,12 @@ TEST_F(TextInputTest, ObjectInputFindsItsFullAlbumWithItsHistory) {
               "execute user \"test-user\"\n"
               "get_result CNX_1\n"
               "release\n");
-    zelto_rvo_handle album = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_child_get(answer_object, "zelto_ctx_album!", 1, 1, &album), 0u);
-    const char *text = nullptr;
+    zelto_rvo_handle album = child_of(answer_object, "zelto_ctx_album!", 1);
     // The input's lookup type, match type and TOC win over the new lookup's.
-    ASSERT_EQ(zelto_manager_rvo_value_get(album, "_sdkmgr_val_lookup_type", 1, &text), 0u);
-    EXPECT_STREQ(text, "TOC");
-    ASSERT_EQ(zelto_manager_rvo_value_get(album, "_sdkmgr_val_match_type", 1, &text), 0u);
-    EXPECT_STREQ(text, "FUZZY");
-    ASSERT_EQ(zelto_manager_rvo_value_get(album, "zelto_val_toc_album", 1, &text), 0u);
-    EXPECT_STREQ(text, "150 14672 27367 41225");
-    uint32_t tracks = 0;
-    EXPECT_EQ(zelto_manager_rvo_child_count(album, "zelto_ctx_track!", &tracks), 0u);
-    EXPECT_EQ(tracks, 5u);
+    EXPECT_EQ(value_of(album, "_sdkmgr_val_lookup_type"), "TOC");
+    EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "FUZZY");
+    EXPECT_EQ(value_of(album, "zelto_val_toc_album"), "150 14672 27367 41225");
+    EXPECT_EQ(count_of(album, "zelto_ctx_track!"), 5u);
     zelto_manager_rvo_release(album);
     zelto_manager_rvo_release(answer_object);
 

@@ -5,16 +5,10 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "rvo_read.h"
 #include "script_fixture.h"
 
 namespace {
-
-std::string value_of(zelto_rvo_handle object, const char *key, uint32_t ordinal = 1) {
-    const char *text = nullptr;
-    uint32_t status = zelto_manager_rvo_value_get(object, key, ordinal, &text);
-    if (status != 0) return "<" + std::to_string(status) + ">";
-    return text ? text : "<null>";
-}
 
 class TextSearchTest : public WithQuery<ScriptedTest> {
    protected:
@@ -24,21 +18,22 @@ class TextSearchTest : public WithQuery<ScriptedTest> {
     // Titles and scores of the rows under a child key, in order.
     std::vector<std::string> rows(zelto_rvo_handle response, const char *key, const char *name_key) {
         std::vector<std::string> out;
-        uint32_t count = 0;
-        EXPECT_EQ(zelto_manager_rvo_child_count(response, key, &count), 0u);
+        const uint32_t count = count_of(response, key);
         for (uint32_t i = 1; i <= count; ++i) {
-            zelto_rvo_handle row = nullptr;
-            EXPECT_EQ(zelto_manager_rvo_child_get(response, key, i, 1, &row), 0u);
+            zelto_rvo_handle row = child_of(response, key, i);
             out.push_back(value_of(row, name_key) + "=" + value_of(row, "zelto_val_txtmatchscore"));
             zelto_manager_rvo_release(row);
         }
         return out;
     }
-    std::string error_text() {
-        const char *function = nullptr, *message = nullptr;
-        uint32_t status = zelto_manager_errorinfo_get(nullptr, &function, &message);
-        (void)status;
-        return std::string(function ? function : "(null)") + " | " + (message ? message : "(null)");
+    // rows() of the response of a find operation that must succeed.
+    using Find = uint32_t (*)(zelto_cantrix_query_handle, zelto_rvo_handle *);
+    std::vector<std::string> found_rows(Find find, const char *key, const char *name_key) {
+        zelto_rvo_handle response = nullptr;
+        EXPECT_EQ(find(query_, &response), 0u);
+        std::vector<std::string> out = response ? rows(response, key, name_key) : std::vector<std::string>{};
+        zelto_manager_rvo_release(response);
+        return out;
     }
 };
 
@@ -84,8 +79,7 @@ TEST_F(TextSearchTest, AlbumSearchRequestAndScoresInProviderOrder) {
     EXPECT_EQ(got[1], "Harbour Lights=100");
     EXPECT_EQ(got[0].substr(0, 15), "Something Else=");
     EXPECT_NE(got[0], "Something Else=100");
-    zelto_rvo_handle first = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_child_get(response, "zelto_ctx_album!", 2, 1, &first), 0u);
+    zelto_rvo_handle first = child_of(response, "zelto_ctx_album!", 2);
     EXPECT_EQ(value_of(first, "_sdkmgr_val_lookup_type"), "TEXT");
     EXPECT_EQ(value_of(first, "_sdkmgr_val_match_type"), "FUZZY");
     zelto_manager_rvo_release(first);
@@ -110,11 +104,8 @@ TEST_F(TextSearchTest, SingleModeReturnsTheBestAlbumCompleted) {
     EXPECT_EQ(value_of(response, "zelto_val_resultcount"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_rangestart"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_rangecount"), "1");
-    zelto_rvo_handle row = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_child_get(response, "zelto_ctx_album!", 1, 1, &row), 0u);
-    uint32_t tracks = 0;
-    EXPECT_EQ(zelto_manager_rvo_child_count(row, "zelto_ctx_track!", &tracks), 0u);
-    EXPECT_EQ(tracks, 12u);  // completed by a second lookup
+    zelto_rvo_handle row = child_of(response, "zelto_ctx_album!", 1);
+    EXPECT_EQ(count_of(row, "zelto_ctx_track!"), 12u);  // completed by a second lookup
     EXPECT_EQ(value_of(row, "zelto_val_txtmatchscore"), "100");
     EXPECT_EQ(value_of(row, "zelto_val_track_matched"), "7");  // moved into the row's map
     EXPECT_EQ(value_of(row, "zelto_val_track_matched_pos"), "2");
@@ -227,24 +218,19 @@ TEST_F(TextSearchTest, TrackFindScoresAndSingleModeTakesTheFirst) {
                         make_displayed("zelto_ctx_track", "Night Drive", "Lumen"),
                         make_displayed("zelto_ctx_track", "Night Drive", "")},
                        "zelto_ctx_track!"));
-    zelto_rvo_handle response = nullptr;
-    ASSERT_EQ(zelto_cantrix_query_find_tracks(query_, &response), 0u);
-    std::vector<std::string> got = rows(response, "zelto_ctx_track!", "_sdkmgr_val_lookup_type");
+    std::vector<std::string> got = found_rows(zelto_cantrix_query_find_tracks, "zelto_ctx_track!", "_sdkmgr_val_lookup_type");
     ASSERT_EQ(got.size(), 3u);
     EXPECT_EQ(got[1], "TEXT=100");
     EXPECT_EQ(got[2], "TEXT=100");  // no artist display: the title alone counts
-    zelto_manager_rvo_release(response);
 
     ASSERT_EQ(zelto_cantrix_query_option_set(query_, "zelto_cantrix_single_result", "yes"), 0u);
     answer(make_answer("zelto_result_fuzzy_matches",
                        {make_displayed("zelto_ctx_track", "Day Walk", "Other", {{"zelto_val_name", "first"}}),
                         make_displayed("zelto_ctx_track", "Night Drive", "Lumen", {{"zelto_val_name", "best"}})},
                        "zelto_ctx_track!"));
-    ASSERT_EQ(zelto_cantrix_query_find_tracks(query_, &response), 0u);
-    got = rows(response, "zelto_ctx_track!", "zelto_val_name");
+    got = found_rows(zelto_cantrix_query_find_tracks, "zelto_ctx_track!", "zelto_val_name");
     ASSERT_EQ(got.size(), 1u);
     EXPECT_EQ(got[0].substr(0, 6), "first=");  // tracks are never sorted
-    zelto_manager_rvo_release(response);
 }
 
 TEST_F(TextSearchTest, MatchResponsesCombineProviderScores) {
@@ -265,14 +251,11 @@ TEST_F(TextSearchTest, MatchResponsesCombineProviderScores) {
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_matches(query_, &response), 0u);
     EXPECT_EQ(rows(response, "zelto_ctx_response_match!", "zelto_val_name"),
-              (std::vector<std::string>{"A130=130", "C95=<" + std::to_string(0x100D0003u) + ">", "A90=90", "B90=90"}));
-    zelto_rvo_handle contributor = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_child_get(response, "zelto_ctx_contributor!", 1, 1, &contributor), 0u);
+              (std::vector<std::string>{"A130=130", "C95=" + failed_read(0x100D0003u), "A90=90", "B90=90"}));
+    zelto_rvo_handle contributor = child_of(response, "zelto_ctx_contributor!", 1);
     EXPECT_EQ(value_of(contributor, "zelto_val_collab_result"), "true");  // the object's own value wins
     zelto_manager_rvo_release(contributor);
-    uint32_t albums = 0;
-    EXPECT_EQ(zelto_manager_rvo_child_count(response, "zelto_ctx_album!", &albums), 0u);
-    EXPECT_EQ(albums, 3u);
+    EXPECT_EQ(count_of(response, "zelto_ctx_album!"), 3u);
     zelto_manager_rvo_release(response);
 
     // Single mode keeps the best; an unknown context in last place fails the response.
@@ -289,39 +272,30 @@ TEST_F(TextSearchTest, MatchResponsesCombineProviderScores) {
 }
 
 TEST_F(TextSearchTest, LyricScoresAverageWithAPerfectField) {
-    answer(make_answer("zelto_result_fuzzy_matches", {make_displayed("zelto_ctx_lyric", "Any", "Body")},
-                       "zelto_ctx_lyric!"));
+    // The fragment scores 100; the artist and title scores join it.
+    struct Case {
+        const char *artist, *title, *row_title, *row_artist, *want;
+    };
+    const Case cases[] = {
+        {nullptr, nullptr, "Any", "Body", "TEXT=100"},
+        {"qzxvkw", "qzxv", "qzxy", "qzxvkwy", "TEXT=80"},  // (80 + 60 + 100) / 3
+        {"Body", "zzzz", "Any", "Body", "TEXT=66"},        // (100 + 0 + 100) / 3
+    };
     text("zelto_cantrix_field_fragment", "words");
-    zelto_rvo_handle response = nullptr;
-    ASSERT_EQ(zelto_cantrix_query_find_lyrics(query_, &response), 0u);
-    EXPECT_EQ(rows(response, "zelto_ctx_lyric!", "_sdkmgr_val_lookup_type"), std::vector<std::string>{"TEXT=100"});
-    zelto_manager_rvo_release(response);
-
-    // Artist 80 and title 60: (80 + 60 + 100) / 3 = 80.
-    text("zelto_cantrix_field_artist", "qzxvkw");
-    text("zelto_cantrix_field_title", "qzxv");
-    answer(make_answer("zelto_result_fuzzy_matches", {make_displayed("zelto_ctx_lyric", "qzxy", "qzxvkwy")},
-                       "zelto_ctx_lyric!"));
-    ASSERT_EQ(zelto_cantrix_query_find_lyrics(query_, &response), 0u);
-    EXPECT_EQ(rows(response, "zelto_ctx_lyric!", "_sdkmgr_val_lookup_type"), std::vector<std::string>{"TEXT=80"});
-    zelto_manager_rvo_release(response);
-
-    // Artist 100 and title 0: (100 + 0 + 100) / 3.
-    text("zelto_cantrix_field_artist", "Body");
-    text("zelto_cantrix_field_title", "zzzz");
-    answer(make_answer("zelto_result_fuzzy_matches", {make_displayed("zelto_ctx_lyric", "Any", "Body")},
-                       "zelto_ctx_lyric!"));
-    ASSERT_EQ(zelto_cantrix_query_find_lyrics(query_, &response), 0u);
-    EXPECT_EQ(rows(response, "zelto_ctx_lyric!", "_sdkmgr_val_lookup_type"), std::vector<std::string>{"TEXT=66"});
-    zelto_manager_rvo_release(response);
-
+    for (const Case &c : cases) {
+        if (c.artist) text("zelto_cantrix_field_artist", c.artist);
+        if (c.title) text("zelto_cantrix_field_title", c.title);
+        answer(make_answer("zelto_result_fuzzy_matches", {make_displayed("zelto_ctx_lyric", c.row_title, c.row_artist)},
+                           "zelto_ctx_lyric!"));
+        EXPECT_EQ(found_rows(zelto_cantrix_query_find_lyrics, "zelto_ctx_lyric!", "_sdkmgr_val_lookup_type"),
+                  std::vector<std::string>{c.want});
+    }
     // In single mode the winner loses its map, even alone.
     ASSERT_EQ(zelto_cantrix_query_option_set(query_, "zelto_cantrix_single_result", "1"), 0u);
     answer(make_answer("zelto_result_fuzzy_matches", {make_displayed("zelto_ctx_lyric", "Any", "Body")},
                        "zelto_ctx_lyric!"));
-    ASSERT_EQ(zelto_cantrix_query_find_lyrics(query_, &response), 0u);
-    EXPECT_EQ(rows(response, "zelto_ctx_lyric!", "zelto_val_display"), std::vector<std::string>{"<" + std::to_string(0x10100003u) + ">=<" + std::to_string(0x10100003u) + ">"});
-    zelto_manager_rvo_release(response);
+    EXPECT_EQ(found_rows(zelto_cantrix_query_find_lyrics, "zelto_ctx_lyric!", "zelto_val_display"),
+              std::vector<std::string>{failed_read(0x10100003u) + "=" + failed_read(0x10100003u)});
 }
 
 // The message a refused find recorded before its closing cleared it.

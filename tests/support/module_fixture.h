@@ -4,9 +4,23 @@
 #ifndef MODULE_FIXTURE_H
 #define MODULE_FIXTURE_H
 
+#include <cstdio>
+#include <string>
+
 #include "cantrix_test.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_manager.h"
+
+// The error information recorded by the last public call:
+// "MAPPED/SOURCE function | message", the statuses in hex.
+inline std::string last_error() {
+    const char *function = nullptr, *message = nullptr;
+    uint32_t source = 0;
+    const uint32_t mapped = zelto_manager_errorinfo_get(&source, &function, &message);
+    char head[32];
+    std::snprintf(head, sizeof head, "%08X/%08X", mapped, source);
+    return std::string(head) + " " + (function ? function : "(null)") + " | " + (message ? message : "(null)");
+}
 
 class ModuleTest : public ::testing::Test {
    protected:

@@ -113,6 +113,21 @@ Expected<DiscRead> read_source(const SourceRequest &request) {
     return done;
 }
 
+std::optional<DiscRead> as_enhanced_cd(const DiscRead &read) {
+    const std::vector<Track> &tracks = read.disc.tracks;
+    if (tracks.size() < 2) return std::nullopt;
+    for (const Track &t : tracks)
+        if (t.data) return std::nullopt;
+    DiscRead guess;
+    guess.disc = read.disc;
+    guess.disc.tracks.back().data = true;
+    guess.disc.audio_leadout.reset();
+    guess.origin = read.origin + ", last track as data";
+    auto done = complete(std::move(guess));
+    if (!done) return std::nullopt;
+    return std::move(*done);
+}
+
 Expected<DiscRead> read_stored_toc(const std::string &offsets_text, const std::string &origin) {
     auto d = parse_toc_text(offsets_text, TocForm::offsets);
     if (!d) return d.error();

@@ -38,6 +38,12 @@ struct DiscRead {
 // refused TOC text.
 Expected<DiscRead> read_source(const SourceRequest &request);
 
+// A typed TOC read again as the whole TOC of an Enhanced CD: its last track
+// taken as the data track of a second session, which starts 11,400 frames
+// after the audio session's lead-out. None when the read already has a data
+// track, has a single track, or the last track starts too early for that.
+std::optional<DiscRead> as_enhanced_cd(const DiscRead &read);
+
 // The read for a TOC that is known to be well formed (a catalogue's, in the
 // offsets form).
 Expected<DiscRead> read_stored_toc(const std::string &offsets_text, const std::string &origin);

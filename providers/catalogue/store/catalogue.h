@@ -180,6 +180,16 @@ struct Page {
     uint32_t range_end = 0;
 };
 
+// An album as a list shows it.
+struct AlbumListEntry {
+    std::string tui, title, artist;
+    uint32_t year = 0, discs = 0, tracks = 0;
+};
+
+struct AlbumList : Page {
+    std::vector<AlbumListEntry> albums;
+};
+
 struct TocResult : Page {
     MatchKind kind = MatchKind::none;
     std::vector<TocHit> hits;
@@ -472,6 +482,12 @@ class Catalogue {
     // bad_record. Empty tui/tag of the album and its tracks are generated.
     Status add_album(Album &album, bool *replaced = nullptr) noexcept;
     Status remove_album(int64_t album_id) noexcept;
+    // Removes the album `tui` with its discs, TOCs and tracks and the
+    // fingerprints linked to them (lyrics stay); not_found if there is
+    // none. `removed` tells what it was.
+    Status remove_album(std::string_view tui, AlbumListEntry &removed) noexcept;
+    // The albums by artist, then title (ignoring ASCII case), paged.
+    Status list_albums(Range range, AlbumList &out) noexcept;
     Status get_album(int64_t album_id, Album &out) noexcept;
     Status album_count(uint64_t &out) noexcept;
     // Rows of each kind, counted together under the catalogue's lock.
