@@ -99,9 +99,10 @@ ZELTO_MANAGER_API const char *zelto_catalogue_last_message(zelto_catalogue *cata
 typedef struct zelto_catalogue_import_report {
     uint64_t records;  /* records read */
     uint64_t imported; /* albums and lyrics stored */
-    uint64_t replaced; /* of those, replacing an older revision */
+    uint64_t replaced; /* of those, replacing an album of the same identifier (same or older revision) */
     uint64_t skipped;  /* bad records and older revisions */
     uint8_t stopped;   /* the progress callback asked to stop */
+    uint64_t unchanged; /* of those replaced, the same revision with the same content */
 } zelto_catalogue_import_report;
 
 /* Called now and then during an import with bytes read of all bytes and
