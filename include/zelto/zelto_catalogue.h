@@ -35,6 +35,13 @@
  * TOC and text hits are partial albums ("zelto_val_full_result" "0": the
  * matched tracks only, "zelto_val_albumtrackcnt" the album's real count);
  * a lookup by tui gives the full album ("zelto_val_full_result" "1").
+ * Every album carries "zelto_val_disccount", every track its
+ * "zelto_val_discnumber". Where the answer knows which disc matched (its
+ * TOC or media identifier, or the disc of every matched track), the album
+ * has "zelto_val_disc_matched" and the child "zelto_ctx_disc!matching": the
+ * disc's "zelto_val_discnumber", its "zelto_val_toc", its title under
+ * "zelto_ctx_title!off" and its tracks ("zelto_ctx_track!", those the album
+ * carries) numbered on the disc; "zelto_val_toc" of the album is that disc's.
  *
  * Execute reports progress through the request callback with kind 16:
  * code 1 (started), 8 (query sent to the catalogue), 9 (value1 hits
