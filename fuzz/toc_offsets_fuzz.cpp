@@ -2,7 +2,8 @@
 // fields, on a query of the reference host's scripted provider. Each pair
 // of bytes is one step:
 //   add an offset (near the last one, far above it, equal to it, or 0),
-//   set a TOC text of a few rising numbers, or set a text field.
+//   set a TOC text of a few rising numbers (at most 1000000, the most a
+//   text may hold), or set a text field.
 // Properties, against a model of the add rule (strictly rising, a first 0
 // allowed, at most 100 offsets; a text field drops the TOC and the next add
 // starts a new one):
@@ -86,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             case 5: case 6: {
                 std::vector<uint32_t> numbers;
                 std::string text = arg & 1 ? "  " : "";
-                for (uint32_t n = 0, v = 150; n < 2u + arg % 5; ++n, v += 1 + arg * 1000u) {
+                for (uint32_t n = 0, v = 150; n < 2u + arg % 5; ++n, v += 1 + arg * 500u) {
                     numbers.push_back(v);
                     text += std::to_string(v) + (arg & 2 ? "   " : " ");
                 }

@@ -6,7 +6,8 @@
 // TOC text. The query holds "150 300" before the call. Properties:
 //  - an empty text gives ZELTO_CANTRIX_INVALID_ARG and a text refused as
 //    invalid UTF-8 gives ZELTO_CANTRIX_INVALID_UTF8; both leave "150 300";
-//    a text of well-formed UTF-8 is never refused as invalid UTF-8;
+//    a text the system reads as UTF-8 (one to three bytes a character) is
+//    never refused as invalid UTF-8;
 //  - otherwise the status and the offsets the query keeps agree with a
 //    reading of the text by the rules of the TOC text form (blank-separated
 //    decimal numbers, rising, from 1 to 1000000, at least two; a refused text
@@ -23,6 +24,8 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/fuzz_support.h"
+#include "ombr/ombr_string.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_manager.h"
 #include "zelto/zelto_script_provider.h"
@@ -39,35 +42,16 @@ void require(bool ok, const char *what, const std::string &detail = {}) {
     std::abort();
 }
 
-// Well-formed UTF-8 (no overlong forms, no surrogates, nothing above U+10FFFF).
-bool well_formed_utf8(const std::string &s) {
-    for (size_t i = 0; i < s.size();) {
-        const auto b = static_cast<unsigned char>(s[i]);
-        size_t extra = 0;
-        uint32_t cp = 0;
-        if (b < 0x80) {
-            ++i;
-            continue;
-        } else if (b >= 0xC2 && b <= 0xDF) {
-            extra = 1, cp = b & 0x1F;
-        } else if (b >= 0xE0 && b <= 0xEF) {
-            extra = 2, cp = b & 0x0F;
-        } else if (b >= 0xF0 && b <= 0xF4) {
-            extra = 3, cp = b & 0x07;
-        } else {
-            return false;
-        }
-        if (i + extra >= s.size()) return false;
-        for (size_t k = 1; k <= extra; ++k) {
-            const auto c = static_cast<unsigned char>(s[i + k]);
-            if ((c & 0xC0) != 0x80) return false;
-            cp = (cp << 6) | (c & 0x3F);
-        }
-        if ((extra == 2 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) || (extra == 3 && (cp < 0x10000 || cp > 0x10FFFF)))
-            return false;
-        i += extra + 1;
-    }
-    return true;
+// The system's UTF-8 (one to three bytes a character): a text it reads
+// whole, and one whose first character it cannot read (which counts as empty).
+bool system_utf8(const std::string &s) {
+    std::vector<uint32_t> points;
+    return fuzz::decode_all(s, &points);
+}
+bool first_undecodable(const std::string &s) {
+    size_t n = 0;
+    fuzz::decode_model(s, 0, &n);
+    return n == 0;
 }
 
 struct Reading {
@@ -89,7 +73,9 @@ Reading read_toc(const std::string &text) {
         const size_t end = text.find(' ', at);
         const std::string token = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
         at = end == std::string::npos ? text.size() : end;
-        const auto value = static_cast<uint32_t>(std::strtoul(token.c_str(), nullptr, 10));
+        // Numbers read as the library reads them everywhere: a magnitude
+        // beyond 32 bits clamps to the largest, as on a 32-bit system.
+        const uint32_t value = ombr_string_atou32(token.c_str());
         if (value > kMaxOffset || value <= previous) {
             r.status = ZELTO_CANTRIX_INVALID_TOC;
             return r;
@@ -165,8 +151,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const bool looked_up = sent_toc(session.script, query, sent);
 
     if (status == ZELTO_CANTRIX_INVALID_ARG || status == ZELTO_CANTRIX_INVALID_UTF8) {
-        require(status != ZELTO_CANTRIX_INVALID_ARG || text.empty(), "only an empty text is an invalid argument", text);
-        require(status != ZELTO_CANTRIX_INVALID_UTF8 || !well_formed_utf8(text), "well-formed UTF-8 refused", text);
+        // A text whose first character does not decode counts as empty.
+        require(status != ZELTO_CANTRIX_INVALID_ARG || text.empty() || first_undecodable(text),
+                "only an empty text (or one whose first character does not decode) is an invalid argument", text);
+        require(status != ZELTO_CANTRIX_INVALID_UTF8 || !system_utf8(text), "readable UTF-8 refused", text);
         require(looked_up && sent == kPreset, "a text refused at the door leaves the TOC", sent);
     } else if (status == ZELTO_CANTRIX_NO_MEMORY) {
         // The inputs are gone or partly rebuilt; only the release is checked.

@@ -836,14 +836,17 @@ int catalogue_import(const Options &o) {
         total.records += r.records;
         total.imported += r.imported;
         total.replaced += r.replaced;
+        total.unchanged += r.unchanged;
         total.skipped += r.skipped;
     }
     auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
-    const uint64_t added = total.imported - total.replaced;
+    // Replaced albums count those of unchanged content apart.
+    const uint64_t added = total.imported - total.replaced, changed = total.replaced - total.unchanged;
     if (o.json) {
         std::string out = "{\"catalogue\":" + tool::json_quote(o.catalogue);
         const std::pair<const char *, uint64_t> counts[] = {{"records", total.records}, {"imported", total.imported},
-                                                            {"new", added},           {"replaced", total.replaced},
+                                                            {"new", added},           {"replaced", changed},
+                                                            {"unchanged", total.unchanged},
                                                             {"skipped", total.skipped}};
         for (const auto &[key, n] : counts) out += ",\"" + std::string(key) + "\":" + std::to_string(n);
         for (const auto &[key, list] : {std::pair{"skips", &skips}, std::pair{"failures", &failures}}) {
@@ -866,8 +869,8 @@ int catalogue_import(const Options &o) {
         for (const Skip &f : failures)
             std::fprintf(stderr, "cantrix: import of '%s' failed: %s\n", tool::terminal_safe(f.input).c_str(),
                          tool::terminal_safe(f.reason).c_str());
-        std::printf("imported %llu of %llu records into %s (%llu new, %llu replaced, %llu skipped)\n",
-                    u(total.imported), u(total.records), o.catalogue.c_str(), u(added), u(total.replaced),
+        std::printf("imported %llu of %llu records into %s (%llu new, %llu replaced, %llu unchanged, %llu skipped)\n",
+                    u(total.imported), u(total.records), o.catalogue.c_str(), u(added), u(changed), u(total.unchanged),
                     u(total.skipped));
     }
     if (total.imported == 0 && !o.json) std::fprintf(stderr, "cantrix: nothing was imported\n");

@@ -44,33 +44,6 @@ std::string json_quote(const std::string &text) {
 
 namespace {
 
-// Length of the UTF-8 sequence at `s` and its code point, or 0 when the
-// bytes there are no valid UTF-8 (stray or missing continuation bytes,
-// overlong forms, surrogates, beyond U+10FFFF).
-size_t decode_utf8(std::string_view s, char32_t &cp) {
-    const auto b = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
-    const unsigned char lead = b(0);
-    size_t n = lead < 0x80 ? 1 : lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3
-                                                         : lead >= 0xF0 && lead <= 0xF4 ? 4
-                                                                                        : 0;
-    if (n == 0 || n > s.size()) return 0;
-    cp = n == 1 ? lead : lead & (0x7F >> n);
-    for (size_t i = 1; i < n; ++i) {
-        if ((b(i) & 0xC0) != 0x80) return 0;
-        cp = (cp << 6) | (b(i) & 0x3F);
-    }
-    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < kLeast[n] || (cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) return 0;
-    return n;
-}
-
-// Code points that must not reach a terminal as they are: controls, and
-// the format marks that reorder or break lines.
-bool unsafe_code_point(char32_t cp) {
-    return cp < 0x20 || (cp >= 0x7F && cp <= 0x9F) || (cp >= 0x202A && cp <= 0x202E) ||
-           (cp >= 0x2066 && cp <= 0x2069) || cp == 0x2028 || cp == 0x2029;
-}
-
 // A decimal text of a signed 32-bit number.
 bool parse_i32(const std::string &text, int32_t &out) {
     const bool negative = !text.empty() && text[0] == '-';
@@ -82,53 +55,6 @@ bool parse_i32(const std::string &text, int32_t &out) {
 }
 
 }  // namespace
-
-bool has_word_characters(std::string_view text) {
-    // Blanks, punctuation and symbols outside ASCII: Latin-1's, the general
-    // and supplemental punctuation blocks, CJK and full-width punctuation.
-    static constexpr std::pair<char32_t, char32_t> kNonWord[] = {
-        {0xA0, 0xBF},     {0xD7, 0xD7},     {0xF7, 0xF7},     {0x2000, 0x206F}, {0x2E00, 0x2E7F},
-        {0x3000, 0x303F}, {0xFE30, 0xFE4F}, {0xFF01, 0xFF0F}, {0xFF1A, 0xFF20}, {0xFF3B, 0xFF40},
-        {0xFF5B, 0xFF65}};
-    for (size_t i = 0; i < text.size();) {
-        char32_t cp = 0;
-        const size_t n = decode_utf8(text.substr(i), cp);
-        if (n == 0) return true;  // the module refuses it, with its own status
-        i += n;
-        if (cp < 0x80) {
-            if ((cp >= '0' && cp <= '9') || ((cp | 0x20) >= 'a' && (cp | 0x20) <= 'z')) return true;
-            continue;
-        }
-        bool word = !unsafe_code_point(cp);
-        for (const auto &[lo, hi] : kNonWord) word = word && !(cp >= lo && cp <= hi);
-        if (word) return true;
-    }
-    return false;
-}
-
-std::string terminal_safe(std::string_view text, bool keep_newlines) {
-    std::string out;
-    out.reserve(text.size());
-    char buf[12];
-    for (size_t i = 0; i < text.size();) {
-        char32_t cp = 0;
-        const size_t n = decode_utf8(text.substr(i), cp);
-        if (n == 0) {
-            std::snprintf(buf, sizeof buf, "\\x%02x", static_cast<unsigned char>(text[i]));
-            out += buf;
-            ++i;
-            continue;
-        }
-        if (!unsafe_code_point(cp) || (keep_newlines && cp == '\n')) {
-            out.append(text.substr(i, n));
-        } else {
-            std::snprintf(buf, sizeof buf, cp < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(cp));
-            out += buf;
-        }
-        i += n;
-    }
-    return out;
-}
 
 std::string clock_text(const std::string &ms) {
     int32_t n = 0;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tool/disc/source.h"
+#include "tool/terminal_text.h"
 #include "zelto/zelto_services.h"
 
 namespace tool {
@@ -88,17 +89,6 @@ std::string clock_text(const std::string &ms);
 bool parse_u32(std::string_view text, uint32_t &out);
 // A JSON string literal of a text.
 std::string json_quote(const std::string &text);
-// A text from the catalogue as it may be shown on a terminal: printable
-// UTF-8 stays as it is; control characters (C0, DEL, C1), the marks that
-// reorder text (bidirectional overrides and isolates) and bytes that are no
-// valid UTF-8 become visible escapes ("\x1b", "\u202e"), so that no
-// stored title can move the cursor, recolour or retitle the terminal. With
-// `keep_newlines`, a line feed stays (lyrics).
-std::string terminal_safe(std::string_view text, bool keep_newlines = false);
-// Whether a search text has a letter or digit to search for (false for
-// blanks and punctuation only; true for text that is no valid UTF-8, which
-// the module refuses).
-bool has_word_characters(std::string_view text);
 
 }  // namespace tool
 

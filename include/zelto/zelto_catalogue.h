@@ -35,6 +35,13 @@
  * TOC and text hits are partial albums ("zelto_val_full_result" "0": the
  * matched tracks only, "zelto_val_albumtrackcnt" the album's real count);
  * a lookup by tui gives the full album ("zelto_val_full_result" "1").
+ * Every album carries "zelto_val_disccount", every track its
+ * "zelto_val_discnumber". Where the answer knows which disc matched (its
+ * TOC or media identifier, or the disc of every matched track), the album
+ * has "zelto_val_disc_matched" and the child "zelto_ctx_disc!matching": the
+ * disc's "zelto_val_discnumber", its "zelto_val_toc", its title under
+ * "zelto_ctx_title!off" and its tracks ("zelto_ctx_track!", those the album
+ * carries) numbered on the disc; "zelto_val_toc" of the album is that disc's.
  *
  * Execute reports progress through the request callback with kind 16:
  * code 1 (started), 8 (query sent to the catalogue), 9 (value1 hits
@@ -99,9 +106,10 @@ ZELTO_MANAGER_API const char *zelto_catalogue_last_message(zelto_catalogue *cata
 typedef struct zelto_catalogue_import_report {
     uint64_t records;  /* records read */
     uint64_t imported; /* albums and lyrics stored */
-    uint64_t replaced; /* of those, replacing an older revision */
+    uint64_t replaced; /* of those, replacing an album of the same identifier (same or older revision) */
     uint64_t skipped;  /* bad records and older revisions */
     uint8_t stopped;   /* the progress callback asked to stop */
+    uint64_t unchanged; /* of those replaced, the same revision with the same content */
 } zelto_catalogue_import_report;
 
 /* Called now and then during an import with bytes read of all bytes and

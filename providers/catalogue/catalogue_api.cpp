@@ -168,6 +168,7 @@ HOST_EXPORT uint32_t zelto_catalogue_import(zelto_catalogue *catalogue, const ch
             out_report->records = report.records;
             out_report->imported = report.imported;
             out_report->replaced = report.replaced;
+            out_report->unchanged = report.unchanged;
             out_report->skipped = report.skipped;
             out_report->stopped = report.stopped ? 1 : 0;
         }

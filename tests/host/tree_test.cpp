@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host_fixture.h"
+#include "rvo_read.h"
 
 namespace {
 
@@ -34,11 +35,6 @@ class TreeTest : public HostObjectsTest {
         HostObjectsTest::TearDown();
     }
 
-    std::string value(zelto_rvo_handle object, const char *key, uint32_t ordinal = 1) {
-        const char *text = nullptr;
-        uint32_t status = zelto_manager_rvo_value_get(object, key, ordinal, &text);
-        return status == 0 ? std::string(text) : "status " + std::to_string(status);
-    }
     uint32_t child_count(const char *key) {
         uint32_t count = 12345;
         EXPECT_EQ(zelto_manager_rvo_child_count(object_, key, &count), 0u) << key;
@@ -48,9 +44,9 @@ class TreeTest : public HostObjectsTest {
     std::string child_title(const char *key, uint32_t ordinal) {
         zelto_rvo_handle child = nullptr;
         uint32_t status = zelto_manager_rvo_child_get(object_, key, ordinal, 1, &child);
-        if (status != 0) return "status " + std::to_string(status);
-        std::string title = value(child, "zelto_val_title");
-        if (title.rfind("status", 0) == 0) title = value(child, "zelto_val_display");
+        if (status != 0) return failed_read(status);
+        std::string title = value_of(child, "zelto_val_title");
+        if (title.rfind("<", 0) == 0) title = value_of(child, "zelto_val_display");
         zelto_manager_rvo_release(child);
         return title;
     }
@@ -59,17 +55,17 @@ class TreeTest : public HostObjectsTest {
     zelto_rvo_handle object_ = nullptr;
 };
 
-const std::string kNotFound = "status " + std::to_string(ZELTO_RVO_NOT_FOUND);
+const std::string kNotFound = failed_read(ZELTO_RVO_NOT_FOUND);
 
 TEST_F(TreeTest, ContextAndValuesWithOrdinals) {
     const char *context = nullptr;
     ASSERT_EQ(zelto_manager_rvo_get_context(object_, &context), 0u);
     EXPECT_STREQ(context, "zelto_ctx_album");
-    EXPECT_EQ(value(object_, "zelto_val_albumtrackcnt"), "3");
-    EXPECT_EQ(value(object_, "zelto_val_albumtrackcnt", 0), kNotFound);
-    EXPECT_EQ(value(object_, "zelto_val_albumtrackcnt", 2), kNotFound);
-    EXPECT_EQ(value(object_, "zelto_val_missing"), kNotFound);
-    EXPECT_EQ(value(object_, "_sdkmgr_val_response_code"), kNotFound);
+    EXPECT_EQ(value_of(object_, "zelto_val_albumtrackcnt"), "3");
+    EXPECT_EQ(value_of(object_, "zelto_val_albumtrackcnt", 0), kNotFound);
+    EXPECT_EQ(value_of(object_, "zelto_val_albumtrackcnt", 2), kNotFound);
+    EXPECT_EQ(value_of(object_, "zelto_val_missing"), kNotFound);
+    EXPECT_EQ(value_of(object_, "_sdkmgr_val_response_code"), kNotFound);
     uint32_t count = 7;
     EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_missing", &count), 0u);
     EXPECT_EQ(count, 0u);
@@ -83,9 +79,9 @@ TEST_F(TreeTest, ContextAndValuesWithOrdinals) {
     ASSERT_EQ(zelto_manager_tree_add_value(album_, "_sdkmgr_val_genre", "Hard Bop"), 0u);
     EXPECT_EQ(zelto_manager_rvo_value_count(object_, "_sdkmgr_val_genre", &count), 0u);
     EXPECT_EQ(count, 2u);
-    EXPECT_EQ(value(object_, "_sdkmgr_val_genre", 1), "Jazz");
-    EXPECT_EQ(value(object_, "_sdkmgr_val_genre", 2), "Hard Bop");
-    EXPECT_EQ(value(object_, "_sdkmgr_val_genre", 3), kNotFound);
+    EXPECT_EQ(value_of(object_, "_sdkmgr_val_genre", 1), "Jazz");
+    EXPECT_EQ(value_of(object_, "_sdkmgr_val_genre", 2), "Hard Bop");
+    EXPECT_EQ(value_of(object_, "_sdkmgr_val_genre", 3), kNotFound);
 }
 
 TEST_F(TreeTest, TextsStayValidWhileValuesAreAdded) {
@@ -142,7 +138,7 @@ TEST_F(TreeTest, OfficialTitleIsTheTaggedOneOrTheFirst) {
     ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_artist!", 1, 0, &a), 0u);
     // No child tagged "off": the first one stands for it.
     ASSERT_EQ(zelto_manager_rvo_child_get(a, "zelto_ctx_name!off", 1, 0, &n), 0u);
-    EXPECT_EQ(value(n, "zelto_val_display"), "John Coltrane");
+    EXPECT_EQ(value_of(n, "zelto_val_display"), "John Coltrane");
     EXPECT_EQ(zelto_manager_rvo_child_get(a, "zelto_ctx_name!off", 2, 0, &n), ZELTO_RVO_NOT_FOUND);
     zelto_manager_rvo_release(n);
     zelto_manager_rvo_release(a);
@@ -185,7 +181,7 @@ TEST_F(TreeTest, ChildOutlivesParentObjectAndTree) {
     album_ = nullptr;
     // Only the matched track is left, held by its object.
     EXPECT_EQ(zelto_manager_tree_live_count(), trees - 5);
-    EXPECT_EQ(value(track, "zelto_val_title"), "Track 2");
+    EXPECT_EQ(value_of(track, "zelto_val_title"), "Track 2");
     zelto_manager_rvo_release(track);
 }
 
@@ -194,30 +190,30 @@ TEST_F(TreeTest, DataFlagsWithholdValues) {
     ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz", nullptr, 0), 0u);
     ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Bop", nullptr, ZELTO_DATA_CLASSICAL), 0u);
     // The object was made with no flags.
-    EXPECT_EQ(value(object_, "zelto_val_xid"), "status " + std::to_string(ZELTO_RVO_WITHHELD));
+    EXPECT_EQ(value_of(object_, "zelto_val_xid"), failed_read(ZELTO_RVO_WITHHELD));
     uint32_t count = 9;
     EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_xid", &count), 0u);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_genre", &count), 0u);
     EXPECT_EQ(count, 1u);
-    EXPECT_EQ(value(object_, "zelto_val_genre", 2), kNotFound);
+    EXPECT_EQ(value_of(object_, "zelto_val_genre", 2), kNotFound);
 
     zelto_rvo_handle linked = nullptr;
     ASSERT_EQ(zelto_manager_tree_to_rvo(album_, nullptr, "zelto_locale_music", ZELTO_DATA_LINK | ZELTO_DATA_CLASSICAL,
                                         &linked),
               0u);
-    EXPECT_EQ(value(linked, "zelto_val_xid"), "xid-1");
-    EXPECT_EQ(value(linked, "zelto_val_genre", 2), "Bop");
+    EXPECT_EQ(value_of(linked, "zelto_val_xid"), "xid-1");
+    EXPECT_EQ(value_of(linked, "zelto_val_genre", 2), "Bop");
     // Children read through the object inherit its flags.
     zelto_manager_tree *track = node("zelto_ctx_track");
     zelto_manager_tree_add_value_ex(track, "zelto_val_xid", "xid-t", nullptr, ZELTO_DATA_LINK);
     adopt(album_, "zelto_ctx_track!", track);
     zelto_rvo_handle child = nullptr;
     ASSERT_EQ(zelto_manager_rvo_child_get(linked, "zelto_ctx_track!", 4, 1, &child), 0u);
-    EXPECT_EQ(value(child, "zelto_val_xid"), "xid-t");
+    EXPECT_EQ(value_of(child, "zelto_val_xid"), "xid-t");
     zelto_manager_rvo_release(child);
     ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!", 4, 1, &child), 0u);
-    EXPECT_EQ(value(child, "zelto_val_xid"), "status " + std::to_string(ZELTO_RVO_WITHHELD));
+    EXPECT_EQ(value_of(child, "zelto_val_xid"), failed_read(ZELTO_RVO_WITHHELD));
     zelto_manager_rvo_release(child);
     zelto_manager_rvo_release(linked);
 }
@@ -229,10 +225,10 @@ TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
     ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_mood", "Calme", "French", 0), 0u);
     EXPECT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_mood", "?", "Klingonish", 0), ZELTO_LISTS_UNKNOWN);
 
-    EXPECT_EQ(value(object_, "zelto_val_genre"), "Jazz");
-    EXPECT_EQ(value(object_, "zelto_val_genre", 2), kNotFound);
+    EXPECT_EQ(value_of(object_, "zelto_val_genre"), "Jazz");
+    EXPECT_EQ(value_of(object_, "zelto_val_genre", 2), kNotFound);
     // Only values with a language: all of them.
-    EXPECT_EQ(value(object_, "zelto_val_mood"), "Calme");
+    EXPECT_EQ(value_of(object_, "zelto_val_mood"), "Calme");
 
     zelto_locale_handle german = nullptr, spanish = nullptr, got = nullptr;
     ASSERT_EQ(zelto_manager_locale_get("DEU", &german), 0u);
@@ -240,8 +236,8 @@ TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
     EXPECT_EQ(zelto_manager_rvo_set_locale(object_, german), 0u);
     EXPECT_EQ(zelto_manager_rvo_get_locale(object_, &got), 0u);
     EXPECT_EQ(got, german);
-    EXPECT_EQ(value(object_, "zelto_val_genre", 1), "Jazz (de)");
-    EXPECT_EQ(value(object_, "zelto_val_genre", 2), "Jazz (ger)");
+    EXPECT_EQ(value_of(object_, "zelto_val_genre", 1), "Jazz (de)");
+    EXPECT_EQ(value_of(object_, "zelto_val_genre", 2), "Jazz (ger)");
     // A child read after the locale was set takes it along.
     zelto_manager_tree *track = node("zelto_ctx_track");
     zelto_manager_tree_add_value(track, "zelto_val_title", "Night");
@@ -250,13 +246,13 @@ TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
     EXPECT_EQ(child_title("zelto_ctx_track!", 4), "Nacht");
     // No value in the locale's language: back to the plain ones.
     EXPECT_EQ(zelto_manager_rvo_set_locale(object_, spanish), 0u);
-    EXPECT_EQ(value(object_, "zelto_val_genre"), "Jazz");
+    EXPECT_EQ(value_of(object_, "zelto_val_genre"), "Jazz");
     EXPECT_EQ(child_title("zelto_ctx_track!", 4), "Night");
     // Locale handles the host did not make are refused by tree objects.
     int bogus = 0;
     EXPECT_EQ(zelto_manager_rvo_set_locale(object_, &bogus), ZELTO_RVO_BAD_ARG);
     EXPECT_EQ(zelto_manager_rvo_set_locale(object_, nullptr), 0u);
-    EXPECT_EQ(value(object_, "zelto_val_genre"), "Jazz");
+    EXPECT_EQ(value_of(object_, "zelto_val_genre"), "Jazz");
 }
 
 TEST_F(TreeTest, LocalesAreInterned) {
@@ -382,7 +378,7 @@ TEST_F(TreeTest, ConcurrentReadsAndAdditions) {
     EXPECT_EQ(child_count("zelto_ctx_track!"), 303u);
     zelto_rvo_handle last = nullptr;
     ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!number", 399, 1, &last), 0u);
-    EXPECT_EQ(value(last, "zelto_val_tracknumber"), "399");
+    EXPECT_EQ(value_of(last, "zelto_val_tracknumber"), "399");
     zelto_manager_rvo_release(last);
 }
 

@@ -96,6 +96,10 @@ TEST_F(HashtableChains, ManyEqualKeysAddAndFindInOrder) {
     ombr_hashtable_stats stats{};
     ASSERT_EQ(_ombr_hashtable_get_stats(table, &stats), 0u);
     EXPECT_EQ(stats.bucket_count, 16u);  // equal keys do not grow the table
+    EXPECT_EQ(stats.collisions, 0u);
+    uint32_t count = 0;
+    ASSERT_EQ(ombr_hashtable_value_count(table, "Item", &count), 0u);
+    EXPECT_EQ(count, 49950u);
     int expected = 0;
     for (uint32_t ordinal = 0;; ++ordinal, ++expected) {
         if (expected % 1000 == 999) ++expected;

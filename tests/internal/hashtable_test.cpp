@@ -170,19 +170,6 @@ TEST_F(HashtableTest, RefillingAfterClearStillGrows) {
     EXPECT_EQ(ombr_hashtable_delete(t), 0u);
 }
 
-TEST_F(HashtableTest, EqualKeysUnderOneHashDoNotGrow) {
-    ombr_hashtable_t t = nullptr;
-    ASSERT_EQ(ombr_hashtable_create(&t, OMBR_HASHTABLE_MULTI_VALUE, nullptr), 0u);
-    for (int i = 0; i < 500; ++i) ASSERT_EQ(add_text(t, "same", std::to_string(i).c_str()), 0u);
-    EXPECT_EQ(stats_of(t).bucket_count, 16u);
-    EXPECT_EQ(stats_of(t).collisions, 0u);
-    uint32_t n = 0;
-    EXPECT_EQ(ombr_hashtable_value_count(t, "SAME", &n), 0u);
-    EXPECT_EQ(n, 500u);
-    EXPECT_EQ(find_text(t, "same", 499), "499");
-    EXPECT_EQ(ombr_hashtable_delete(t), 0u);
-}
-
 TEST_F(HashtableTest, ManyKeysGrowFindAndReadInOrder) {
     ombr_hashtable_t t = nullptr;
     ASSERT_EQ(ombr_hashtable_create(&t, 0, FreedValues::record), 0u);

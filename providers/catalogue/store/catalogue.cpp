@@ -221,11 +221,13 @@ void fill_identifiers(Album &album) {
         }
 }
 
-// The stored album an album replaces (0 for none); an older revision than
-// the stored one is refused.
-Status replaced_album(Catalogue::Impl &impl, const Album &album, int64_t &existing) {
+// The stored album an album replaces (0 for none) and the digest stored
+// with it; an older revision than the stored one is refused.
+Status replaced_album(Catalogue::Impl &impl, const Album &album, int64_t &existing, std::string &digest) {
     Status st;
-    Stmt q(impl.prepare("SELECT id, revision FROM albums WHERE tui = ?", st));
+    Stmt q(impl.prepare("SELECT id, revision, (SELECT value FROM meta WHERE key = 'digest:' || tui) FROM albums "
+                        "WHERE tui = ?",
+                        st));
     if (!q) return st;
     q.bind(1, album.tui);
     existing = 0;
@@ -234,7 +236,48 @@ Status replaced_album(Catalogue::Impl &impl, const Album &album, int64_t &existi
         return Status::error(Code::bad_record, "album " + album.tui + ": revision " + std::to_string(album.revision) +
                                                    " is older than stored " + std::to_string(q.u32(1)));
     existing = q.i64(0);
+    if (album.revision == q.u32(1)) digest = q.text(2);
     return {};
+}
+
+// 16 hex digits over every stored field of an album, so that a re-import
+// can tell an unchanged album from a changed one of the same revision.
+std::string album_digest(const Album &a) {
+    std::string b;
+    auto add = [&](std::string_view text) { b.append(std::to_string(text.size())).append(":").append(text); };
+    auto num = [&](uint64_t n) { add(std::to_string(n)); };
+    auto credits = [&](const std::vector<Contributor> &cs) {
+        num(cs.size());
+        for (const auto &c : cs) {
+            for (const std::string *t : {&c.name, &c.sort_name, &c.role, &c.source_id}) add(*t);
+            num(c.collaboration);
+        }
+    };
+    for (const std::string *t : {&a.tui, &a.tag, &a.title, &a.artist, &a.genre, &a.label, &a.language, &a.source,
+                                 &a.source_id})
+        add(*t);
+    num(a.revision);
+    num(a.year);
+    credits(a.contributors);
+    for (const auto &d : a.discs) {
+        num(d.number);
+        add(d.title);
+        for (const auto &t : d.tocs) {
+            add(toc_text(t.offsets));
+            add(t.media_id);
+            add(t.mui);
+            for (const auto &id : t.disc_ids) add(id);
+            add("/toc");
+        }
+        for (const auto &t : d.tracks) {
+            num(t.number);
+            num(t.duration_ms);
+            for (const std::string *x : {&t.title, &t.artist, &t.tui, &t.tag, &t.source_id}) add(*x);
+            credits(t.contributors);
+        }
+        add("/disc");
+    }
+    return hash_tag(b) + hash_tag(b + "#");
 }
 
 // The artist of a credit: found by source identifier, else by the search
@@ -353,18 +396,25 @@ Status store_album(Catalogue::Impl &impl, Album &album) {
 
 }  // namespace
 
-Status Catalogue::Impl::add_album(Album &album, bool *replaced) {
+Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged) {
     if (replaced) *replaced = false;
+    if (unchanged) *unchanged = false;
     Status st = validate(album);
     if (!st.ok()) return st;
     fill_identifiers(album);
     int64_t existing = 0;
-    if (!(st = replaced_album(*this, album, existing)).ok()) return st;
+    std::string stored_digest;
+    if (!(st = replaced_album(*this, album, existing, stored_digest)).ok()) return st;
+    const std::string digest = album_digest(album);
 
-    // All rows of one album go in, or none.
+    // All rows of one album go in, or none. An unchanged album is written
+    // again too: the digest only tells, it never decides what is stored.
     if (!(st = exec("SAVEPOINT add_album")).ok()) return st;
     if (existing) st = remove_album(existing);
     if (st.ok()) st = store_album(*this, album);
+    if (st.ok())
+        st = write("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)", "store album digest", nullptr,
+                   "digest:" + album.tui, digest);
     if (st.ok()) st = mark_changed();
     if (st.ok()) st = exec("RELEASE add_album");
     if (!st.ok()) {
@@ -374,6 +424,7 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced) {
         return st;
     }
     if (replaced) *replaced = existing != 0;
+    if (unchanged) *unchanged = existing != 0 && stored_digest == digest;
     return {};
 }
 
@@ -390,6 +441,7 @@ Status Catalogue::Impl::remove_album(int64_t album_id) {
         while (q.step() == SQLITE_ROW) artists.push_back(q.i64(0));
     }
     const char *steps[] = {
+        "DELETE FROM meta WHERE key = (SELECT 'digest:' || tui FROM albums WHERE id = ?)",
         "DELETE FROM track_fts WHERE rowid IN (SELECT id FROM tracks WHERE album_id = ?)",
         "DELETE FROM album_fts WHERE rowid = ?",
         "DELETE FROM track_contributors WHERE track_id IN (SELECT id FROM tracks WHERE album_id = ?)",

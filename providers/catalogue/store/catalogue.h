@@ -387,7 +387,8 @@ using ProgressCallback = std::function<bool(const ImportProgress &)>;
 struct ImportReport {
     uint64_t records = 0;        // records read
     uint64_t imported = 0;       // albums or lyrics stored
-    uint64_t replaced = 0;       // of those, replacing an older revision
+    uint64_t replaced = 0;       // of those, replacing an album of the same identifier
+    uint64_t unchanged = 0;      // of those replaced, the same revision with the same content
     uint64_t skipped = 0;        // bad records or older revisions
     bool stopped = false;        // the progress callback asked to stop
     std::vector<std::string> messages;  // one line per skipped record (first 1000)

@@ -83,7 +83,8 @@ struct Catalogue::Impl {
     Status commit();
     Status rollback();
 
-    Status add_album(Album &album, bool *replaced);
+    // `unchanged`: the album replaced one of the same revision and content.
+    Status add_album(Album &album, bool *replaced, bool *unchanged = nullptr);
     Status remove_album(int64_t album_id);
     Status add_lyric(Lyric &lyric);
     Status refresh_spelling();

@@ -443,12 +443,13 @@ class ImportRun {
     Status album(Status parsed, Album &album, const std::string &where) {
         ++report_.records;
         if (!parsed.ok()) return skip(where, parsed);
-        bool replaced = false;
-        Status st = impl_.add_album(album, &replaced);
+        bool replaced = false, unchanged = false;
+        Status st = impl_.add_album(album, &replaced, &unchanged);
         if (st.code == Code::no_memory) return st;
         if (!st.ok()) return skip(where, st);
         ++report_.imported;
         if (replaced) ++report_.replaced;
+        if (unchanged) ++report_.unchanged;
         return tick();
     }
 
