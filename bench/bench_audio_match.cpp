@@ -273,7 +273,7 @@ void make_song(int n, bool known, bool variants) {
 
     thread_local Session session;
     audio::Limits query_limits;
-    query_limits.max_seconds = 600;  // as `cantrix identify --audio`
+    query_limits.max_seconds = audio::kIdentifySeconds;  // as `cantrix identify --audio`
     if (known && !variants) {
         const auto f = audio::fingerprint_file(session.query, (dir / "original.flac").string(), {});
         if (!f.decode.ok) std::fprintf(stderr, "%s original: %s\n", name.c_str(), f.decode.error.c_str());
@@ -468,7 +468,7 @@ void run_queries(std::map<std::string, Tally> &tallies) {
 
 void report_accuracy(const std::map<std::string, Tally> &tallies) {
     std::printf("\n## Accuracy (%zu songs in the catalogue, %zu songs not in it)\n\n", g_songs.size(), g_unknown.size());
-    std::printf("| queries | n | right first (recall) | wrong first | no match | with a wrong track among the answers | median score | offset error median / max ms | lookup CPU median / p95 ms |\n");
+    std::printf("| queries | n | right first (recall) | wrong first | no match | with a wrong track among the answers | score median / min | offset error median / max ms (over 1 s) | lookup CPU median / p95 ms |\n");
     std::printf("|---|---|---|---|---|---|---|---|---|\n");
     std::vector<std::string> order;
     for (const Variant &v : kVariants) order.push_back(v.name);
@@ -483,9 +483,10 @@ void report_accuracy(const std::map<std::string, Tally> &tallies) {
         const bool unknown = name.rfind("unknown", 0) == 0;
         char recall[48] = "-";
         if (!unknown) std::snprintf(recall, sizeof recall, "%d (%.2f%%)", t.right, 100.0 * t.right / n);
-        std::printf("| %s | %d | %s | %d | %d (%.2f%%) | %d | %.0f | %.0f / %.0f | %.1f / %.1f |\n", name.c_str(),
-                    t.queries, recall, t.wrong, t.none, 100.0 * t.none / n, t.any_wrong, percentile(t.scores, 0.5),
+        std::printf("| %s | %d | %s | %d | %d (%.2f%%) | %d | %.0f / %.0f | %.0f / %.0f (%d) | %.1f / %.1f |\n", name.c_str(),
+                    t.queries, recall, t.wrong, t.none, 100.0 * t.none / n, t.any_wrong, percentile(t.scores, 0.5), percentile(t.scores, 0.0),
                     percentile(t.offset_errors_ms, 0.5), percentile(t.offset_errors_ms, 1.0),
+                    static_cast<int>(std::count_if(t.offset_errors_ms.begin(), t.offset_errors_ms.end(), [](double e) { return e > 1000; })),
                     percentile(t.lookup_ms, 0.5), percentile(t.lookup_ms, 0.95));
         if (t.refused) std::printf("|  (%d files refused by the decoder) | | | | | | | | |\n", t.refused);
     }

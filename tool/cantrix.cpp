@@ -645,10 +645,12 @@ int identify_audio(const Options &o) {
     Session session;
     if (int rc = session.open_catalogue(o.catalogue, Session::Access::read)) return rc;
     if (int rc = session.start(o, o.progress || isatty(STDERR_FILENO))) return rc;
+    audio::Limits limits;
+    limits.max_seconds = audio::kIdentifySeconds;
     int rc = kOk;
     bool first = true;
     for (const std::string &path : o.audio) {
-        const audio::Fingerprinted f = audio::fingerprint_file(session.query(), path, audio::Limits{});
+        const audio::Fingerprinted f = audio::fingerprint_file(session.query(), path, limits);
         if (!f.decode.ok) {
             std::fprintf(stderr, "cantrix: %s: %s\n", path.c_str(), f.decode.error.c_str());
             rc = kBadInput;

@@ -35,6 +35,13 @@
  * TOC and text hits are partial albums ("zelto_val_full_result" "0": the
  * matched tracks only, "zelto_val_albumtrackcnt" the album's real count);
  * a lookup by tui gives the full album ("zelto_val_full_result" "1").
+ * Every album carries "zelto_val_disccount", every track its
+ * "zelto_val_discnumber". Where the answer knows which disc matched (its
+ * TOC or media identifier, or the disc of every matched track), the album
+ * has "zelto_val_disc_matched" and the child "zelto_ctx_disc!matching": the
+ * disc's "zelto_val_discnumber", its "zelto_val_toc", its title under
+ * "zelto_ctx_title!off" and its tracks ("zelto_ctx_track!", those the album
+ * carries) numbered on the disc; "zelto_val_toc" of the album is that disc's.
  *
  * Execute reports progress through the request callback with kind 16:
  * code 1 (started), 8 (query sent to the catalogue), 9 (value1 hits
@@ -224,13 +231,17 @@ ZELTO_MANAGER_API uint32_t zelto_catalogue_live_requests(zelto_catalogue *catalo
  *     and the two on either side; the bit error rate over the overlapping
  *     items decides.
  *  4. Score: 100 * (1 - 2 * bit error rate), at least 0. Identical audio
- *     scores 100, re-encoded copies 85 to 99, unrelated music 0 to 20. A
- *     hit needs 5 seconds of overlap and a score of
- *     ZELTO_CATALOGUE_FP_THRESHOLD (a bit error rate of 25% at most).
+ *     scores 100, re-encoded whole copies 90 to 99; excerpts and copies
+ *     with a lead-in, whose items fall between the stored ones, mostly 85
+ *     to 99 and as low as 75; unrelated music 0 to 20. A hit needs 5
+ *     seconds of overlap and a score of ZELTO_CATALOGUE_FP_THRESHOLD (a
+ *     bit error rate of 25% at most).
  * The offset of a hit, in items, gives where the query's audio starts in
  * the track; it is exact to half an item (62 ms). An excerpt of 20 seconds
  * or more from anywhere in a track is found, and a query longer than the
- * track (lead-in, say) too.
+ * track (lead-in, say) too. Where a track repeats a passage almost exactly
+ * (a chorus), an excerpt of it matches each repeat about equally, and the
+ * offset given may be that of another repeat.
  *
  * An answer to an album lookup holds full albums ("zelto_val_full_result"
  * "1"), best match first, each with its matched track under

@@ -43,7 +43,7 @@ std::string make_title(std::mt19937 &rng, size_t words) {
     static const char *const kWords[] = {"Night",    "Train",       "the",        "Lanterns", "Harbour", "Lights",
                                          "Symphony", "No.",         "9",          "in",       "D",       "minor",
                                          "Op.",      "125",         "(Live)",     "Remaster", "Caf\xC3\xA9",
-                                         "\xC3\x89t\xC3\xA9",       "Stra\xC3\x9F" "e",       "\xD0\x9D\xD0\xBE\xD1\x87\xD1\x8C",
+                                         "\xC3\x89t\xC3\xA9",       "Stra\xC3\x9F\x65",       "\xD0\x9D\xD0\xBE\xD1\x87\xD1\x8C",
                                          "\xE6\x9D\xB1\xE4\xBA\xAC", "\xE5\xA4\x9C\xE7\xA9\xBA", "feat.",      "&",
                                          "Love",     "Song"};
     std::string s;

@@ -91,6 +91,7 @@ expect 0 "9 files: 0 added, 5 unchanged, 4 skipped" -- catalogue fingerprint mus
 expect 0 "fingerprints: 4 \(of 4 audio files\)" -- catalogue info
 expect 0 "tracks: +248" -- catalogue info
 expect 0 "unchanged music/comets-copy.mp3" -- catalogue fingerprint --verbose music
+expect 0 "\[#+\] 9/9 +[0-9.]+ files/s +[0-9]+x real time +0:00 left" -- catalogue fingerprint --progress music
 expect 0 '"files":9,"added":0,"same_audio":0,"unchanged":5,"skipped":4' -- --json catalogue fingerprint music
 expect 0 '"path":"music/cut.flac","reason":"truncated or damaged' -- --json catalogue fingerprint music
 expect 3 "cantrix: gone.flac: no such file or folder" -- catalogue fingerprint music gone.flac
@@ -108,6 +109,10 @@ done
 expect 0 "Ana Reyes - Night Drive" -- identify --audio mono.flac
 expect 0 "audio match: track 1\. Neon" -- identify --audio mono.flac
 expect 0 "offset: 0:00\.0" -- identify --audio mono.flac
+# Five seconds of silence before the song: the audio starts before the track.
+ff -i song3.wav -af adelay=5000:all=1 -c:a flac lead.flac
+expect 0 "offset: -0:0(4\.9|5\.[01])" -- identify --audio lead.flac
+expect 0 '"fp_offset_ms":-(49|50|51)[0-9]{2},' -- identify --json --audio lead.flac
 expect 0 '^\{"audio":\{"path":"clip.mp3","codec":"mp3","duration_ms":20000,.*"results":\[\{"context":"zelto_ctx_album","match_type":"SINGLE","lookup_type":"FP","fp_score":([6-9][0-9]|100),"fp_offset_ms":(39|40)[0-9]{2},"fp_compared_ms":1[5-9][0-9]{3},"matched_track":2,"title":"Lanterns of Glass","artist":"Mira Solenne"' \
   -- identify --json --audio clip.mp3 mono.flac
 out=$("$tool" identify --json --audio clip.mp3 mono.flac 2>&1)

@@ -16,6 +16,11 @@ namespace audio {
 // algorithm 2 at the host.
 inline constexpr const char *kFingerprintKind = "zelto_cantrix_fp_tvx";
 
+// Audio read from a file that is to be identified: ten minutes hold any
+// song's start and more than the matcher looks at; a longer file (a whole
+// concert, say) is cut there instead of decoded to its end.
+inline constexpr double kIdentifySeconds = 600;
+
 struct Fingerprinted {
     DecodeResult decode;     // ok false: the file was refused, decode.error says why
     std::string text;        // the query's fingerprint text
