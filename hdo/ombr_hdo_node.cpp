@@ -190,14 +190,19 @@ uint32_t _ombr_hdo_addref(hdo_node *node) {
 
 uint32_t _ombr_hdo_release(hdo_node *node) {
     uint32_t remaining = 0;
+    decltype(node->tree_ref) tree_ref = nullptr;
     {
         LockGuard guard(node->lock);
         if (guard.status()) return out(guard.status());
         node->ref_count -= 1;
         remaining = node->ref_count;
-        if (node->tree_ref) ombr_atomic_dec(node->tree_ref, &remaining);
+        tree_ref = node->tree_ref;
         if (uint32_t status = guard.release()) return out(status);
     }
+    // The tree's count goes down only once this node's lock is free: the
+    // thread that takes it to 0 deletes every node with its lock, so no
+    // other thread may still be inside one.
+    if (tree_ref) ombr_atomic_dec(tree_ref, &remaining);
     if (remaining != 0) return 0;
     // No reference is left anywhere in the tree: delete it from its root.
     hdo_node *root = node;

@@ -2,6 +2,7 @@
 // label concurrency, run under ThreadSanitizer): writers, readers and
 // removers on one container end in the state a single thread would leave.
 #include <atomic>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -86,6 +87,9 @@ TEST_F(ConcurrencyContainers, VectorAddersReadersAndRemovers) {
     ombr_vector_t vector = nullptr;
     ASSERT_EQ(ombr_vector_create(&vector, OMBR_VECTOR_THREADSAFE, nullptr, nullptr), 0u);
     std::atomic<int> wrong{0};
+    // Each call is atomic, a find followed by a remove is not: another
+    // thread's remove between the two would shift the index found.
+    std::mutex removing;
     on_threads([&](int t) {
         for (int i = 1; i <= kPerThread; ++i) {
             const uintptr_t entry = uintptr_t(t) * 100000u + uintptr_t(i);
@@ -98,6 +102,7 @@ TEST_F(ConcurrencyContainers, VectorAddersReadersAndRemovers) {
             if (count == 0 || ombr_vector_getindex(vector, count - 1, &read) != 0 || read == 0) ++wrong;
             // Each thread takes out its own entries divisible by five.
             if (i % 5 == 0) {
+                std::lock_guard<std::mutex> guard(removing);
                 if (ombr_vector_find_literal(vector, entry, &index) != 0 ||
                     ombr_vector_removeindex(vector, index, &read) != 0 || read != entry)
                     ++wrong;
