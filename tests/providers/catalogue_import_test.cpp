@@ -148,6 +148,41 @@ TEST(CatalogueImport, JsonRecordsOfEachShape) {
     }
 }
 
+// Media as MusicBrainz lists them beyond plain track lists: a TOC without
+// tracks, a track count alone, data tracks after the audio ones, and a
+// medium with nothing to identify it by, which is left out.
+TEST(CatalogueImport, MediaWithoutTrackListsOrWithDataTracks) {
+    const std::string toc = R"("discs":[{"id":"d","offsets":[150,7650],"sectors":15150}])";
+    const struct {
+        const char *name;
+        std::string media;
+        std::vector<std::pair<uint32_t, std::vector<std::string>>> discs;  // number, track titles
+        uint32_t first_duration_ms;
+    } cases[] = {
+        {"TOC only", "{" + toc + "}", {{1, {"Track 1", "Track 2"}}}, 100000},
+        {"track count only", R"({"track-count":3})", {{1, {"Track 1", "Track 2", "Track 3"}}}, 0},
+        {"data track", R"({"tracks":[{"title":"A"},{"title":"B"}],"data-tracks":[{"title":"Video"}],)" + toc + "}",
+         {{1, {"A", "B", "Video"}}}, 0},
+        {"DVD without content", R"({"position":1,"format":"DVD"},{"position":2,"tracks":[{"title":"A"}]})",
+         {{2, {"A"}}}, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        Album a;
+        const Status st = parse_musicbrainz_release(R"({"id":"x","title":"T","media":[)" + c.media + "]}", a);
+        ASSERT_TRUE(st.ok()) << st.message;
+        ASSERT_EQ(a.discs.size(), c.discs.size());
+        for (size_t i = 0; i < c.discs.size(); ++i) {
+            EXPECT_EQ(a.discs[i].number, c.discs[i].first);
+            std::vector<std::string> titles;
+            for (const Track &t : a.discs[i].tracks) titles.push_back(t.title);
+            EXPECT_EQ(titles, c.discs[i].second);
+        }
+        EXPECT_EQ(a.discs[0].tracks[0].duration_ms, c.first_duration_ms);
+        EXPECT_TRUE(open_memory()->add_album(a).ok());
+    }
+}
+
 TEST(CatalogueImport, MalformedReleasesAreSkippedWithMessages) {
     Album a;
     EXPECT_EQ(parse_musicbrainz_release("{\"title\": ", a).code, Code::bad_record);
@@ -155,7 +190,7 @@ TEST(CatalogueImport, MalformedReleasesAreSkippedWithMessages) {
     EXPECT_EQ(parse_musicbrainz_release(R"({"id":"x","title":"T"})", a).message, "release x: no media");
     EXPECT_EQ(parse_musicbrainz_release(R"({"id":"x","media":[]})", a).message, "release x: no title");
     EXPECT_EQ(parse_musicbrainz_release(R"({"id":"x","title":"T","media":[{"tracks":[]}]})", a).message,
-              "release x: medium 1 has no tracks");
+              "release x: no medium has tracks or a TOC");
     EXPECT_EQ(parse_musicbrainz_release(
                   R"({"id":"x","title":"T","media":[{"tracks":[{"title":"A"}],"discs":[{"id":"d","offsets":[150]}]}]})", a)
                   .message,

@@ -95,7 +95,7 @@ CREATE VIRTUAL TABLE IF NOT EXISTS lyric_vocab USING fts5vocab(lyric_fts, row);
 CREATE TABLE IF NOT EXISTS spell_words(id INTEGER PRIMARY KEY, term TEXT NOT NULL UNIQUE);
 CREATE VIRTUAL TABLE IF NOT EXISTS spell_tri USING fts5(term, content='spell_words',
   content_rowid='id', tokenize='trigram');
-INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '2');
+INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '3');
 )sql";
 
 bool is_composer_role(const std::string &role) {
@@ -531,18 +531,78 @@ Status Catalogue::Impl::mark_changed() {
     return exec("INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0')");
 }
 
+namespace {
+
 // Brings catalogues of earlier schemas up to date. Schema 1 had no disc ID
 // table: its discs' MusicBrainz disc IDs and first xmcd DISCIDs were kept as
 // media ids only.
-constexpr const char *kMigrations = R"sql(
-BEGIN;
+constexpr const char *kDiscIdMigration = R"sql(
 INSERT OR IGNORE INTO disc_ids(disc_id, toc_id)
   SELECT CASE WHEN length(media_id) = 8 AND media_id NOT GLOB '*[^0-9A-Fa-f]*' THEN lower(media_id) ELSE media_id END,
          id
-  FROM tocs WHERE media_id <> '' AND (SELECT value FROM meta WHERE key = 'schema') = '1';
-UPDATE meta SET value = '2' WHERE key = 'schema' AND value = '1';
-COMMIT;
+  FROM tocs WHERE media_id <> '';
 )sql";
+
+// Schemas 1 and 2 folded "&" and apostrophes to blanks: every text index is
+// made again from the stored texts, as the importers index them.
+constexpr const char *kRefoldMigration = R"sql(
+DELETE FROM album_fts;
+INSERT INTO album_fts(rowid, title, artist)
+  SELECT a.id, catalogue_fold(a.title), catalogue_fold(a.artist || ' ' || coalesce((SELECT group_concat(r.name, ' ')
+    FROM album_contributors c JOIN artists r ON r.id = c.artist_id WHERE c.album_id = a.id AND c.role = 'performer'), ''))
+  FROM albums a;
+DELETE FROM track_fts;
+INSERT INTO track_fts(rowid, title, artist, composer)
+  SELECT t.id, catalogue_fold(t.title),
+    catalogue_fold(CASE WHEN t.artist = '' THEN a.artist ELSE t.artist END || ' ' || coalesce((SELECT group_concat(r.name, ' ')
+      FROM track_contributors c JOIN artists r ON r.id = c.artist_id WHERE c.track_id = t.id AND c.role = 'performer'), '')),
+    catalogue_fold(coalesce((SELECT group_concat(r.name, ' ') FROM album_contributors c JOIN artists r ON r.id = c.artist_id
+      WHERE c.album_id = t.album_id AND c.role IN ('composer', 'lyricist', 'writer', 'librettist')), '') || ' ' ||
+      coalesce((SELECT group_concat(r.name, ' ') FROM track_contributors c JOIN artists r ON r.id = c.artist_id
+      WHERE c.track_id = t.id AND c.role IN ('composer', 'lyricist', 'writer', 'librettist')), ''))
+  FROM tracks t JOIN albums a ON a.id = t.album_id;
+DELETE FROM artist_fts;
+INSERT INTO artist_fts(rowid, name) SELECT id, catalogue_fold(name || ' ' || sort_name) FROM artists;
+DELETE FROM lyric_fts;
+INSERT INTO lyric_fts(rowid, title, artist, text)
+  SELECT id, catalogue_fold(title), catalogue_fold(artist), catalogue_fold(text) FROM lyrics;
+INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0');
+)sql";
+
+// fold() for SQL, as catalogue_fold(text).
+void sql_fold(sqlite3_context *context, int, sqlite3_value **args) {
+    const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(args[0]));
+    try {
+        const std::string key = fold(text ? std::string_view(text, static_cast<size_t>(sqlite3_value_bytes(args[0])))
+                                          : std::string_view());
+        sqlite3_result_text(context, key.data(), static_cast<int>(key.size()), SQLITE_TRANSIENT);
+    } catch (const std::bad_alloc &) {
+        sqlite3_result_error_nomem(context);
+    }
+}
+
+Status migrate(Catalogue::Impl &impl) {
+    Status st;
+    std::string schema;
+    {
+        Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'schema'", st));
+        if (!q) return st;
+        if (q.step() == SQLITE_ROW) schema = q.text(0);
+    }
+    if (schema != "1" && schema != "2") return {};
+    if (sqlite3_create_function_v2(impl.db, "catalogue_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sql_fold,
+                                   nullptr, nullptr, nullptr) != SQLITE_OK)
+        return impl.db_error("register catalogue_fold");
+    if (!(st = impl.exec("BEGIN")).ok()) return st;
+    if (schema == "1") st = impl.exec(kDiscIdMigration);
+    if (st.ok()) st = impl.exec(kRefoldMigration);
+    if (st.ok()) st = impl.exec("UPDATE meta SET value = '3' WHERE key = 'schema'");
+    if (st.ok()) return impl.exec("COMMIT");
+    impl.exec("ROLLBACK");
+    return st;
+}
+
+}  // namespace
 
 // ---- Catalogue -------------------------------------------------------------------
 
@@ -640,7 +700,7 @@ Status recognise(sqlite3 *db, bool &unmarked) noexcept {
         }
         // Made before the mark: the catalogue's tables and its schema row.
         if (tables == 6 &&
-            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2')", schema_rows) &&
+            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2', '3')", schema_rows) &&
             schema_rows == 1) {
             unmarked = true;
             return {};
@@ -684,7 +744,7 @@ Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out,
             if (st.ok()) st = impl.exec("PRAGMA synchronous = NORMAL;");
             if (st.ok() && !memory) st = impl.exec("PRAGMA journal_mode = WAL;");
             if (st.ok()) st = impl.exec(kSchema);
-            if (st.ok()) st = impl.exec(kMigrations);
+            if (st.ok()) st = migrate(impl);
             if (st.ok()) st = mark(impl);
         }
         if (!st.ok()) return refused(st);

@@ -355,9 +355,10 @@ constexpr uint32_t kTocMaxLengthDeviation = 225;   // 3 s
 // ---- Search keys -------------------------------------------------------------
 
 // Search key of a text: lower case, accents and other marks removed,
-// compatibility forms unfolded ("ﬁ" -> "fi", "ß" -> "ss"), punctuation and
-// symbols turned into blanks, runs of blanks collapsed, no leading or
-// trailing blank. Invalid UTF-8 bytes count as blanks.
+// compatibility forms unfolded ("ﬁ" -> "fi", "ß" -> "ss"), "&" as the word
+// "and", apostrophes inside a word dropped ("you're" -> "youre"), other
+// punctuation and symbols turned into blanks, runs of blanks collapsed, no
+// leading or trailing blank. Invalid UTF-8 bytes count as blanks.
 std::string fold(std::string_view text);
 // Words of a search key (split at blanks).
 std::vector<std::string> fold_words(std::string_view text);
@@ -485,7 +486,7 @@ struct FingerprintCounts {
 // `albums` table, or an empty file) is refused with not_catalogue and never
 // written to.
 constexpr int32_t kApplicationId = 0x5A435443;  // "ZCTC"
-constexpr int32_t kSchemaVersion = 2;
+constexpr int32_t kSchemaVersion = 3;
 
 enum class OpenMode {
     read_write,  // created if missing; an unmarked catalogue is marked

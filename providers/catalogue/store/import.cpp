@@ -130,6 +130,45 @@ std::string first_name(const json &o, const char *key) {
     return {};
 }
 
+Track track_from_json(const json &t, uint32_t index, const std::string &album_artist) {
+    Track track;
+    uint64_t n = index;
+    number_of(t, "position", n);
+    track.number = static_cast<uint32_t>(n);
+    const json *recording = member(t, "recording");
+    track.title = text_of(t, "title");
+    if (track.title.empty() && recording) track.title = text_of(*recording, "title");
+    uint64_t length = 0;
+    if (number_of(t, "length", length) || (recording && number_of(*recording, "length", length)))
+        track.duration_ms = static_cast<uint32_t>(std::min<uint64_t>(length, UINT32_MAX));
+    track.source_id = text_of(t, "id");
+    const json *credit_owner = member(t, "artist-credit") ? &t : recording;
+    if (credit_owner) {
+        std::string credit = read_credit(*credit_owner, &track.contributors);
+        if (credit != album_artist) track.artist = credit;
+        else track.contributors.clear();
+    }
+    if (recording) read_relations(*recording, track.contributors);
+    return track;
+}
+
+// A medium listed without its tracks (a release read without its
+// recordings): untitled tracks as many as its TOCs or its track count
+// say, timed by its first TOC.
+void untitled_tracks(const json &medium, Disc &disc) {
+    uint64_t count = 0;
+    number_of(medium, "track-count", count);
+    for (const Toc &toc : disc.tocs) count = std::max<uint64_t>(count, toc.offsets.size() - 1);
+    for (uint32_t n = 1; n <= std::min<uint64_t>(count, 99); ++n) {
+        Track track;
+        track.number = n;
+        track.title = "Track " + std::to_string(n);
+        if (!disc.tocs.empty() && n < disc.tocs[0].offsets.size())
+            track.duration_ms = (disc.tocs[0].offsets[n] - disc.tocs[0].offsets[n - 1]) * 1000 / 75;
+        disc.tracks.push_back(std::move(track));
+    }
+}
+
 Status release_from_json(const json &r, Album &out) {
     if (!r.is_object()) return Status::error(Code::bad_record, "release is not a JSON object");
     Album album;
@@ -166,32 +205,15 @@ Status release_from_json(const json &r, Album &out) {
         number_of(medium, "position", position);
         disc.number = static_cast<uint32_t>(position);
         disc.title = text_of(medium, "title");
+        // Audio tracks, then data tracks (an enhanced CD's, say): the disc's
+        // TOC covers the audio tracks only.
         uint32_t track_index = 0;
-        for (const auto &t : array_or_empty(medium, "tracks")) {
-            ++track_index;
-            if (!t.is_object()) return Status::error(Code::bad_record, label + ": track is not an object");
-            Track track;
-            uint64_t n = track_index;
-            number_of(t, "position", n);
-            track.number = static_cast<uint32_t>(n);
-            const json *recording = member(t, "recording");
-            track.title = text_of(t, "title");
-            if (track.title.empty() && recording) track.title = text_of(*recording, "title");
-            uint64_t length = 0;
-            if (number_of(t, "length", length) || (recording && number_of(*recording, "length", length)))
-                track.duration_ms = static_cast<uint32_t>(std::min<uint64_t>(length, UINT32_MAX));
-            track.source_id = text_of(t, "id");
-            const json *credit_owner = member(t, "artist-credit") ? &t : recording;
-            if (credit_owner) {
-                std::string credit = read_credit(*credit_owner, &track.contributors);
-                if (credit != album.artist) track.artist = credit;
-                else track.contributors.clear();
+        for (const char *list : {"tracks", "data-tracks"})
+            for (const auto &t : array_or_empty(medium, list)) {
+                ++track_index;
+                if (!t.is_object()) return Status::error(Code::bad_record, label + ": track is not an object");
+                disc.tracks.push_back(track_from_json(t, track_index, album.artist));
             }
-            if (recording) read_relations(*recording, track.contributors);
-            disc.tracks.push_back(std::move(track));
-        }
-        if (disc.tracks.empty())
-            return Status::error(Code::bad_record, label + ": medium " + std::to_string(disc.number) + " has no tracks");
         for (const auto &d : array_or_empty(medium, "discs")) {
             Toc toc;
             toc.media_id = text_of(d, "id");
@@ -207,8 +229,12 @@ Status release_from_json(const json &r, Album &out) {
             toc.offsets.push_back(static_cast<uint32_t>(sectors));
             disc.tocs.push_back(std::move(toc));
         }
-        album.discs.push_back(std::move(disc));
+        if (disc.tracks.empty()) untitled_tracks(medium, disc);
+        // A medium with neither tracks nor a TOC (a DVD listed without its
+        // content, say) says nothing to identify it by.
+        if (!disc.tracks.empty()) album.discs.push_back(std::move(disc));
     }
+    if (album.discs.empty()) return Status::error(Code::bad_record, label + ": no medium has tracks or a TOC");
     out = std::move(album);
     return {};
 }

@@ -102,6 +102,28 @@ void append_utf8(std::string &out, uint32_t cp) {
 
 uint32_t fold_table_rows() { return CATALOGUE_FOLD_ROWS; }
 
+namespace {
+
+// Apostrophes as people type them: ASCII, grave and acute accents, the
+// modifier letter, the typographic quotes, the full-width form.
+bool apostrophe(int32_t cp) {
+    return cp == 0x27 || cp == 0x60 || cp == 0xB4 || cp == 0x2BC || cp == 0x2018 || cp == 0x2019 || cp == 0xFF07;
+}
+
+bool ampersand(int32_t cp) { return cp == 0x26 || cp == 0xFE60 || cp == 0xFF06; }
+
+// Whether the code point at text[i] folds to the start of a word.
+bool word_follows(std::string_view text, size_t i) {
+    if (i >= text.size()) return false;
+    const int32_t cp = next_code_point(text, i);
+    if (cp < 0) return false;
+    if (cp < 0x80) return (cp >= 'a' && cp <= 'z') || (cp >= 'A' && cp <= 'Z') || (cp >= '0' && cp <= '9');
+    const char *key = fold_lookup(cp);
+    return key == nullptr || (*key != '\0' && *key != ' ');
+}
+
+}  // namespace
+
 std::string fold(std::string_view text) {
     std::string out;
     out.reserve(text.size());
@@ -114,6 +136,19 @@ std::string fold(std::string_view text) {
     while (i < text.size()) {
         int32_t cp = next_code_point(text, i);
         if (cp < 0) {
+            put_blank();
+            continue;
+        }
+        // Inside a word an apostrophe joins ("you're" is "youre"); "&" is
+        // the word "and".
+        if (apostrophe(cp)) {
+            if (blank || !word_follows(text, i)) put_blank();
+            continue;
+        }
+        if (ampersand(cp)) {
+            put_blank();
+            out += "and";
+            blank = false;
             put_blank();
             continue;
         }
@@ -135,7 +170,9 @@ std::string fold(std::string_view text) {
             continue;
         }
         for (const char *k = key; *k; ++k) {
-            if (*k == ' ') {
+            if (k[0] == '\xCA' && k[1] == '\xBC') {
+                ++k;  // the apostrophe of a compatibility form ("ŉ"), dropped as a typed one
+            } else if (*k == ' ') {
                 put_blank();
             } else {
                 out += *k;
