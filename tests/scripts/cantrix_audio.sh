@@ -24,22 +24,7 @@ if [ ! -x "$synth" ] || ! command -v ffmpeg >/dev/null; then
   echo "FAIL: audio support is built but cantrix_synth or the ffmpeg program is missing"
   exit 1
 fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-failures=0
-
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-
-# expect CODE PATTERN-ON-STDOUT+STDERR -- ARGS...
-expect() {
-  local code=$1 pattern=$2; shift 3
-  local out rc
-  out=$("$tool" "$@" 2>&1); rc=$?
-  [ "$rc" -eq "$code" ] || fail "cantrix $*: exit $rc, wanted $code; output: $out"
-  grep -qE -- "$pattern" <<<"$out" || fail "cantrix $*: output lacks /$pattern/: $out"
-  printf '%s\n' "$out"
-}
+. "$src/tests/scripts/expect.sh"
 
 ff() { ffmpeg -nostdin -v error -y "$@" || fail "ffmpeg $*"; }
 
@@ -130,8 +115,4 @@ expect 2 "identify takes one of" -- identify --audio clip.mp3 --toc "150 300"
 expect 2 "catalogue fingerprint needs files or directories" -- catalogue fingerprint
 expect 4 "does not exist" -- --catalogue nowhere.db identify --audio clip.mp3
 
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all checks passed"
+finish

@@ -7,21 +7,7 @@ set -u
 build=$(cd "${1:?usage: cantrix_identify_sources.sh BUILD_DIR}" && pwd)
 src=$(cd "$(dirname "$0")/../.." && pwd)
 tool="$build/cantrix"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-failures=0
-
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-
-# expect CODE PATTERN-ON-STDOUT+STDERR -- ARGS...
-expect() {
-  local code=$1 pattern=$2; shift 3
-  local out rc
-  out=$("$tool" "$@" 2>&1); rc=$?
-  [ "$rc" -eq "$code" ] || fail "cantrix $*: exit $rc, wanted $code; output: $out"
-  grep -qE -- "$pattern" <<<"$out" || fail "cantrix $*: output lacks /$pattern/: $out"
-}
+. "$src/tests/scripts/expect.sh"
 
 "$tool" catalogue import "$src/data/sample" > /dev/null || fail "import of the sample catalogue"
 album="Mira Solenne - Lanterns of Glass \(2004\)"
@@ -182,8 +168,4 @@ fi
 # ---- A drive: none here, and libdiscid says so.
 expect 3 "cannot read the disc in /nonexistent/cdrom: " -- identify --drive /nonexistent/cdrom
 
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all checks passed"
+finish

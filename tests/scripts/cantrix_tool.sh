@@ -6,22 +6,7 @@ set -u
 build=$(cd "${1:?usage: cantrix_tool.sh BUILD_DIR}" && pwd)
 src=$(cd "$(dirname "$0")/../.." && pwd)
 tool="$build/cantrix"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-failures=0
-
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-
-# expect CODE PATTERN-ON-STDOUT+STDERR -- ARGS...
-expect() {
-  local code=$1 pattern=$2; shift 3
-  local out rc
-  out=$("$tool" "$@" 2>&1); rc=$?
-  [ "$rc" -eq "$code" ] || fail "cantrix $*: exit $rc, wanted $code; output: $out"
-  grep -qE -- "$pattern" <<<"$out" || fail "cantrix $*: output lacks /$pattern/: $out"
-  printf '%s\n' "$out"
-}
+. "$src/tests/scripts/expect.sh"
 
 # Missing catalogue before anything was imported.
 expect 4 "catalogue 'cantrix.catalogue' does not exist" -- identify --toc "150 14672 27367 41225"
@@ -210,8 +195,4 @@ expect 4 "is damaged" -- --catalogue damaged.catalogue catalogue import "$src/da
 [ "$(md5sum < damaged.catalogue)" = "$sum" ] || fail "the damaged catalogue was changed"
 expect 4 "does not exist" -- --catalogue nowhere.db catalogue check
 
-if [ "$failures" -ne 0 ]; then
-  echo "$failures check(s) failed"
-  exit 1
-fi
-echo "all checks passed"
+finish
