@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
+#include "fuzz/script_session.h"
 #include "tests/support/response_walk.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_script_provider.h"
@@ -26,20 +27,7 @@ namespace {
 
 using fuzz::require;
 
-struct Session {
-    zelto_user *user = nullptr;
-    zelto_script *script = nullptr;
-    Session() {
-        require(zelto_cantrix_initialize(zelto_manager_get_table()) == 0, "initialise");
-        require(zelto_manager_user_create("fuzz", &user) == 0, "user");
-        require(zelto_script_create(&script) == 0 && zelto_script_install(script, 0) == 0, "script");
-    }
-    ~Session() {
-        zelto_script_destroy(script);
-        zelto_manager_user_release(user);
-        zelto_cantrix_shutdown();
-    }
-};
+using Session = fuzz::ScriptSession;
 
 constexpr const char *kResponseCodes[] = {"zelto_result_no_matches", "zelto_result_single_match",
                                           "zelto_result_fuzzy_matches", "zelto_result_multiexact_matches",

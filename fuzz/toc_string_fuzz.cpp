@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
+#include "fuzz/script_session.h"
 #include "ombr/ombr_string.h"
 #include "zelto/zelto_cantrix.h"
 #include "zelto/zelto_manager.h"
@@ -99,20 +100,7 @@ std::string render(const std::vector<uint32_t> &offsets) {
     return out;
 }
 
-struct Session {
-    zelto_user *user = nullptr;
-    zelto_script *script = nullptr;
-    Session() {
-        require(zelto_cantrix_initialize(zelto_manager_get_table()) == 0, "initialise");
-        require(zelto_manager_user_create("fuzz", &user) == 0, "user");
-        require(zelto_script_create(&script) == 0 && zelto_script_install(script, 0) == 0, "script");
-    }
-    ~Session() {
-        zelto_script_destroy(script);
-        zelto_manager_user_release(user);
-        zelto_cantrix_shutdown();
-    }
-};
+using Session = fuzz::ScriptSession;
 
 // The TOC text of the lookup that a find with this query sends; false when
 // the find made no lookup (the query has no TOC).
