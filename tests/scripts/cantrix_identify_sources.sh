@@ -154,7 +154,7 @@ expect 2 "--leadout goes with --cue" -- identify --toc "150 300" --leadout 41225
 
 # The lengths of a CUE sheet's audio files give the lead-out and the start
 # of a second FILE: 10 s of WAV (750 frames) and 5 s of FLAC (375 frames).
-if "$tool" --help | grep -q "lengths of its audio files" && command -v ffmpeg > /dev/null; then
+if [ "${CANTRIX_AUDIO:-0}" = 1 ] && command -v ffmpeg > /dev/null; then
   head -c $((750 * 588 * 4)) /dev/zero | ffmpeg -loglevel error -f s16le -ar 44100 -ac 2 -i - a.wav
   head -c $((375 * 588 * 4)) /dev/zero | ffmpeg -loglevel error -f s16le -ar 44100 -ac 2 -i - b.flac
   mkdir -p sheets

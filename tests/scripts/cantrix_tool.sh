@@ -178,7 +178,10 @@ if [ "$(id -u)" -eq 0 ]; then
   # The build folder may be closed to that user (a clone in a private
   # temporary folder): it then runs a copy of the tool and its libraries.
   if ! "${as_user[@]}" "$tool" --version >/dev/null 2>&1; then
-    mkdir -m 0755 bin && cp "$tool" "$build"/libzelto_*.so* bin/ && chmod -R a+rX bin
+    # The libraries it finds outside the system's folders go with it.
+    mkdir -m 0755 bin && cp "$tool" bin/ &&
+      ldd "$tool" | awk '$3 ~ /^\// {print $3}' | grep -vE '^/(usr/)?lib' | xargs -r cp -L -t bin/ &&
+      chmod -R a+rX bin
     ro_tool=(env LD_LIBRARY_PATH="$work/bin" "$work/bin/cantrix")
   fi
 fi
