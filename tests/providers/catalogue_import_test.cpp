@@ -199,6 +199,10 @@ TEST(CatalogueImport, MalformedReleasesAreSkippedWithMessages) {
                   R"({"id":"x","title":"T","media":[{"tracks":[{"title":"A"}],"discs":[{"id":"d","offsets":["a"],"sectors":9}]}]})", a)
                   .message,
               "release x: disc d has a bad offset");
+    EXPECT_EQ(parse_musicbrainz_release(
+                  R"({"id":"x","title":"T","media":[{"tracks":[{"title":"A"}],"discs":[{"id":"d","offsets":[150,42300,40150],"sectors":57750}]}]})", a)
+                  .message,
+              "release x: disc d has offsets that do not rise");
     // Members of the wrong type are read as absent, not fatal.
     ASSERT_TRUE(parse_musicbrainz_release(
                     R"({"id":"x","title":"T","date":17,"artist-credit":"nobody","genres":{},

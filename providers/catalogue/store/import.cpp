@@ -227,6 +227,9 @@ Status release_from_json(const json &r, Album &out) {
             if (toc.offsets.empty() || !number_of(d, "sectors", sectors) || sectors > 1000000)
                 return Status::error(Code::bad_record, label + ": disc " + toc.media_id + " lacks offsets or sectors");
             toc.offsets.push_back(static_cast<uint32_t>(sectors));
+            for (size_t i = 1; i < toc.offsets.size(); ++i)
+                if (toc.offsets[i] <= toc.offsets[i - 1])
+                    return Status::error(Code::bad_record, label + ": disc " + toc.media_id + " has offsets that do not rise");
             disc.tocs.push_back(std::move(toc));
         }
         if (disc.tracks.empty()) untitled_tracks(medium, disc);
