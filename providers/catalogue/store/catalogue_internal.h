@@ -58,6 +58,7 @@ struct Catalogue::Impl {
     int tx_depth = 0;
     bool spelling_stale = true;
     bool read_only = false;  // the word list is used as it is, never rebuilt
+    bool toc_index = false;  // the TOC shape index exists (not in a read-only earlier schema)
 
     ~Impl();
 
@@ -88,6 +89,7 @@ struct Catalogue::Impl {
     Status add_album(Album &album, bool *replaced, bool *unchanged = nullptr);
     Status remove_album(int64_t album_id);
     Status add_lyric(Lyric &lyric);
+    Status lookup_toc(const std::vector<uint32_t> &toc, Range range, bool indexed, TocResult &out);
     Status refresh_spelling();
     // Notes that the word list no longer matches the text indexes.
     Status mark_changed();
