@@ -11,7 +11,9 @@
 //  - the streaming importer agrees with the whole-document parser: a
 //    release the parser accepts, written k times as JSON lines, as an
 //    array, pretty-printed or in a {"releases": [...]} list, stores and
-//    skips k times what the release alone does.
+//    skips k times what the release alone does;
+//  - the fuzzy TOC lookup through the shape index answers as the linear
+//    scan does, for every TOC of the record, moved by a few frames.
 #include <memory>
 #include <string>
 #include <string_view>
@@ -43,6 +45,26 @@ std::unique_ptr<catalogue::Catalogue> fresh_catalogue() {
     album.discs.push_back(disc);
     require(cat->add_album(album).ok(), "earlier album");
     return cat;
+}
+
+// The indexed and the linear fuzzy TOC lookups give the same hits in the
+// same order, for the TOC and for it shifted with one track moved.
+void check_toc_lookups(catalogue::Catalogue &cat, const std::vector<uint32_t> &offsets) {
+    std::vector<uint32_t> moved = offsets;
+    for (auto &o : moved) o += 40;
+    if (moved.size() > 2 && moved[1] + 100 < moved[2]) moved[1] += 100;
+    for (const auto *toc : {&offsets, &moved}) {
+        catalogue::TocResult fast, slow;
+        const bool a = cat.lookup_toc(*toc, {1, 50}, fast).ok(), b = cat.lookup_toc_linear(*toc, {1, 50}, slow).ok();
+        require(a == b && fast.kind == slow.kind && fast.total == slow.total && fast.hits.size() == slow.hits.size(),
+                "indexed and linear TOC lookups agree", catalogue::toc_text(*toc));
+        for (size_t i = 0; i < fast.hits.size(); ++i) {
+            const auto &x = fast.hits[i], &y = slow.hits[i];
+            require(x.disc_id == y.disc_id && x.toc == y.toc && x.score == y.score && x.shift == y.shift &&
+                        x.total_deviation == y.total_deviation && x.max_deviation == y.max_deviation,
+                    "indexed and linear TOC hits agree", catalogue::toc_text(*toc));
+        }
+    }
 }
 
 void check_parsed(const catalogue::Album &album) {
@@ -121,6 +143,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     catalogue::TocResult found;
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
             "the earlier album is still found");
+    if (parse.ok())
+        for (const catalogue::Disc &disc : parsed.discs)
+            for (const catalogue::Toc &toc : disc.tocs) check_toc_lookups(*cat, toc.offsets);
     require(cat->rollback().ok(), "rollback");
     // A single release object: the lines shape needs it on one line.
     if (!xmcd && parse.ok() && text.find('\n') == std::string_view::npos && text.find('\r') == std::string_view::npos &&
