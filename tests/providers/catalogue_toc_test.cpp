@@ -514,3 +514,36 @@ TEST(CatalogueToc, EarlierSchemaGetsItsShapeIndex) {
     std::remove((std::string(path) + "-wal").c_str());
     std::remove((std::string(path) + "-shm").c_str());
 }
+
+// Identifying a disc reads its album twice; the second read may be the
+// copy of the first, never once the file has changed since, through this
+// catalogue or another connection.
+TEST(CatalogueToc, RereadAlbumFollowsChanges) {
+    char path[] = "/tmp/catalogue_reread_XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    std::remove(path);
+    std::unique_ptr<Catalogue> cat;
+    ASSERT_TRUE(Catalogue::open(path, cat).ok());
+    const int64_t id = add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, kToc));
+    const int64_t other = add(*cat, make_album("Other", "Someone", {"A"}, {150, 15000}));
+    Album a;
+    ASSERT_TRUE(cat->get_album(id, a).ok());
+    ASSERT_TRUE(cat->get_album(id, a).ok());
+    EXPECT_EQ(a.title, "Lanterns of Glass");
+    EXPECT_EQ(a.discs[0].tracks.size(), 3u);
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(path, &db), SQLITE_OK);
+    const std::string rename = "UPDATE albums SET title = 'Renamed' WHERE id = " + std::to_string(id);
+    ASSERT_EQ(sqlite3_exec(db, rename.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    ASSERT_TRUE(cat->get_album(id, a).ok());
+    EXPECT_EQ(a.title, "Renamed");
+    ASSERT_TRUE(cat->get_album(other, a).ok());
+    EXPECT_EQ(a.title, "Other");
+    ASSERT_TRUE(cat->remove_album(other).ok());
+    EXPECT_EQ(cat->get_album(other, a).code, Code::not_found);
+    cat.reset();
+    for (const char *suffix : {"", "-wal", "-shm"}) std::remove((std::string(path) + suffix).c_str());
+}

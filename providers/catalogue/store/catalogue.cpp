@@ -940,6 +940,23 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
         std::lock_guard lock(impl_->mutex);
         Impl &impl = *impl_;
         Status st;
+        // The album read last is kept with the state of the file it was read
+        // from: rows changed through this connection (any write counts, also
+        // one rolled back) and commits of other connections (data_version).
+        // Identifying a disc reads its album twice (the match, then the
+        // album in full); the second read is this copy.
+        Impl::AlbumCopy::Version version{sqlite3_total_changes64(impl.db), 0};
+        {
+            Stmt q(impl.prepare("PRAGMA data_version", st));
+            if (!q) return st;
+            if (q.step() != SQLITE_ROW) return impl.db_error("read album");
+            version.data = q.i64(0);
+        }
+        if (impl.last_album && impl.last_album->album.id == album_id && impl.last_album->version == version) {
+            out = impl.last_album->album;
+            return {};
+        }
+        impl.last_album.reset();
         Album album;
         {
             Stmt q(impl.prepare("SELECT id, tui, tag, revision, title, artist, year, genre, label, language, source,"
@@ -1020,6 +1037,7 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                 if (!st.ok()) return st;
             }
         }
+        impl.last_album = Impl::AlbumCopy{album, version};
         out = std::move(album);
         return {};
     });

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,15 @@ struct Catalogue::Impl {
     bool spelling_stale = true;
     bool read_only = false;  // the word list is used as it is, never rebuilt
     bool toc_index = false;  // the TOC shape index exists (not in a read-only earlier schema)
+    // The album get_album read last, and the state of the file then.
+    struct AlbumCopy {
+        Album album;
+        struct Version {
+            int64_t changes = 0, data = 0;
+            bool operator==(const Version &) const = default;
+        } version;
+    };
+    std::optional<AlbumCopy> last_album;
 
     ~Impl();
 
