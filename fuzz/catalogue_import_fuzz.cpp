@@ -6,12 +6,16 @@
 //  - its report adds up: every stored album was read from a record, and
 //    the album count grows by the albums stored less those replaced;
 //  - the album that was there before is still found by its TOC;
-//  - every album the parser accepts has folded titles that fold to
-//    themselves, and a TOC text that reads back to the same offsets;
+//  - every album the parser accepts has valid UTF-8 texts, folded titles
+//    that fold to themselves, and a TOC text that reads back to the same
+//    offsets;
+//  - each line of an xmcd input decodes to valid UTF-8: to itself when it
+//    is valid UTF-8, else to one code point per byte (Windows-1252);
 //  - the streaming importer agrees with the whole-document parser: a
 //    release the parser accepts, written k times as JSON lines, as an
 //    array, pretty-printed or in a {"releases": [...]} list, stores and
 //    skips k times what the release alone does.
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,6 +23,7 @@
 
 #include "fuzz/fuzz_support.h"
 #include "providers/catalogue/store/catalogue.h"
+#include "providers/catalogue/store/utf8.h"
 
 namespace {
 
@@ -46,6 +51,10 @@ std::unique_ptr<catalogue::Catalogue> fresh_catalogue() {
 }
 
 void check_parsed(const catalogue::Album &album) {
+    std::vector<const std::string *> texts = {&album.title, &album.artist};
+    for (const catalogue::Disc &disc : album.discs)
+        for (const catalogue::Track &track : disc.tracks) texts.insert(texts.end(), {&track.title, &track.artist});
+    for (const std::string *text : texts) require(catalogue::valid_utf8(*text), "texts are valid UTF-8", *text);
     for (const std::string *text : {&album.title, &album.artist}) {
         const std::string key = catalogue::fold(*text);
         require(catalogue::fold(key) == key, "folded titles settle", *text);
@@ -56,6 +65,20 @@ void check_parsed(const catalogue::Album &album) {
             const std::string text = catalogue::toc_text(toc.offsets);
             require(catalogue::parse_toc(text, back).ok() && back == toc.offsets, "TOC text round trip", text);
         }
+}
+
+void check_line_decoding(std::string_view text) {
+    for (size_t pos = 0; pos <= text.size();) {
+        const size_t end = std::min(text.find('\n', pos), text.size());
+        const std::string_view line = text.substr(pos, end - pos);
+        const std::string decoded = catalogue::decode_text_line(line);
+        require(catalogue::valid_utf8(decoded), "a decoded line is valid UTF-8", decoded);
+        if (catalogue::valid_utf8(line)) require(decoded == line, "a UTF-8 line decodes to itself", decoded);
+        else
+            require(catalogue::code_point_count(decoded) == line.size(), "an 8-bit line gives a character per byte",
+                    decoded);
+        pos = end + 1;
+    }
 }
 
 struct Counts {
@@ -106,6 +129,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     catalogue::Album parsed;
     const catalogue::Status parse =
         xmcd ? catalogue::parse_xmcd(text, parsed) : catalogue::parse_musicbrainz_release(text, parsed);
+    if (xmcd) check_line_decoding(text);
     if (parse.ok()) check_parsed(parsed);
     else require(!parse.message.empty(), "a refused record has a message");
 

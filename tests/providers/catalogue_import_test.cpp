@@ -8,6 +8,7 @@
 
 #include "catalogue_fixtures.h"
 #include "providers/catalogue/store/json_stream.h"
+#include "providers/catalogue/store/utf8.h"
 
 using namespace catalogue;
 using catalogue_test::open_memory;
@@ -283,6 +284,106 @@ TEST(CatalogueImport, Xmcd) {
     latin1.replace(latin1.find("Quiet Harbour"), 13, "Caf\xE9 Harbour");
     ASSERT_TRUE(parse_xmcd(latin1, a).ok());
     EXPECT_EQ(a.discs[0].tracks[0].title, "Café Harbour");
+}
+
+// A line of unknown encoding: valid UTF-8 stays, anything else is
+// Windows-1252 (ISO-8859-1 beyond its 32 bytes of punctuation).
+TEST(CatalogueImport, TextLinesDecodeAsUtf8ElseWindows1252) {
+    const struct {
+        std::string bytes, text;
+    } cases[] = {
+        {"Plain ASCII", "Plain ASCII"},
+        {"Fj\xC3\xA4rran \xC3\x96" "ar \xE2\x80\x99", "Fjärran Öar ’"},  // UTF-8, kept
+        {"Caf\xE9 \xFF", "Café ÿ"},                                      // ISO-8859-1
+        {"Don\x92t", "Don’t"},
+        {"\x91one\x92 \x93two\x94", "‘one’ “two”"},
+        {"A \x96 B \x97 C", "A – B — C"},
+        {"Wait\x85 \x80" "5 \x99 \x95 \x8A\x9A\x8E\x9E\x8C\x9C\x9F\x83", "Wait… €5 ™ • ŠšŽžŒœŸƒ"},
+        {"\x81\x8D\x8F\x90\x9D", "\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D"},  // undefined: C1 controls
+        {"Ba\xC3\xB1o \xE9", "BaÃ±o é"},                                       // one bad byte: all of it 8-bit
+        {"\xC3", "Ã"},
+        {"\xED\xA0\x80", "í\xC2\xA0€"},  // a UTF-16 surrogate is no UTF-8
+        {"", ""},
+    };
+    for (const auto &c : cases) EXPECT_EQ(decode_text_line(c.bytes), c.text) << c.bytes;
+}
+
+// One file of mixed encodings, as discs edited by several programs are:
+// each value is read by itself.
+TEST(CatalogueImport, XmcdMixedEncodingsPerLine) {
+    std::string text = std::string("\xEF\xBB\xBF") + kXmcd;  // byte order mark before "# xmcd"
+    auto set = [&](const std::string &from, const std::string &to) {
+        const size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        text.replace(at, from.size(), to);
+    };
+    set("DTITLE=Mira Solenne / Lanterns of Glass", "DTITLE=Zo\xC3\xAB Lindqvist / Fj\xC3\xA4rran \xC3\x96" "ar");
+    set("TTITLE0=Quiet Harbour", "TTITLE0=Don\x92t Stop \x96 Caf\xE9");
+    // A UTF-8 character cut between the two pieces of a long value.
+    set("TTITLE1=Paper \nTTITLE1=Comets", "TTITLE1=Paper \xC3\nTTITLE1=\xA9toile");
+    set("EXTD=Some notes", "EXTD=\x93Live\x94");
+    Album a;
+    const Status st = parse_xmcd(text, a);
+    ASSERT_TRUE(st.ok()) << st.message;
+    EXPECT_EQ(a.artist, "Zoë Lindqvist");
+    EXPECT_EQ(a.title, "Fjärran Öar");
+    ASSERT_EQ(a.discs[0].tracks.size(), 3u);
+    EXPECT_EQ(a.discs[0].tracks[0].title, "Don’t Stop – Café");
+    EXPECT_EQ(a.discs[0].tracks[1].title, "Paper étoile");
+    EXPECT_EQ(a.discs[0].tracks[2].title, "The Long Thaw");
+
+    // A piece that is 8-bit text beside one that is UTF-8, in one value.
+    set("TTITLE1=Paper \xC3\nTTITLE1=\xA9toile", "TTITLE1=Caf\xC3\xA9 \nTTITLE1=Caf\xE9");
+    ASSERT_TRUE(parse_xmcd(text, a).ok());
+    EXPECT_EQ(a.discs[0].tracks[1].title, "Café Café");
+}
+
+// freedb titles: "Artist / Title", or "Artist - Title" where only one
+// reading is possible.
+TEST(CatalogueImport, XmcdArtistAndTitleSplit) {
+    auto parse = [](const std::string &dtitle, const std::string &first_track, Album &a) {
+        std::string text = kXmcd;
+        text.replace(text.find("Mira Solenne / Lanterns of Glass"), 32, dtitle);
+        text.replace(text.find("Quiet Harbour"), 13, first_track);
+        return parse_xmcd(text, a);
+    };
+    const struct {
+        std::string dtitle, artist, title;
+    } discs[] = {
+        {"Mira Solenne / Lanterns of Glass", "Mira Solenne", "Lanterns of Glass"},
+        {"Mira Solenne - Lanterns of Glass", "Mira Solenne", "Lanterns of Glass"},
+        {"Anne-Marie Holt  -  Lanterns", "Anne-Marie Holt", "Lanterns"},
+        {"Mira / Lanterns - Live", "Mira", "Lanterns - Live"},  // the slash first
+        {"Mira Solenne - Lanterns - Live", "", "Mira Solenne - Lanterns - Live"},
+        {"Lanterns of Glass", "", "Lanterns of Glass"},
+        {"Mira Solenne - ", "", "Mira Solenne -"},
+        {" - Lanterns of Glass", "", "- Lanterns of Glass"},
+        {"Mira Solenne - ...", "", "Mira Solenne - ..."},
+        {"Lanterns / ", "", "Lanterns"},
+    };
+    for (const auto &d : discs) {
+        Album a;
+        const Status st = parse(d.dtitle, "Quiet Harbour", a);
+        ASSERT_TRUE(st.ok()) << d.dtitle << ": " << st.message;
+        EXPECT_EQ(a.artist, d.artist) << d.dtitle;
+        EXPECT_EQ(a.title, d.title) << d.dtitle;
+    }
+    // Track titles are cut at a dash on a disc of various artists only.
+    const struct {
+        std::string dtitle, track, artist, title;
+    } tracks[] = {
+        {"Various / Harbour Songs", "Mira Solenne - Quiet Harbour", "Mira Solenne", "Quiet Harbour"},
+        {"Various Artists - Harbour Songs", "Koji / Quiet Harbour", "Koji", "Quiet Harbour"},
+        {"Various / Harbour Songs", "Koji - Quiet - Harbour", "", "Koji - Quiet - Harbour"},
+        {"Mira Solenne / Lanterns of Glass", "Quiet Harbour - Live", "", "Quiet Harbour - Live"},
+        {"Mira Solenne / Lanterns of Glass", "Mira Solenne / Quiet Harbour", "", "Quiet Harbour"},
+    };
+    for (const auto &t : tracks) {
+        Album a;
+        ASSERT_TRUE(parse(t.dtitle, t.track, a).ok()) << t.track;
+        EXPECT_EQ(a.discs[0].tracks[0].artist, t.artist) << t.track;
+        EXPECT_EQ(a.discs[0].tracks[0].title, t.title) << t.track;
+    }
 }
 
 TEST(CatalogueImport, MalformedXmcd) {

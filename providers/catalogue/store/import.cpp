@@ -244,17 +244,19 @@ Status release_from_json(const json &r, Album &out) {
 
 // ---- xmcd -------------------------------------------------------------------------
 
-bool valid_utf8(std::string_view s) {
-    for (size_t i = 0; i < s.size();)
-        if (next_code_point(s, i) < 0) return false;
-    return true;
-}
-
-// Old disc files are often ISO-8859-1.
-std::string latin1_to_utf8(std::string_view s) {
-    std::string out;
-    for (char ch : s) append_utf8(out, static_cast<unsigned char>(ch));
-    return out;
+// A value of an xmcd file: the pieces it was written in (freedb continues
+// a long value on repeated keys) joined, kept as they are when they make
+// valid UTF-8, else each piece decoded by itself. Files edited by several
+// programs mix UTF-8 lines with ISO-8859-1 or Windows-1252 ones, so no
+// single encoding fits the whole file; and joining first keeps a UTF-8
+// character that a writer cut between two pieces.
+std::string decoded_value(const std::vector<std::string> &pieces) {
+    std::string joined;
+    for (const std::string &piece : pieces) joined += piece;
+    if (valid_utf8(joined)) return joined;
+    joined.clear();
+    for (const std::string &piece : pieces) joined += decode_text_line(piece);
+    return joined;
 }
 
 std::string trim(std::string_view s) {
@@ -282,16 +284,34 @@ bool all_digits(std::string_view s) {
     return !s.empty() && s.size() <= 9 && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// Splits "Artist / Title" at the first " / ".
-void split_artist_title(const std::string &v, std::string &artist, std::string &title) {
-    size_t cut = v.find(" / ");
-    if (cut == std::string::npos) {
-        artist.clear();
-        title = trim(v);
-    } else {
-        artist = trim(v.substr(0, cut));
-        title = trim(v.substr(cut + 3));
+// Splits a freedb title into artist and title. "Artist / Title" is the
+// format's own form and is cut at its first " / ". Many discs were sent
+// in as "Artist - Title" instead (by programs that took the names from
+// file names, or by hand); the freedb tools read those at the dash too.
+// That is safe only when the text has exactly one " - " with words on
+// both sides: "Artist - Title - Live" or "- Title" could be cut in more
+// than one place, so such a text, like one without any separator, stays
+// the title with no artist. `dash` allows the second form.
+void split_artist_title(const std::string &v, bool dash, std::string &artist, std::string &title) {
+    artist.clear();
+    title = trim(v);
+    if (const size_t slash = v.find(" / "); slash != std::string::npos) {
+        artist = trim(v.substr(0, slash));
+        title = trim(v.substr(slash + 3));
+        return;
     }
+    const size_t cut = dash ? v.find(" - ") : std::string::npos;
+    if (cut == std::string::npos || v.find(" - ", cut + 1) != std::string::npos) return;
+    std::string before = trim(v.substr(0, cut)), after = trim(v.substr(cut + 3));
+    if (fold(before).empty() || fold(after).empty()) return;
+    artist = std::move(before);
+    title = std::move(after);
+}
+
+// Disc artists that stand for "each track names its own".
+bool various_artists(const std::string &artist) {
+    const std::string key = fold(artist);
+    return key == "various" || key == "various artists" || key == "va";
 }
 
 }  // namespace
@@ -306,19 +326,21 @@ Status parse_musicbrainz_release(std::string_view text, Album &out) noexcept {
 
 Status parse_xmcd(std::string_view input, Album &out) noexcept {
     return guarded([&]() -> Status {
-        std::string text = valid_utf8(input) ? std::string(input) : latin1_to_utf8(input);
+        std::string_view text = input;
+        if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);  // a UTF-8 byte order mark
         std::vector<uint32_t> offsets;
         uint64_t disc_seconds = 0;
         bool have_length = false, in_offsets = false;
         uint32_t revision = 0;
-        std::map<std::string, std::string> values;
-        std::map<uint32_t, std::string> titles;
+        // Raw pieces of each value; decoded once the file is read.
+        std::map<std::string, std::vector<std::string>> raw_values;
+        std::map<uint32_t, std::vector<std::string>> raw_titles;
         size_t pos = 0;
         uint32_t line_no = 0;
         while (pos < text.size()) {
             size_t end = text.find('\n', pos);
             if (end == std::string::npos) end = text.size();
-            std::string line = text.substr(pos, end - pos);
+            std::string line(text.substr(pos, end - pos));
             pos = end + 1;
             ++line_no;
             if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -361,12 +383,16 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
             if (key.rfind("TTITLE", 0) == 0) {
                 std::string n = key.substr(6);
                 if (!all_digits(n) || std::stoul(n) >= 100)
-                    return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": bad key " + key);
-                titles[static_cast<uint32_t>(std::stoul(n))] += value;  // long values continue on repeated keys
+                    return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": bad key " + decode_text_line(key));
+                raw_titles[static_cast<uint32_t>(std::stoul(n))].push_back(std::move(value));
             } else {
-                values[key] += value;
+                raw_values[key].push_back(std::move(value));
             }
         }
+        std::map<std::string, std::string> values;
+        for (const auto &[key, pieces] : raw_values) values[key] = decoded_value(pieces);
+        std::map<uint32_t, std::string> titles;
+        for (const auto &[n, pieces] : raw_titles) titles[n] = decoded_value(pieces);
         if (!values.count("DTITLE")) return Status::error(Code::bad_record, "not an xmcd disc: no DTITLE");
         if (offsets.empty()) return Status::error(Code::bad_record, "no track frame offsets");
         if (!have_length) return Status::error(Code::bad_record, "no disc length");
@@ -383,7 +409,7 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
         Album album;
         album.source = "xmcd";
         album.revision = revision;
-        split_artist_title(unescape(values["DTITLE"]), album.artist, album.title);
+        split_artist_title(unescape(values["DTITLE"]), true, album.artist, album.title);
         if (fold(album.title).empty()) {
             album.title = album.artist;  // "Title" alone: artist unknown
             album.artist.clear();
@@ -410,11 +436,15 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
         toc.media_id = discid;
         toc.disc_ids = std::move(disc_ids);
         disc.tocs.push_back(std::move(toc));
+        const bool various = various_artists(album.artist);
         for (const auto &[n, raw] : titles) {
             Track track;
             track.number = n + 1;
             std::string artist;
-            split_artist_title(unescape(raw), artist, track.title);
+            // A track title is cut at a dash only on a disc of various
+            // artists: elsewhere "Song - Live" or "Symphony No. 5 - I.
+            // Allegro" are whole titles far more often than not.
+            split_artist_title(unescape(raw), various, artist, track.title);
             if (!artist.empty() && artist != album.artist) track.artist = artist;
             if (fold(track.title).empty()) track.title = "Track " + std::to_string(n + 1);
             track.duration_ms = static_cast<uint32_t>(
