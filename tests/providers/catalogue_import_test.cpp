@@ -415,6 +415,87 @@ TEST(CatalogueImport, MalformedXmcd) {
     EXPECT_EQ(parse_xmcd(std::string("\0\0\xFF\xFE", 4), a).code, Code::bad_record);
 }
 
+// What a file holds decides how it is read, from its first bytes alone.
+TEST(CatalogueImport, FormatByContent) {
+    const std::string long_title(kSniffBytes, 'x');
+    const struct {
+        std::string head;
+        ImportFormat format;
+    } cases[] = {
+        {R"({"id":"r","title":"T","media":[]})", ImportFormat::releases},
+        {"  \n[\n  {\"title\": \"T\", \"media\": [{\"tracks\": [", ImportFormat::releases},  // cut by the prefix
+        {R"({"releases": [{"title": "T", "text": "lyric-like"}]})", ImportFormat::releases},
+        {R"({"text":"Salt on the window","media":[]})", ImportFormat::releases},
+        {R"({"title":"T","artist-credit":[{"text":"not a lyric key"}]})", ImportFormat::releases},
+        {"{\"id\": \"bad-1\"}\n{\"id\": \"bad-2\"}\n", ImportFormat::releases},
+        {"{\"title\":\"" + long_title + "\",\"text\":\"x\"}", ImportFormat::releases},  // "text" beyond the prefix
+        {"[[{\"text\": \"x\"}]]", ImportFormat::releases},
+        {"{\"title\":\"Tide\",\"text\":\"Salt\"}\n{\"title\":\"Ebb\",\"text\":\"Sand\"}\n", ImportFormat::lyrics},
+        {"\xEF\xBB\xBF[\n {\"release\": \"r\", \"track\": 1, \"text\": \"Salt\"}\n]", ImportFormat::lyrics},
+        {"{\"title\":\"Tide\",\"text\":\"Salt\"", ImportFormat::lyrics},
+        {"# xmcd\n#\n", ImportFormat::xmcd},
+        {"\xEF\xBB\xBF\r\n\r\n#xmcd CD database file", ImportFormat::xmcd},
+        {"# XMCD", ImportFormat::xmcd},
+        {"# xmcdata", ImportFormat::unknown},
+        {"# playlist\n# xmcd\n", ImportFormat::unknown},
+        {"DTITLE=Mira Solenne / Lanterns of Glass\n", ImportFormat::unknown},
+        {"shopping list: bread", ImportFormat::unknown},
+        {"\x89PNG\r\n\x1A\n", ImportFormat::unknown},
+        {"", ImportFormat::empty},
+        {" \r\n\t\n", ImportFormat::empty},
+        {"\xEF\xBB\xBF", ImportFormat::empty},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(import_format_name(sniff_import_format(std::string_view(c.head).substr(0, kSniffBytes))),
+                  std::string(import_format_name(c.format)))
+            << c.head.substr(0, 60);
+}
+
+// Files named against their content: each is imported as what it holds;
+// a file of no known format is skipped by name and the rest goes on.
+TEST(CatalogueImport, FilesImportedByContentNotName) {
+    const std::string dir = temp_dir();
+    write(dir + "/disc.XMCD", release_line("nm-1", "Salt Roads") + "\n");
+    write(dir + "/lights.json", std::string("\xEF\xBB\xBF\n") + kXmcd);
+    // Sorts first by name, but is read after the albums it refers to.
+    write(dir + "/0words.TXT", "[{\"title\":\"A\",\"artist\":\"X\",\"release\":\"nm-1\",\"disc\":1,\"track\":1,"
+                               "\"text\":\"Salt on the window\"}]");
+    write(dir + "/notes.txt", "shopping list: bread\n");
+    write(dir + "/empty.jsonl", "\n");
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_directory(dir, report).ok());
+    EXPECT_EQ(report.records, 5u);
+    EXPECT_EQ(report.imported, 3u);
+    EXPECT_EQ(report.skipped, 2u);
+    EXPECT_EQ(report.messages, (std::vector<std::string>{
+                                   dir + "/empty.jsonl: empty file: nothing to import",
+                                   dir + "/notes.txt: not an import file: neither release JSON, an xmcd disc "
+                                         "(\"# xmcd\" first) nor lyrics records",
+                               }));
+    TocResult toc;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41175", {1, 10}, toc).ok());
+    ASSERT_EQ(toc.kind, MatchKind::single);
+    EXPECT_EQ(toc.hits[0].title, "Lanterns of Glass");
+    LyricQuery q;
+    q.fragment = "salt window";
+    LyricSearchResult lyrics;
+    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, lyrics).ok());
+    ASSERT_EQ(lyrics.total, 1u);
+    Lyric l;
+    ASSERT_TRUE(cat->get_lyric(lyrics.hits[0].lyric_id, l).ok());
+    EXPECT_NE(l.track_id, 0);  // linked: the release was there first
+
+    // One file at a time, the same.
+    ASSERT_TRUE(cat->import_file(dir + "/notes.txt", report).ok());
+    EXPECT_EQ(report.records, 1u);
+    EXPECT_EQ(report.skipped, 1u);
+    ASSERT_TRUE(cat->import_file(dir + "/disc.XMCD", report).ok());
+    EXPECT_EQ(report.unchanged, 1u);
+    EXPECT_EQ(cat->import_file(dir + "/missing", report).code, Code::io_error);
+    std::filesystem::remove_all(dir);
+}
+
 TEST(CatalogueImport, ProgressAndStop) {
     std::string lines;
     for (int i = 0; i < 1000; ++i) lines += release_line("p" + std::to_string(i), "Album " + std::to_string(i)) + "\n";

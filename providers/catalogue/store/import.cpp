@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -21,6 +22,10 @@ using nlohmann::json;
 constexpr size_t kMaxMessages = 1000;
 constexpr uint64_t kBatch = 1000;        // records per transaction
 constexpr uint64_t kProgressEvery = 200;  // records between progress calls
+constexpr size_t kMaxXmcdBytes = 1u << 20;
+const char *const kEmptyInput = "empty file: nothing to import";
+const char *const kUnknownInput =
+    "not an import file: neither release JSON, an xmcd disc (\"# xmcd\" first) nor lyrics records";
 
 // ---- JSON helpers: never throw on missing or mistyped members ----------------
 
@@ -485,6 +490,93 @@ Status parse_lyric_json(std::string_view text, Lyric &out) noexcept {
     });
 }
 
+// ---- Choosing the importer -------------------------------------------------------
+
+namespace {
+
+bool blank_byte(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Top-level member names of the first JSON object of a text (the text
+// itself, or the first element of its top-level array), read until they
+// tell a release from a lyric; the rest of the text is not parsed.
+class FirstObjectKeys : public json::json_sax_t {
+   public:
+    bool release = false;  // "media", or a "releases" list
+    bool lyric = false;    // "text" without those
+
+    bool null() override { return scalar(); }
+    bool boolean(bool) override { return scalar(); }
+    bool number_integer(number_integer_t) override { return scalar(); }
+    bool number_unsigned(number_unsigned_t) override { return scalar(); }
+    bool number_float(number_float_t, const string_t &) override { return scalar(); }
+    bool string(string_t &) override { return scalar(); }
+    bool binary(binary_t &) override { return scalar(); }
+    bool start_object(std::size_t) override {
+        ++depth_;
+        if (object_depth_ == 0) object_depth_ = depth_;
+        return true;
+    }
+    bool key(string_t &name) override {
+        if (depth_ != object_depth_) return true;
+        if (name == "media" || name == "releases") {
+            release = true;
+            return false;
+        }
+        if (name == "text") lyric = true;
+        return true;
+    }
+    bool end_object() override { return depth_-- != object_depth_; }
+    // Only a top-level array may hold the object.
+    bool start_array(std::size_t) override { return ++depth_ == 1 && object_depth_ == 0; }
+    bool end_array() override { return false; }
+    bool parse_error(std::size_t, const std::string &, const nlohmann::detail::exception &) override { return false; }
+
+   private:
+    // A value outside the object (an array of numbers, say) ends the look.
+    bool scalar() const { return object_depth_ != 0; }
+    uint32_t depth_ = 0, object_depth_ = 0;
+};
+
+}  // namespace
+
+ImportFormat sniff_import_format(std::string_view head) noexcept {
+    if (head.substr(0, 3) == "\xEF\xBB\xBF") head.remove_prefix(3);
+    while (!head.empty() && blank_byte(head.front())) head.remove_prefix(1);
+    if (head.empty()) return ImportFormat::empty;
+    if (head.front() == '#') {
+        // "# xmcd", the first line of every freedb disc file.
+        head.remove_prefix(1);
+        while (!head.empty() && (head.front() == ' ' || head.front() == '\t')) head.remove_prefix(1);
+        const std::string_view word = head.substr(0, 4);
+        const bool xmcd = word.size() == 4 && std::equal(word.begin(), word.end(), "xmcd", [](char a, char b) {
+                              return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
+                          });
+        return xmcd && (head.size() == 4 || !std::isalnum(static_cast<unsigned char>(head[4]))) ? ImportFormat::xmcd
+                                                                                                  : ImportFormat::unknown;
+    }
+    if (head.front() != '{' && head.front() != '[') return ImportFormat::unknown;
+    FirstObjectKeys keys;
+    try {
+        json::sax_parse(head.begin(), head.end(), &keys, nlohmann::detail::input_format_t::json, false);
+    } catch (...) {
+        // Read as far as it went: the keys seen so far decide.
+    }
+    // JSON that names neither goes to the release importer, which says
+    // what each record lacks.
+    return keys.lyric && !keys.release ? ImportFormat::lyrics : ImportFormat::releases;
+}
+
+const char *import_format_name(ImportFormat format) {
+    switch (format) {
+        case ImportFormat::releases: return "release JSON";
+        case ImportFormat::xmcd: return "xmcd disc";
+        case ImportFormat::lyrics: return "lyrics";
+        case ImportFormat::empty: return "empty";
+        case ImportFormat::unknown: break;
+    }
+    return "unknown";
+}
+
 // ---- Import runs ---------------------------------------------------------------
 
 namespace {
@@ -624,17 +716,20 @@ Status import_musicbrainz_stream(ImportRun &run, std::istream &in, const std::st
     return st;
 }
 
+// Lyrics records: JSON objects one per line, in an array or one after
+// another, read one at a time like releases.
 Status import_lyrics_stream(ImportRun &run, std::istream &in, const std::string &name) {
-    std::string line;
-    uint64_t line_no = 0;
+    JsonRecordReader reader(in);
+    JsonRecord record;
     Status st;
-    while (st.ok() && !run.stopped() && std::getline(in, line)) {
-        ++line_no;
-        run.add_bytes(line.size() + 1);
-        if (trim(line).empty()) continue;
+    uint64_t done = 0;
+    while (st.ok() && !run.stopped() && reader.next(record)) {
+        run.add_bytes(reader.bytes_read() - done);
+        done = reader.bytes_read();
         Lyric lyric;
-        Status parsed = parse_lyric_json(line, lyric);
-        st = run.lyric(parsed, lyric, name + ":" + std::to_string(line_no));
+        const Status parsed = record.kind == JsonRecord::Kind::bad ? Status::error(Code::bad_record, record.why)
+                                                                   : parse_lyric_json(record.text, lyric);
+        st = run.lyric(parsed, lyric, name + ":" + std::to_string(record.line));
     }
     return st;
 }
@@ -668,9 +763,47 @@ uint64_t file_size(const std::string &path) {
     return ec ? 0 : static_cast<uint64_t>(n);
 }
 
-bool has_suffix(const std::string &s, const char *suffix) {
-    std::string_view v(suffix);
-    return s.size() >= v.size() && s.compare(s.size() - v.size(), v.size(), v) == 0;
+// The format of an opened file by its first kSniffBytes; the stream is
+// rewound. Unknown when it cannot be read or rewound.
+ImportFormat sniff_stream(std::istream &in) {
+    std::string head(kSniffBytes, '\0');
+    in.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<size_t>(in.gcount()));
+    in.clear();
+    in.seekg(0);
+    return in ? sniff_import_format(head) : ImportFormat::unknown;
+}
+
+// Imports one opened file in its format; a file of no known format is one
+// skipped record, so that the files beside it are still imported.
+Status import_stream(ImportRun &run, std::istream &in, const std::string &path, ImportFormat format) {
+    switch (format) {
+        case ImportFormat::releases: return import_musicbrainz_stream(run, in, path);
+        case ImportFormat::lyrics: return import_lyrics_stream(run, in, path);
+        case ImportFormat::xmcd: {
+            // Disc files are a few kB; the cap keeps a stray large file from
+            // being read whole.
+            std::string text(kMaxXmcdBytes + 1, '\0');
+            in.read(text.data(), static_cast<std::streamsize>(text.size()));
+            text.resize(static_cast<size_t>(in.gcount()));
+            if (in.bad()) break;
+            if (text.size() > kMaxXmcdBytes) {
+                Album unused;
+                run.add_bytes(text.size());
+                return run.album(Status::error(Code::bad_record, "xmcd file larger than 1 MiB"), unused, path);
+            }
+            return import_xmcd_data(run, text, path);
+        }
+        case ImportFormat::empty:
+        case ImportFormat::unknown: {
+            Album unused;
+            run.add_bytes(file_size(path));
+            return run.album(Status::error(Code::bad_record, format == ImportFormat::empty ? kEmptyInput : kUnknownInput),
+                             unused, path);
+        }
+    }
+    Album unused;
+    return run.album(Status::error(Code::io_error, "cannot read"), unused, path);
 }
 
 }  // namespace
@@ -723,46 +856,48 @@ Status Catalogue::import_lyrics_file(const std::string &path, ImportReport &repo
     });
 }
 
+Status Catalogue::import_file(const std::string &path, ImportReport &report,
+                             const ProgressCallback &progress) noexcept {
+    return guarded([&]() -> Status {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) return Status::error(Code::io_error, "cannot read " + path);
+        const ImportFormat format = sniff_stream(in);
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, progress, file_size(path),
+                          [&](ImportRun &run) { return import_stream(run, in, path, format); });
+    });
+}
+
 Status Catalogue::import_directory(const std::string &dir, ImportReport &report,
                                    const ProgressCallback &progress) noexcept {
     return guarded([&]() -> Status {
         namespace fs = std::filesystem;
         std::error_code ec;
-        std::vector<std::string> files;
+        std::vector<std::pair<std::string, ImportFormat>> files;
         uint64_t bytes = 0;
         for (fs::recursive_directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
             if (!it->is_regular_file(ec)) continue;
             std::string name = it->path().filename().string();
             if (name.empty() || name[0] == '.') continue;
-            files.push_back(it->path().string());
-            bytes += file_size(files.back());
+            std::string path = it->path().string();
+            std::ifstream in(path, std::ios::binary);
+            files.emplace_back(path, in ? sniff_stream(in) : ImportFormat::unknown);
+            bytes += file_size(path);
         }
         if (ec) return Status::error(Code::io_error, "cannot list " + dir + ": " + ec.message());
-        // Albums before lyrics, which may refer to them; otherwise by name.
-        auto is_lyrics = [](const std::string &p) {
-            return fs::path(p).filename().string().rfind("lyrics", 0) == 0 && has_suffix(p, ".jsonl");
-        };
-        std::sort(files.begin(), files.end(), [&](const std::string &a, const std::string &b) {
-            if (is_lyrics(a) != is_lyrics(b)) return !is_lyrics(a);
-            return a < b;
+        // Albums before lyrics, which may refer to them; otherwise by path.
+        std::sort(files.begin(), files.end(), [](const auto &a, const auto &b) {
+            const bool lyrics_a = a.second == ImportFormat::lyrics, lyrics_b = b.second == ImportFormat::lyrics;
+            return lyrics_a != lyrics_b ? lyrics_b : a.first < b.first;
         });
         std::lock_guard lock(impl_->mutex);
         return run_import(*impl_, report, progress, bytes, [&](ImportRun &run) -> Status {
-            for (const auto &path : files) {
+            for (const auto &[path, format] : files) {
                 if (run.stopped()) break;
                 std::ifstream in(path, std::ios::binary);
-                Status st;
-                if (!in) {
-                    Album unused;
-                    st = run.album(Status::error(Code::io_error, "cannot read"), unused, path);
-                } else if (is_lyrics(path)) {
-                    st = import_lyrics_stream(run, in, path);
-                } else if (has_suffix(path, ".json") || has_suffix(path, ".jsonl")) {
-                    st = import_musicbrainz_stream(run, in, path);
-                } else {
-                    std::string text(std::istreambuf_iterator<char>(in), {});
-                    st = import_xmcd_data(run, text, path);
-                }
+                Album unused;
+                Status st = in ? import_stream(run, in, path, format)
+                               : run.album(Status::error(Code::io_error, "cannot read"), unused, path);
                 if (!st.ok()) return st;
             }
             return Status{};
