@@ -1,7 +1,8 @@
 // Fuzzes the catalogue importers: release JSON (one object, an array or one
 // object per line) and xmcd disc files, into an in-memory catalogue
 // that already holds one album (each import is rolled back afterwards).
-// The first byte picks the importer. Properties:
+// The first byte picks the importer, and whether the input is also
+// imported as a file. Properties:
 //  - an import ends with a status; a failure has a message;
 //  - its report adds up: every stored album was read from a record, and
 //    the album count grows by the albums stored less those replaced;
@@ -14,12 +15,18 @@
 //  - the streaming importer agrees with the whole-document parser: a
 //    release the parser accepts, written k times as JSON lines, as an
 //    array, pretty-printed or in a {"releases": [...]} list, stores and
-//    skips k times what the release alone does.
+//    skips k times what the release alone does;
+//  - blank lines or a byte order mark before the content do not change
+//    the format it is found to be, and importing the input as a file
+//    (format by content) stores and skips what the text importer of that
+//    format does; a file of no format is one skipped record.
 #include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <unistd.h>
 
 #include "fuzz/fuzz_support.h"
 #include "providers/catalogue/store/catalogue.h"
@@ -112,6 +119,39 @@ void check_shapes(catalogue::Catalogue &cat, const std::string &release) {
     }
 }
 
+void check_file_import(catalogue::Catalogue &cat, std::string_view text) {
+    using catalogue::ImportFormat;
+    const std::string bom = "\xEF\xBB\xBF";
+    const ImportFormat format = catalogue::sniff_import_format(text);
+    if (text.substr(0, 3) != bom) {
+        require(catalogue::sniff_import_format("\n \r\n" + std::string(text)) == format, "blank lines first");
+        require(catalogue::sniff_import_format(bom + std::string(text)) == format, "a byte order mark first");
+    }
+    static const std::string path = "/tmp/catalogue_import_fuzz." + std::to_string(getpid());
+    {
+        std::FILE *f = std::fopen(path.c_str(), "wb");
+        require(f && std::fwrite(text.data(), 1, text.size(), f) == text.size() && std::fclose(f) == 0, "temp file");
+    }
+    require(cat.begin().ok(), "begin");
+    catalogue::ImportReport by_file, by_text;
+    require(cat.import_file(path, by_file).ok(), "file import", std::string(text));
+    require(cat.rollback().ok(), "rollback");
+    std::remove(path.c_str());
+    require(by_file.imported <= by_file.records, "stored records were read");
+    if (format == ImportFormat::releases || format == ImportFormat::xmcd) {
+        require(cat.begin().ok(), "begin");
+        require((format == ImportFormat::xmcd ? cat.import_xmcd_text(text, by_text)
+                                              : cat.import_musicbrainz_text(text, by_text))
+                    .ok(),
+                "text import");
+        require(cat.rollback().ok(), "rollback");
+        require(by_file.imported == by_text.imported && by_file.skipped == by_text.skipped,
+                "a file imports as the text of its format", std::string(text));
+    } else if (format != ImportFormat::lyrics) {
+        require(by_file.records == 1 && by_file.skipped == 1 && by_file.imported == 0, "an unknown file is skipped");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -146,6 +186,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
             "the earlier album is still found");
     require(cat->rollback().ok(), "rollback");
+    if (data[0] & 2) check_file_import(*cat, text);
     // A single release object: the lines shape needs it on one line.
     if (!xmcd && parse.ok() && text.find('\n') == std::string_view::npos && text.find('\r') == std::string_view::npos &&
         text.find_first_not_of(" \t") != std::string_view::npos && text[text.find_first_not_of(" \t")] == '{')

@@ -293,12 +293,12 @@ TEST(CatalogueImport, TextLinesDecodeAsUtf8ElseWindows1252) {
         std::string bytes, text;
     } cases[] = {
         {"Plain ASCII", "Plain ASCII"},
-        {"Fj\xC3\xA4rran \xC3\x96" "ar \xE2\x80\x99", "Fjärran Öar ’"},  // UTF-8, kept
+        {"Fj\xC3\xA4rran \303\226ar \xE2\x80\x99", "Fjärran Öar ’"},  // UTF-8, kept
         {"Caf\xE9 \xFF", "Café ÿ"},                                      // ISO-8859-1
         {"Don\x92t", "Don’t"},
         {"\x91one\x92 \x93two\x94", "‘one’ “two”"},
         {"A \x96 B \x97 C", "A – B — C"},
-        {"Wait\x85 \x80" "5 \x99 \x95 \x8A\x9A\x8E\x9E\x8C\x9C\x9F\x83", "Wait… €5 ™ • ŠšŽžŒœŸƒ"},
+        {"Wait\x85 \2005 \x99 \x95 \x8A\x9A\x8E\x9E\x8C\x9C\x9F\x83", "Wait… €5 ™ • ŠšŽžŒœŸƒ"},
         {"\x81\x8D\x8F\x90\x9D", "\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D"},  // undefined: C1 controls
         {"Ba\xC3\xB1o \xE9", "BaÃ±o é"},                                       // one bad byte: all of it 8-bit
         {"\xC3", "Ã"},
@@ -317,7 +317,7 @@ TEST(CatalogueImport, XmcdMixedEncodingsPerLine) {
         ASSERT_NE(at, std::string::npos) << from;
         text.replace(at, from.size(), to);
     };
-    set("DTITLE=Mira Solenne / Lanterns of Glass", "DTITLE=Zo\xC3\xAB Lindqvist / Fj\xC3\xA4rran \xC3\x96" "ar");
+    set("DTITLE=Mira Solenne / Lanterns of Glass", "DTITLE=Zo\xC3\xAB Lindqvist / Fj\xC3\xA4rran \303\226ar");
     set("TTITLE0=Quiet Harbour", "TTITLE0=Don\x92t Stop \x96 Caf\xE9");
     // A UTF-8 character cut between the two pieces of a long value.
     set("TTITLE1=Paper \nTTITLE1=Comets", "TTITLE1=Paper \xC3\nTTITLE1=\xA9toile");
