@@ -1,6 +1,7 @@
 // Importers of the catalogue: MusicBrainz release JSON, xmcd disc files and
-// lyrics as JSON lines. Bad records are skipped with a message; nothing in
-// the input can stop an import but an unreadable file.
+// lyrics records, each file read as its content shows. Bad records are
+// skipped with a message; nothing in the input can stop an import but an
+// unreadable file.
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -300,9 +301,9 @@ bool all_digits(std::string_view s) {
 // in as "Artist - Title" instead (by programs that took the names from
 // file names, or by hand); the freedb tools read those at the dash too.
 // That is safe only when the text has exactly one " - " with words on
-// both sides: "Artist - Title - Live" or "- Title" could be cut in more
-// than one place, so such a text, like one without any separator, stays
-// the title with no artist. `dash` allows the second form.
+// both sides: "Artist - Title - Live" could be cut in two places and
+// " - Title" names no artist, so such a text, like one without any
+// separator, stays the title with no artist. `dash` allows the second form.
 void split_artist_title(const std::string &v, bool dash, std::string &artist, std::string &title) {
     artist.clear();
     title = trim(v);
