@@ -216,7 +216,7 @@ TEST(CatalogueLyrics, ReadBackWithTheirAlbumAndTrack) {
     }
 }
 
-// ---- Migration from schema 3 -------------------------------------------------
+// ---- Migration from schemas 4 and 3 -------------------------------------------
 
 class CatalogueMigration : public ::testing::Test {
    protected:
@@ -232,10 +232,11 @@ class CatalogueMigration : public ::testing::Test {
     }
     void TearDown() override { std::filesystem::remove_all(dir_); }
 
-    // The file as schema 3 made it: no edition columns, no lyric keys, and
+    // The file as schema 4 made it: no edition columns, no lyric keys, and
     // each lyric as many times as it was imported (here twice; the copies
-    // came later, so they have the higher ids).
-    void make_schema_three() {
+    // came later, so they have the higher ids); schema 3 had no TOC shape
+    // index either.
+    void make_schema(int schema) {
         sql("DROP INDEX lyrics_key;"
             "ALTER TABLE albums DROP COLUMN country; ALTER TABLE albums DROP COLUMN release_date;"
             "ALTER TABLE albums DROP COLUMN catalogue_number; ALTER TABLE albums DROP COLUMN barcode;"
@@ -246,7 +247,9 @@ class CatalogueMigration : public ::testing::Test {
             "  FROM lyrics WHERE text LIKE '% (again)';"
             "UPDATE lyrics SET disc_number = 0 WHERE title = 'Brine';"
             "UPDATE meta SET value = 'digest without editions' WHERE key LIKE 'digest:%';"
-            "UPDATE meta SET value = '3' WHERE key = 'schema'; PRAGMA user_version = 3;");
+            "UPDATE meta SET value = '" + std::to_string(schema) + "' WHERE key = 'schema';"
+            "PRAGMA user_version = " + std::to_string(schema) + ";" +
+            (schema == 3 ? "DELETE FROM toc_shape;" : ""));
     }
     void sql(const std::string &statements) {
         sqlite3 *db = nullptr;
@@ -280,55 +283,67 @@ class CatalogueMigration : public ::testing::Test {
     std::string dir_, path_;
 };
 
-TEST_F(CatalogueMigration, SchemaThreeOpensMigratedWithItsAlbumsAndOneCopyOfEachLyric) {
-    make_schema_three();
-    EXPECT_EQ(query("SELECT count(*) FROM lyrics"), "8;");
-    {
-        std::unique_ptr<Catalogue> cat;
-        const Status st = Catalogue::open(path_, cat);
-        ASSERT_TRUE(st.ok()) << st.message;
-        Statistics stats;
-        ASSERT_TRUE(cat->statistics(stats).ok());
-        EXPECT_EQ(stats.albums, 2u);
-        EXPECT_EQ(stats.tracks, 6u);
-        EXPECT_EQ(stats.lyrics, 4u);
-        TocResult r;
-        ASSERT_TRUE(cat->lookup_toc("150 20000 40000 60000", {1, 10}, r).ok());
-        ASSERT_EQ(r.hits.size(), 2u);
-        expect_edition(r.hits[0], {"ed-uk", "", "", "Harbour House", "", "", ""});  // label was stored before
-        // The copies imported last stayed, each found once, and the lyric
-        // without its disc number is on disc 1.
-        LyricQuery q;
-        q.fragment = "again";
-        LyricSearchResult found;
-        ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
-        EXPECT_EQ(found.total, 4u);
-        q.title = "brine";
-        ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
-        ASSERT_EQ(found.total, 1u);
-        Lyric brine;
-        ASSERT_TRUE(cat->get_lyric(found.hits[0].lyric_id, brine).ok());
-        EXPECT_EQ(brine.track_title, "Brine");
-        // Importing the same lyrics again replaces the four.
-        ImportReport report;
-        ASSERT_TRUE(cat->import_lyrics_file(dir_ + "/lyrics.jsonl", report).ok());
-        EXPECT_EQ(report.replaced, 4u);
-        ASSERT_TRUE(cat->statistics(stats).ok());
-        EXPECT_EQ(stats.lyrics, 4u);
-        // The editions come with the next import of the releases.
-        ASSERT_TRUE(cat->import_musicbrainz_text(kEditions, report).ok());
-        EXPECT_EQ(report.unchanged, 0u);
-        ASSERT_TRUE(cat->lookup_toc("150 20000 40000 60000", {1, 10}, r).ok());
-        expect_edition(r.hits[0], {"ed-uk", "GB", "1999-03-02", "Harbour House", "HH 101", "5012345678900", "CD"});
+TEST_F(CatalogueMigration, EarlierSchemaOpensMigratedWithItsAlbumsAndOneCopyOfEachLyric) {
+    for (int schema : {4, 3}) {
+        SCOPED_TRACE(schema);
+        if (schema == 3) {  // a fresh catalogue
+            TearDown();
+            SetUp();
+        }
+        make_schema(schema);
+        EXPECT_EQ(query("SELECT count(*) FROM lyrics"), "8;");
+        EXPECT_EQ(query("SELECT count(*) FROM toc_shape"), schema == 3 ? "0;" : "2;");
+        {
+            std::unique_ptr<Catalogue> cat;
+            const Status st = Catalogue::open(path_, cat);
+            ASSERT_TRUE(st.ok()) << st.message;
+            Statistics stats;
+            ASSERT_TRUE(cat->statistics(stats).ok());
+            EXPECT_EQ(stats.albums, 2u);
+            EXPECT_EQ(stats.tracks, 6u);
+            EXPECT_EQ(stats.lyrics, 4u);
+            TocResult r;
+            ASSERT_TRUE(cat->lookup_toc("150 20000 40000 60000", {1, 10}, r).ok());
+            ASSERT_EQ(r.hits.size(), 2u);
+            expect_edition(r.hits[0], {"ed-uk", "", "", "Harbour House", "", "", ""});  // label was stored before
+            ASSERT_TRUE(cat->lookup_toc("150 20030 40000 60000", {1, 10}, r).ok());  // by the TOC shape index
+            EXPECT_EQ(r.kind, MatchKind::fuzzy);
+            EXPECT_EQ(r.hits.size(), 2u);
+            // The copies imported last stayed, each found once, and the lyric
+            // without its disc number is on disc 1.
+            LyricQuery q;
+            q.fragment = "again";
+            LyricSearchResult found;
+            ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
+            EXPECT_EQ(found.total, 4u);
+            q.title = "brine";
+            ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
+            ASSERT_EQ(found.total, 1u);
+            Lyric brine;
+            ASSERT_TRUE(cat->get_lyric(found.hits[0].lyric_id, brine).ok());
+            EXPECT_EQ(brine.track_title, "Brine");
+            // Importing the same lyrics again replaces the four.
+            ImportReport report;
+            ASSERT_TRUE(cat->import_lyrics_file(dir_ + "/lyrics.jsonl", report).ok());
+            EXPECT_EQ(report.replaced, 4u);
+            ASSERT_TRUE(cat->statistics(stats).ok());
+            EXPECT_EQ(stats.lyrics, 4u);
+            // The editions come with the next import of the releases.
+            ASSERT_TRUE(cat->import_musicbrainz_text(kEditions, report).ok());
+            EXPECT_EQ(report.unchanged, 0u);
+            ASSERT_TRUE(cat->lookup_toc("150 20000 40000 60000", {1, 10}, r).ok());
+            expect_edition(r.hits[0], {"ed-uk", "GB", "1999-03-02", "Harbour House", "HH 101", "5012345678900", "CD"});
+        }
+        EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "5;");
+        EXPECT_EQ(query("PRAGMA user_version"), "5;");
+        EXPECT_EQ(query("SELECT count(*) FROM lyrics WHERE natural_key = ''"), "0;");
+        EXPECT_EQ(query("SELECT count(*) FROM toc_shape"), "2;");
     }
-    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "4;");
-    EXPECT_EQ(query("PRAGMA user_version"), "4;");
-    EXPECT_EQ(query("SELECT count(*) FROM lyrics WHERE natural_key = ''"), "0;");
 }
 
-// Read-only, a catalogue of schema 3 is read as it is and left unchanged.
-TEST_F(CatalogueMigration, SchemaThreeReadOnlyIsReadAsItIs) {
-    make_schema_three();
+// Read-only, a catalogue of schema 4 is read as it is and left unchanged.
+TEST_F(CatalogueMigration, EarlierSchemaReadOnlyIsReadAsItIs) {
+    make_schema(4);
     const std::string before = contents();
     {
         std::unique_ptr<Catalogue> cat;
@@ -353,7 +368,7 @@ TEST_F(CatalogueMigration, SchemaThreeReadOnlyIsReadAsItIs) {
         EXPECT_EQ(gull.album_title, "Salt Roads");
     }
     EXPECT_TRUE(contents() == before) << "the file was changed";
-    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "3;");
+    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "4;");
 }
 
 }  // namespace

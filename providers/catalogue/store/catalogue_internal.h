@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,16 @@ struct Catalogue::Impl {
     // Schema of the file: a catalogue of an earlier schema opened read-only
     // is read as it is (columns it lacks read as empty).
     int schema = kSchemaVersion;
+    bool toc_index = false;  // the TOC shape index exists (not in a read-only earlier schema)
+    // The album get_album read last, and the state of the file then.
+    struct AlbumCopy {
+        Album album;
+        struct Version {
+            int64_t changes = 0, data = 0;
+            bool operator==(const Version &) const = default;
+        } version;
+    };
+    std::optional<AlbumCopy> last_album;
 
     ~Impl();
 
@@ -92,6 +103,7 @@ struct Catalogue::Impl {
     Status add_album(Album &album, bool *replaced, bool *unchanged = nullptr);
     Status remove_album(int64_t album_id);
     Status add_lyric(Lyric &lyric, bool *replaced = nullptr, bool *unchanged = nullptr);
+    Status lookup_toc(const std::vector<uint32_t> &toc, Range range, bool indexed, TocResult &out);
     Status refresh_spelling();
     // Notes that the word list no longer matches the text indexes.
     Status mark_changed();
