@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "datatypes_test_support.h"
+#include "out_param.h"
 
 namespace {
 
@@ -77,9 +78,7 @@ TEST_F(ConcurrencyContainers, StringMapWritersAndReaders) {
         }
     });
     EXPECT_EQ(wrong.load(), 0);
-    uint32_t count = 0;
-    ASSERT_EQ(ombr_stringmap_count(map, &count), 0u);
-    EXPECT_EQ(count, uint32_t(kThreads * kPerThread));
+    EXPECT_EQ(out(ombr_stringmap_count, map), uint32_t(kThreads * kPerThread));
     EXPECT_EQ(ombr_stringmap_delete(map), 0u);
 }
 
