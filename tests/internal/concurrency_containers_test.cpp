@@ -15,20 +15,13 @@ namespace {
 constexpr int kThreads = 4;
 constexpr int kPerThread = 500;
 
-template <typename Work>
-void on_threads(Work work) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) threads.emplace_back(work, t);
-    for (auto &thread : threads) thread.join();
-}
-
 class ConcurrencyContainers : public DatatypesTest {};
 
 TEST_F(ConcurrencyContainers, HashTableWritersReadersAndRemovers) {
     ombr_hashtable_t table = nullptr;
     ASSERT_EQ(ombr_hashtable_create(&table, OMBR_HASHTABLE_THREADSAFE | OMBR_HASHTABLE_MULTI_VALUE, nullptr), 0u);
     std::atomic<int> wrong{0};
-    on_threads([&](int t) {
+    on_threads(kThreads, [&](int t) {
         for (int i = 0; i < kPerThread; ++i) {
             const std::string key = "k" + std::to_string(t) + "_" + std::to_string(i);
             const std::string shared = "shared" + std::to_string(i % 7);
@@ -69,7 +62,7 @@ TEST_F(ConcurrencyContainers, StringMapWritersAndReaders) {
     ombr_stringmap_t map = nullptr;
     ASSERT_EQ(ombr_stringmap_create(&map, OMBR_HASHTABLE_THREADSAFE), 0u);
     std::atomic<int> wrong{0};
-    on_threads([&](int t) {
+    on_threads(kThreads, [&](int t) {
         for (int i = 0; i < kPerThread; ++i) {
             const std::string key = "m" + std::to_string(t) + "_" + std::to_string(i);
             if (ombr_stringmap_value_add(map, key.c_str(), key.c_str()) != 0) ++wrong;
@@ -89,7 +82,7 @@ TEST_F(ConcurrencyContainers, VectorAddersReadersAndRemovers) {
     // Each call is atomic, a find followed by a remove is not: another
     // thread's remove between the two would shift the index found.
     std::mutex removing;
-    on_threads([&](int t) {
+    on_threads(kThreads, [&](int t) {
         for (int i = 1; i <= kPerThread; ++i) {
             const uintptr_t entry = uintptr_t(t) * 100000u + uintptr_t(i);
             if (ombr_vector_add(vector, entry) != 0) ++wrong;

@@ -444,19 +444,15 @@ TEST_F(HashtableTest, ThreadSafeTableDefersReplacedEntriesThatWereRead) {
 TEST_F(HashtableTest, ThreadSafeTableUnderConcurrentWriters) {
     ombr_hashtable_t t = nullptr;
     ASSERT_EQ(ombr_hashtable_create(&t, OMBR_HASHTABLE_THREADSAFE, nullptr), 0u);
-    std::vector<std::thread> threads;
-    for (int w = 0; w < 4; ++w) {
-        threads.emplace_back([t, w] {
-            for (int i = 0; i < 2000; ++i) {
-                std::string k = "w" + std::to_string(w) + "_" + std::to_string(i);
-                ombr_hashtable_value_add(t, k.c_str(), k.c_str(), uint32_t(k.size() + 1), 1);
-                void *v = nullptr;
-                ombr_hashtable_value_find_ex(t, k.c_str(), 0, &v, nullptr);
-                ombr_hashtable_value_get(t, uint32_t(i), nullptr, nullptr, nullptr);
-            }
-        });
-    }
-    for (auto &th : threads) th.join();
+    on_threads(4, [t](int w) {
+        for (int i = 0; i < 2000; ++i) {
+            std::string k = "w" + std::to_string(w) + "_" + std::to_string(i);
+            ombr_hashtable_value_add(t, k.c_str(), k.c_str(), uint32_t(k.size() + 1), 1);
+            void *v = nullptr;
+            ombr_hashtable_value_find_ex(t, k.c_str(), 0, &v, nullptr);
+            ombr_hashtable_value_get(t, uint32_t(i), nullptr, nullptr, nullptr);
+        }
+    });
     EXPECT_EQ(count_of(t), 8000u);
     for (int w = 0; w < 4; ++w)
         for (int i = 0; i < 2000; i += 111) {
