@@ -1,24 +1,36 @@
 // Fuzzes the catalogue importers: release JSON (one object, an array or one
 // object per line) and xmcd disc files, into an in-memory catalogue
 // that already holds one album (each import is rolled back afterwards).
-// The first byte picks the importer. Properties:
+// The first byte picks the importer, and whether the input is also
+// imported as a file. Properties:
 //  - an import ends with a status; a failure has a message;
 //  - its report adds up: every stored album was read from a record, and
 //    the album count grows by the albums stored less those replaced;
 //  - the album that was there before is still found by its TOC;
-//  - every album the parser accepts has folded titles that fold to
-//    themselves, and a TOC text that reads back to the same offsets;
+//  - every album the parser accepts has valid UTF-8 texts, folded titles
+//    that fold to themselves, and a TOC text that reads back to the same
+//    offsets;
+//  - each line of an xmcd input decodes to valid UTF-8: to itself when it
+//    is valid UTF-8, else to one code point per byte (Windows-1252);
 //  - the streaming importer agrees with the whole-document parser: a
 //    release the parser accepts, written k times as JSON lines, as an
 //    array, pretty-printed or in a {"releases": [...]} list, stores and
-//    skips k times what the release alone does.
+//    skips k times what the release alone does;
+//  - blank lines or a byte order mark before the content do not change
+//    the format it is found to be, and importing the input as a file
+//    (format by content) stores and skips what the text importer of that
+//    format does; a file of no format is one skipped record.
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include <unistd.h>
+
 #include "fuzz/fuzz_support.h"
 #include "providers/catalogue/store/catalogue.h"
+#include "providers/catalogue/store/utf8.h"
 
 namespace {
 
@@ -46,6 +58,10 @@ std::unique_ptr<catalogue::Catalogue> fresh_catalogue() {
 }
 
 void check_parsed(const catalogue::Album &album) {
+    std::vector<const std::string *> texts = {&album.title, &album.artist};
+    for (const catalogue::Disc &disc : album.discs)
+        for (const catalogue::Track &track : disc.tracks) texts.insert(texts.end(), {&track.title, &track.artist});
+    for (const std::string *text : texts) require(catalogue::valid_utf8(*text), "texts are valid UTF-8", *text);
     for (const std::string *text : {&album.title, &album.artist}) {
         const std::string key = catalogue::fold(*text);
         require(catalogue::fold(key) == key, "folded titles settle", *text);
@@ -56,6 +72,20 @@ void check_parsed(const catalogue::Album &album) {
             const std::string text = catalogue::toc_text(toc.offsets);
             require(catalogue::parse_toc(text, back).ok() && back == toc.offsets, "TOC text round trip", text);
         }
+}
+
+void check_line_decoding(std::string_view text) {
+    for (size_t pos = 0; pos <= text.size();) {
+        const size_t end = std::min(text.find('\n', pos), text.size());
+        const std::string_view line = text.substr(pos, end - pos);
+        const std::string decoded = catalogue::decode_text_line(line);
+        require(catalogue::valid_utf8(decoded), "a decoded line is valid UTF-8", decoded);
+        if (catalogue::valid_utf8(line)) require(decoded == line, "a UTF-8 line decodes to itself", decoded);
+        else
+            require(catalogue::code_point_count(decoded) == line.size(), "an 8-bit line gives a character per byte",
+                    decoded);
+        pos = end + 1;
+    }
 }
 
 struct Counts {
@@ -89,6 +119,39 @@ void check_shapes(catalogue::Catalogue &cat, const std::string &release) {
     }
 }
 
+void check_file_import(catalogue::Catalogue &cat, std::string_view text) {
+    using catalogue::ImportFormat;
+    const std::string bom = "\xEF\xBB\xBF";
+    const ImportFormat format = catalogue::sniff_import_format(text);
+    if (text.substr(0, 3) != bom) {
+        require(catalogue::sniff_import_format("\n \r\n" + std::string(text)) == format, "blank lines first");
+        require(catalogue::sniff_import_format(bom + std::string(text)) == format, "a byte order mark first");
+    }
+    static const std::string path = "/tmp/catalogue_import_fuzz." + std::to_string(getpid());
+    {
+        std::FILE *f = std::fopen(path.c_str(), "wb");
+        require(f && std::fwrite(text.data(), 1, text.size(), f) == text.size() && std::fclose(f) == 0, "temp file");
+    }
+    require(cat.begin().ok(), "begin");
+    catalogue::ImportReport by_file, by_text;
+    require(cat.import_file(path, by_file).ok(), "file import", std::string(text));
+    require(cat.rollback().ok(), "rollback");
+    std::remove(path.c_str());
+    require(by_file.imported <= by_file.records, "stored records were read");
+    if (format == ImportFormat::releases || format == ImportFormat::xmcd) {
+        require(cat.begin().ok(), "begin");
+        require((format == ImportFormat::xmcd ? cat.import_xmcd_text(text, by_text)
+                                              : cat.import_musicbrainz_text(text, by_text))
+                    .ok(),
+                "text import");
+        require(cat.rollback().ok(), "rollback");
+        require(by_file.imported == by_text.imported && by_file.skipped == by_text.skipped,
+                "a file imports as the text of its format", std::string(text));
+    } else if (format != ImportFormat::lyrics) {
+        require(by_file.records == 1 && by_file.skipped == 1 && by_file.imported == 0, "an unknown file is skipped");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -106,6 +169,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     catalogue::Album parsed;
     const catalogue::Status parse =
         xmcd ? catalogue::parse_xmcd(text, parsed) : catalogue::parse_musicbrainz_release(text, parsed);
+    if (xmcd) check_line_decoding(text);
     if (parse.ok()) check_parsed(parsed);
     else require(!parse.message.empty(), "a refused record has a message");
 
@@ -122,6 +186,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
             "the earlier album is still found");
     require(cat->rollback().ok(), "rollback");
+    if (data[0] & 2) check_file_import(*cat, text);
     // A single release object: the lines shape needs it on one line.
     if (!xmcd && parse.ok() && text.find('\n') == std::string_view::npos && text.find('\r') == std::string_view::npos &&
         text.find_first_not_of(" \t") != std::string_view::npos && text[text.find_first_not_of(" \t")] == '{')

@@ -5,6 +5,9 @@
 # (fuzz/corpus/NAME/) with the harness's dictionary. New corpus entries go to
 # a scratch folder, not into the tree. A failing input is left as
 # build/fuzz/crash-NAME-*; once fixed, keep it in fuzz/regressions/NAME/.
+# FUZZ_SEED picks libFuzzer's seed (default 0: a fresh one each run); the
+# test script's short run passes a fixed one, so that its outcome can be
+# repeated exactly.
 #   scripts/fuzz.sh [SECONDS] [NAME...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -34,7 +37,7 @@ while IFS=$'\t' read -r name program corpus regressions dict; do
     fi
   fi
   work="$scratch/$name"; mkdir -p "$work"
-  args=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
+  args=(-seed="${FUZZ_SEED:-0}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
         -artifact_prefix="$build/crash-$name-")
   [ -n "$dict" ] && args+=(-dict="$dict")
   seeds=(); [ -d "$corpus" ] && seeds=("$corpus")

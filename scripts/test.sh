@@ -4,7 +4,8 @@
 # first. Prints the time of each stage.
 #   scripts/test.sh [STAGE...]   (default: all, in this order)
 # Stages: native install asan m32 release clang tsan fuzz
-# FUZZ_SECONDS (default 15) bounds the fuzzing of each harness.
+# FUZZ_SECONDS (default 15) bounds the fuzzing of each harness; FUZZ_SEED
+# (default 1) fixes its seed so that a failure repeats (0: a fresh seed).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -78,7 +79,7 @@ stage_tsan() {
   TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" check tsan -L concurrency
 }
 stage_fuzz() {
-  bash scripts/fuzz.sh "${FUZZ_SECONDS:-15}"
+  FUZZ_SEED=${FUZZ_SEED:-1} bash scripts/fuzz.sh "${FUZZ_SECONDS:-15}"
 }
 
 summary=()

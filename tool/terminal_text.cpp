@@ -4,27 +4,19 @@
 #include <cstdio>
 #include <utility>
 
+#include "providers/catalogue/store/utf8.h"
+
 namespace tool {
 
 namespace {
 
 // Length of the UTF-8 sequence at `s` and its code point, or 0 when the
-// bytes there are no valid UTF-8 (stray or missing continuation bytes,
-// overlong forms, surrogates, beyond U+10FFFF).
+// bytes there are no valid UTF-8.
 size_t decode_utf8(std::string_view s, char32_t &cp) {
-    const auto b = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
-    const unsigned char lead = b(0);
-    size_t n = lead < 0x80 ? 1 : lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3
-                                                         : lead >= 0xF0 && lead <= 0xF4 ? 4
-                                                                                        : 0;
-    if (n == 0 || n > s.size()) return 0;
-    cp = n == 1 ? lead : lead & (0x7F >> n);
-    for (size_t i = 1; i < n; ++i) {
-        if ((b(i) & 0xC0) != 0x80) return 0;
-        cp = (cp << 6) | (b(i) & 0x3F);
-    }
-    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < kLeast[n] || (cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) return 0;
+    size_t n = 0;
+    const int32_t c = catalogue::next_code_point(s, n);
+    if (c < 0) return 0;
+    cp = static_cast<char32_t>(c);
     return n;
 }
 
@@ -37,12 +29,7 @@ bool unsafe_code_point(char32_t cp) {
 
 }  // namespace
 
-bool valid_utf8(std::string_view text) {
-    char32_t cp = 0;
-    for (size_t i = 0, n = 0; i < text.size(); i += n)
-        if ((n = decode_utf8(text.substr(i), cp)) == 0) return false;
-    return true;
-}
+bool valid_utf8(std::string_view text) { return catalogue::valid_utf8(text); }
 
 bool has_word_characters(std::string_view text) {
     // Blanks, punctuation and symbols outside ASCII: Latin-1's, the general

@@ -127,9 +127,12 @@ typedef struct zelto_catalogue_import_report {
 typedef void (*zelto_catalogue_progress_callback)(void *callback_data, uint64_t bytes_done, uint64_t bytes_total,
                                                   uint64_t albums_imported, uint8_t *stop);
 
-/* Imports a file or every file below a directory: *.json and *.jsonl as
- * release JSON, lyrics*.jsonl as lyrics, anything else as an xmcd disc. Bad
- * records are skipped and counted. The report may be null. */
+/* Imports a file or every file below a directory (hidden files aside), each
+ * in the format its content shows, whatever its name: release JSON (an
+ * object, an array, one object per line, {"releases": [...]}), lyrics
+ * records (JSON objects with "text"), an xmcd disc ("# xmcd" first). A file
+ * of none of these, like a bad record, is skipped and counted with its
+ * reason. The report may be null. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_import(zelto_catalogue *catalogue, const char *path,
                                                  zelto_catalogue_progress_callback callback, void *callback_data,
                                                  zelto_catalogue_import_report *out_report);

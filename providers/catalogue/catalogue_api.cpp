@@ -19,15 +19,6 @@ using namespace catalogue_provider;
 
 namespace {
 
-bool ends_with(std::string_view s, std::string_view tail) {
-    return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
-}
-
-std::string base_name(const std::string &path) {
-    const size_t slash = path.find_last_of('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 // SQLite's integrity check of a catalogue file (the quicker structural form
 // when `quick`), through a read-only connection so that a damaged file is
 // never written to. Collects the problems found, at most 20; none means a
@@ -147,17 +138,12 @@ HOST_EXPORT uint32_t zelto_catalogue_import(zelto_catalogue *catalogue, const ch
                 return stop != 1;
             };
         const std::string file(path);
-        const std::string base = base_name(file);
         catalogue::Catalogue &db = *catalogue->db;
         catalogue::Status s;
         if (S_ISDIR(st.st_mode))
             s = db.import_directory(file, report, progress);
-        else if (base.rfind("lyrics", 0) == 0 && ends_with(base, ".jsonl"))
-            s = db.import_lyrics_file(file, report);
-        else if (ends_with(base, ".json") || ends_with(base, ".jsonl"))
-            s = db.import_musicbrainz_file(file, report, progress);
         else
-            s = db.import_xmcd_file(file, report);
+            s = db.import_file(file, report, progress);
         if (!S_ISDIR(st.st_mode) && callback && s.ok()) {
             // Single-file importers without progress of their own end at 100%.
             uint8_t stop = 0;

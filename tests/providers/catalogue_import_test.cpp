@@ -8,6 +8,7 @@
 
 #include "catalogue_fixtures.h"
 #include "providers/catalogue/store/json_stream.h"
+#include "providers/catalogue/store/utf8.h"
 
 using namespace catalogue;
 using catalogue_test::open_memory;
@@ -285,6 +286,106 @@ TEST(CatalogueImport, Xmcd) {
     EXPECT_EQ(a.discs[0].tracks[0].title, "Café Harbour");
 }
 
+// A line of unknown encoding: valid UTF-8 stays, anything else is
+// Windows-1252 (ISO-8859-1 beyond its 32 bytes of punctuation).
+TEST(CatalogueImport, TextLinesDecodeAsUtf8ElseWindows1252) {
+    const struct {
+        std::string bytes, text;
+    } cases[] = {
+        {"Plain ASCII", "Plain ASCII"},
+        {"Fj\xC3\xA4rran \303\226ar \xE2\x80\x99", "Fjärran Öar ’"},  // UTF-8, kept
+        {"Caf\xE9 \xFF", "Café ÿ"},                                      // ISO-8859-1
+        {"Don\x92t", "Don’t"},
+        {"\x91one\x92 \x93two\x94", "‘one’ “two”"},
+        {"A \x96 B \x97 C", "A – B — C"},
+        {"Wait\x85 \2005 \x99 \x95 \x8A\x9A\x8E\x9E\x8C\x9C\x9F\x83", "Wait… €5 ™ • ŠšŽžŒœŸƒ"},
+        {"\x81\x8D\x8F\x90\x9D", "\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D"},  // undefined: C1 controls
+        {"Ba\xC3\xB1o \xE9", "BaÃ±o é"},                                       // one bad byte: all of it 8-bit
+        {"\xC3", "Ã"},
+        {"\xED\xA0\x80", "í\xC2\xA0€"},  // a UTF-16 surrogate is no UTF-8
+        {"", ""},
+    };
+    for (const auto &c : cases) EXPECT_EQ(decode_text_line(c.bytes), c.text) << c.bytes;
+}
+
+// One file of mixed encodings, as discs edited by several programs are:
+// each value is read by itself.
+TEST(CatalogueImport, XmcdMixedEncodingsPerLine) {
+    std::string text = std::string("\xEF\xBB\xBF") + kXmcd;  // byte order mark before "# xmcd"
+    auto set = [&](const std::string &from, const std::string &to) {
+        const size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        text.replace(at, from.size(), to);
+    };
+    set("DTITLE=Mira Solenne / Lanterns of Glass", "DTITLE=Zo\xC3\xAB Lindqvist / Fj\xC3\xA4rran \303\226ar");
+    set("TTITLE0=Quiet Harbour", "TTITLE0=Don\x92t Stop \x96 Caf\xE9");
+    // A UTF-8 character cut between the two pieces of a long value.
+    set("TTITLE1=Paper \nTTITLE1=Comets", "TTITLE1=Paper \xC3\nTTITLE1=\xA9toile");
+    set("EXTD=Some notes", "EXTD=\x93Live\x94");
+    Album a;
+    const Status st = parse_xmcd(text, a);
+    ASSERT_TRUE(st.ok()) << st.message;
+    EXPECT_EQ(a.artist, "Zoë Lindqvist");
+    EXPECT_EQ(a.title, "Fjärran Öar");
+    ASSERT_EQ(a.discs[0].tracks.size(), 3u);
+    EXPECT_EQ(a.discs[0].tracks[0].title, "Don’t Stop – Café");
+    EXPECT_EQ(a.discs[0].tracks[1].title, "Paper étoile");
+    EXPECT_EQ(a.discs[0].tracks[2].title, "The Long Thaw");
+
+    // A piece that is 8-bit text beside one that is UTF-8, in one value.
+    set("TTITLE1=Paper \xC3\nTTITLE1=\xA9toile", "TTITLE1=Caf\xC3\xA9 \nTTITLE1=Caf\xE9");
+    ASSERT_TRUE(parse_xmcd(text, a).ok());
+    EXPECT_EQ(a.discs[0].tracks[1].title, "Café Café");
+}
+
+// freedb titles: "Artist / Title", or "Artist - Title" where only one
+// reading is possible.
+TEST(CatalogueImport, XmcdArtistAndTitleSplit) {
+    auto parse = [](const std::string &dtitle, const std::string &first_track, Album &a) {
+        std::string text = kXmcd;
+        text.replace(text.find("Mira Solenne / Lanterns of Glass"), 32, dtitle);
+        text.replace(text.find("Quiet Harbour"), 13, first_track);
+        return parse_xmcd(text, a);
+    };
+    const struct {
+        std::string dtitle, artist, title;
+    } discs[] = {
+        {"Mira Solenne / Lanterns of Glass", "Mira Solenne", "Lanterns of Glass"},
+        {"Mira Solenne - Lanterns of Glass", "Mira Solenne", "Lanterns of Glass"},
+        {"Anne-Marie Holt  -  Lanterns", "Anne-Marie Holt", "Lanterns"},
+        {"Mira / Lanterns - Live", "Mira", "Lanterns - Live"},  // the slash first
+        {"Mira Solenne - Lanterns - Live", "", "Mira Solenne - Lanterns - Live"},
+        {"Lanterns of Glass", "", "Lanterns of Glass"},
+        {"Mira Solenne - ", "", "Mira Solenne -"},
+        {" - Lanterns of Glass", "", "- Lanterns of Glass"},
+        {"Mira Solenne - ...", "", "Mira Solenne - ..."},
+        {"Lanterns / ", "", "Lanterns"},
+    };
+    for (const auto &d : discs) {
+        Album a;
+        const Status st = parse(d.dtitle, "Quiet Harbour", a);
+        ASSERT_TRUE(st.ok()) << d.dtitle << ": " << st.message;
+        EXPECT_EQ(a.artist, d.artist) << d.dtitle;
+        EXPECT_EQ(a.title, d.title) << d.dtitle;
+    }
+    // Track titles are cut at a dash on a disc of various artists only.
+    const struct {
+        std::string dtitle, track, artist, title;
+    } tracks[] = {
+        {"Various / Harbour Songs", "Mira Solenne - Quiet Harbour", "Mira Solenne", "Quiet Harbour"},
+        {"Various Artists - Harbour Songs", "Koji / Quiet Harbour", "Koji", "Quiet Harbour"},
+        {"Various / Harbour Songs", "Koji - Quiet - Harbour", "", "Koji - Quiet - Harbour"},
+        {"Mira Solenne / Lanterns of Glass", "Quiet Harbour - Live", "", "Quiet Harbour - Live"},
+        {"Mira Solenne / Lanterns of Glass", "Mira Solenne / Quiet Harbour", "", "Quiet Harbour"},
+    };
+    for (const auto &t : tracks) {
+        Album a;
+        ASSERT_TRUE(parse(t.dtitle, t.track, a).ok()) << t.track;
+        EXPECT_EQ(a.discs[0].tracks[0].artist, t.artist) << t.track;
+        EXPECT_EQ(a.discs[0].tracks[0].title, t.title) << t.track;
+    }
+}
+
 TEST(CatalogueImport, MalformedXmcd) {
     Album a;
     struct Case {
@@ -312,6 +413,87 @@ TEST(CatalogueImport, MalformedXmcd) {
     }
     EXPECT_EQ(parse_xmcd("", a).code, Code::bad_record);
     EXPECT_EQ(parse_xmcd(std::string("\0\0\xFF\xFE", 4), a).code, Code::bad_record);
+}
+
+// What a file holds decides how it is read, from its first bytes alone.
+TEST(CatalogueImport, FormatByContent) {
+    const std::string long_title(kSniffBytes, 'x');
+    const struct {
+        std::string head;
+        ImportFormat format;
+    } cases[] = {
+        {R"({"id":"r","title":"T","media":[]})", ImportFormat::releases},
+        {"  \n[\n  {\"title\": \"T\", \"media\": [{\"tracks\": [", ImportFormat::releases},  // cut by the prefix
+        {R"({"releases": [{"title": "T", "text": "lyric-like"}]})", ImportFormat::releases},
+        {R"({"text":"Salt on the window","media":[]})", ImportFormat::releases},
+        {R"({"title":"T","artist-credit":[{"text":"not a lyric key"}]})", ImportFormat::releases},
+        {"{\"id\": \"bad-1\"}\n{\"id\": \"bad-2\"}\n", ImportFormat::releases},
+        {"{\"title\":\"" + long_title + "\",\"text\":\"x\"}", ImportFormat::releases},  // "text" beyond the prefix
+        {"[[{\"text\": \"x\"}]]", ImportFormat::releases},
+        {"{\"title\":\"Tide\",\"text\":\"Salt\"}\n{\"title\":\"Ebb\",\"text\":\"Sand\"}\n", ImportFormat::lyrics},
+        {"\xEF\xBB\xBF[\n {\"release\": \"r\", \"track\": 1, \"text\": \"Salt\"}\n]", ImportFormat::lyrics},
+        {"{\"title\":\"Tide\",\"text\":\"Salt\"", ImportFormat::lyrics},
+        {"# xmcd\n#\n", ImportFormat::xmcd},
+        {"\xEF\xBB\xBF\r\n\r\n#xmcd CD database file", ImportFormat::xmcd},
+        {"# XMCD", ImportFormat::xmcd},
+        {"# xmcdata", ImportFormat::unknown},
+        {"# playlist\n# xmcd\n", ImportFormat::unknown},
+        {"DTITLE=Mira Solenne / Lanterns of Glass\n", ImportFormat::unknown},
+        {"shopping list: bread", ImportFormat::unknown},
+        {"\x89PNG\r\n\x1A\n", ImportFormat::unknown},
+        {"", ImportFormat::empty},
+        {" \r\n\t\n", ImportFormat::empty},
+        {"\xEF\xBB\xBF", ImportFormat::empty},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(import_format_name(sniff_import_format(std::string_view(c.head).substr(0, kSniffBytes))),
+                  std::string(import_format_name(c.format)))
+            << c.head.substr(0, 60);
+}
+
+// Files named against their content: each is imported as what it holds;
+// a file of no known format is skipped by name and the rest goes on.
+TEST(CatalogueImport, FilesImportedByContentNotName) {
+    const std::string dir = temp_dir();
+    write(dir + "/disc.XMCD", release_line("nm-1", "Salt Roads") + "\n");
+    write(dir + "/lights.json", std::string("\xEF\xBB\xBF\n") + kXmcd);
+    // Sorts first by name, but is read after the albums it refers to.
+    write(dir + "/0words.TXT", "[{\"title\":\"A\",\"artist\":\"X\",\"release\":\"nm-1\",\"disc\":1,\"track\":1,"
+                               "\"text\":\"Salt on the window\"}]");
+    write(dir + "/notes.txt", "shopping list: bread\n");
+    write(dir + "/empty.jsonl", "\n");
+    auto cat = open_memory();
+    ImportReport report;
+    ASSERT_TRUE(cat->import_directory(dir, report).ok());
+    EXPECT_EQ(report.records, 5u);
+    EXPECT_EQ(report.imported, 3u);
+    EXPECT_EQ(report.skipped, 2u);
+    EXPECT_EQ(report.messages, (std::vector<std::string>{
+                                   dir + "/empty.jsonl: empty file: nothing to import",
+                                   dir + "/notes.txt: not an import file: neither release JSON, an xmcd disc "
+                                         "(\"# xmcd\" first) nor lyrics records",
+                               }));
+    TocResult toc;
+    ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41175", {1, 10}, toc).ok());
+    ASSERT_EQ(toc.kind, MatchKind::single);
+    EXPECT_EQ(toc.hits[0].title, "Lanterns of Glass");
+    LyricQuery q;
+    q.fragment = "salt window";
+    LyricSearchResult lyrics;
+    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, lyrics).ok());
+    ASSERT_EQ(lyrics.total, 1u);
+    Lyric l;
+    ASSERT_TRUE(cat->get_lyric(lyrics.hits[0].lyric_id, l).ok());
+    EXPECT_NE(l.track_id, 0);  // linked: the release was there first
+
+    // One file at a time, the same.
+    ASSERT_TRUE(cat->import_file(dir + "/notes.txt", report).ok());
+    EXPECT_EQ(report.records, 1u);
+    EXPECT_EQ(report.skipped, 1u);
+    ASSERT_TRUE(cat->import_file(dir + "/disc.XMCD", report).ok());
+    EXPECT_EQ(report.unchanged, 1u);
+    EXPECT_EQ(cat->import_file(dir + "/missing", report).code, Code::io_error);
+    std::filesystem::remove_all(dir);
 }
 
 TEST(CatalogueImport, ProgressAndStop) {

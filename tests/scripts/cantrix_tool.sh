@@ -126,6 +126,25 @@ sed 's/Bell/Bells/' escape.json > escape2.json
 expect 0 "\(0 new, 1 replaced, 0 unchanged, 0 skipped\)" -- --catalogue bad.catalogue catalogue import escape2.json
 expect 0 '^\{"catalogue":"bad.catalogue","albums":1,' -- --catalogue bad.catalogue catalogue info --json
 
+# Formats by content, whatever the names: release JSON named .XMCD, an xmcd
+# disc (byte order mark, "Artist - Title", Windows-1252 and UTF-8 lines)
+# named .json, lyrics records named .TXT; a file of none of these is
+# skipped by name while the others are imported; alone, it imports nothing.
+mkdir byname
+printf '%s\n' '{"id": "nm-1", "title": "Salt Roads", "artist-credit": [{"name": "Ilse Varga"}], "media": [{"position": 1, "discs": [{"id": "n1", "offsets": [150, 9000], "sectors": 30000}], "tracks": [{"position": 1, "title": "Tide"}, {"position": 2, "title": "Ebb"}]}]}' > byname/disc.XMCD
+printf '\xef\xbb\xbf\n# xmcd\n#\n# Track frame offsets:\n#\t150\n#\t20000\n#\n# Disc length: 600 seconds\n#\nDTITLE=Ilse Varga - Harbour Lights\nDYEAR=2009\nTTITLE0=Don\x92t Go \x96 Caf\xe9\nTTITLE1=\xc3\x96l\n' > byname/lights.json
+printf '%s\n' '{"title": "Tide", "artist": "Ilse Varga", "release": "nm-1", "disc": 1, "track": 1, "text": "Salt on the window"}' > byname/words.TXT
+echo "shopping list: bread" > byname/notes.txt
+expect 0 "imported 3 of 4 records into names.catalogue \(3 new, 0 replaced, 0 unchanged, 1 skipped\)" -- \
+  --catalogue names.catalogue catalogue import byname
+expect 0 "^\[1\] Ilse Varga - Harbour Lights \(2009\)" -- --catalogue names.catalogue identify --toc "150 20000 45000"
+expect 0 "1\. Don’t Go – Café \(4:25\)" -- --catalogue names.catalogue identify --toc "150 20000 45000"
+expect 0 "2\. Öl " -- --catalogue names.catalogue identify --toc "150 20000 45000"
+expect 0 "Salt on the window" -- --catalogue names.catalogue search --kind lyrics --fragment "salt window"
+expect 0 "skipped: byname/notes.txt: not an import file: neither release JSON, an xmcd disc \(\"# xmcd\" first\) nor lyrics records" -- \
+  --catalogue names.catalogue catalogue import byname/notes.txt byname/disc.XMCD
+expect 6 "nothing was imported" -- --catalogue names.catalogue catalogue import byname/notes.txt
+
 # List and remove: pages of albums by artist and title; a removed album is
 # found no more, and a second removal is refused.
 expect 0 "^albums 2 to 3 of 37$" -- catalogue list --range 2:2

@@ -1,29 +1,13 @@
 // Text files of CD tools as lines.
 #include "tool/disc/text_lines.h"
 
+#include "providers/catalogue/store/utf8.h"
+
 namespace disc {
 
 namespace {
 
 enum class Encoding { bytes, utf16le, utf16be };
-
-void append_utf8(std::string &out, uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
 
 // Collects characters into lines; a CR LF pair ends one line. put() takes a
 // code point to encode as UTF-8, put_byte() a byte of 8-bit text kept as it is.
@@ -42,7 +26,7 @@ class LineSplitter {
             return;
         }
         if (raw) current_ += static_cast<char>(cp);
-        else append_utf8(current_, cp);
+        else catalogue::append_utf8(current_, cp);
     }
     size_t line_number() const { return lines_.size() + 1; }
     std::vector<std::string> finish() {

@@ -571,16 +571,21 @@ class Catalogue {
 
     // Imports. A file of MusicBrainz release JSON holds one release, an array
     // of them, {"releases": [...]}, or one release per line. A file or text of
-    // xmcd holds one disc. A lyrics file holds one JSON object per line with
-    // "title", "artist", "text" and optionally "language", "release" (album
-    // tui), "disc", "track". Bad records are skipped and reported.
+    // xmcd holds one disc. A lyrics file holds JSON objects (one per line, or
+    // in an array) with "title", "artist", "text" and optionally "language",
+    // "release" (album tui), "disc", "track". Bad records are skipped and
+    // reported.
     Status import_musicbrainz_file(const std::string &path, ImportReport &report,
                                    const ProgressCallback &progress = {}) noexcept;
     Status import_musicbrainz_text(std::string_view text, ImportReport &report) noexcept;
     Status import_xmcd_file(const std::string &path, ImportReport &report) noexcept;
     Status import_xmcd_text(std::string_view text, ImportReport &report) noexcept;
-    // Every regular file below `dir`: *.json / *.jsonl as MusicBrainz releases,
-    // lyrics*.jsonl as lyrics, anything else as xmcd.
+    // A file in the format its content shows (see sniff_import_format); a
+    // file of none is skipped as one record with the reason.
+    Status import_file(const std::string &path, ImportReport &report, const ProgressCallback &progress = {}) noexcept;
+    // Every regular file below `dir` but hidden ones, as import_file reads
+    // it: albums first, then lyrics (which may refer to them), each group
+    // by path.
     Status import_directory(const std::string &dir, ImportReport &report,
                             const ProgressCallback &progress = {}) noexcept;
     Status import_lyrics_file(const std::string &path, ImportReport &report) noexcept;
@@ -620,6 +625,17 @@ class Catalogue {
     Catalogue();
     std::unique_ptr<Impl> impl_;
 };
+
+// What an input file holds, told by its content alone (never by its name):
+// release JSON (an object, an array, one object per line, or a
+// {"releases": [...]} list), lyrics records (JSON objects whose first one
+// has "text" and no "media"), an xmcd disc ("# xmcd" first, after a UTF-8
+// byte order mark or blank lines if any), nothing but blanks, or none of
+// these. Only the first kSniffBytes of a file are looked at.
+enum class ImportFormat { releases, xmcd, lyrics, empty, unknown };
+constexpr size_t kSniffBytes = 64u << 10;
+ImportFormat sniff_import_format(std::string_view head) noexcept;
+const char *import_format_name(ImportFormat format);
 
 // Record parsers of the importers, exposed for testing: each fills `out`
 // from one record or reports why it cannot.

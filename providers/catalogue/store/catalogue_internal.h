@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "providers/catalogue/store/catalogue.h"
+#include "providers/catalogue/store/utf8.h"
 
 namespace catalogue {
 
@@ -131,13 +132,6 @@ void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> 
     page.range_start = range.start;
     page.range_end = static_cast<uint32_t>(last);
 }
-
-// The one UTF-8 decoder of the catalogue: decodes the sequence at text[i],
-// returns its code point and moves i past it; an invalid, overlong,
-// truncated or surrogate sequence gives -1 and moves i past its first byte.
-int32_t next_code_point(std::string_view text, size_t &i);
-// Appends the UTF-8 form of a code point.
-void append_utf8(std::string &out, uint32_t cp);
 
 // 32-bit FNV-1a as 8 hex digits: the tags of generated identifiers.
 std::string hash_tag(std::string_view text);

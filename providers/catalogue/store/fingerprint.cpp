@@ -7,6 +7,8 @@
 #include <bit>
 #include <unordered_map>
 
+#include "providers/catalogue/store/utf8.h"
+
 namespace catalogue::fp {
 
 int64_t items_to_ms(uint32_t algorithm, int64_t items) {
@@ -315,23 +317,6 @@ class XmlReader {
         if (i_ == start) return fail("XML element without a name");
         out = s_.substr(start, i_ - start);
         return true;
-    }
-    static void append_utf8(std::string &out, uint32_t cp) {
-        if (cp < 0x80) {
-            out.push_back(static_cast<char>(cp));
-        } else if (cp < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | cp >> 6));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        } else if (cp < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | cp >> 12));
-            out.push_back(static_cast<char>(0x80 | (cp >> 6 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | cp >> 18));
-            out.push_back(static_cast<char>(0x80 | (cp >> 12 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp >> 6 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        }
     }
     // A character reference after '&', appended to `out`.
     bool reference(std::string &out) {

@@ -1,9 +1,11 @@
 // Importers of the catalogue: MusicBrainz release JSON, xmcd disc files and
-// lyrics as JSON lines. Bad records are skipped with a message; nothing in
-// the input can stop an import but an unreadable file.
+// lyrics records, each file read as its content shows. Bad records are
+// skipped with a message; nothing in the input can stop an import but an
+// unreadable file.
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -21,6 +23,10 @@ using nlohmann::json;
 constexpr size_t kMaxMessages = 1000;
 constexpr uint64_t kBatch = 1000;        // records per transaction
 constexpr uint64_t kProgressEvery = 200;  // records between progress calls
+constexpr size_t kMaxXmcdBytes = 1u << 20;
+const char *const kEmptyInput = "empty file: nothing to import";
+const char *const kUnknownInput =
+    "not an import file: neither release JSON, an xmcd disc (\"# xmcd\" first) nor lyrics records";
 
 // ---- JSON helpers: never throw on missing or mistyped members ----------------
 
@@ -244,17 +250,19 @@ Status release_from_json(const json &r, Album &out) {
 
 // ---- xmcd -------------------------------------------------------------------------
 
-bool valid_utf8(std::string_view s) {
-    for (size_t i = 0; i < s.size();)
-        if (next_code_point(s, i) < 0) return false;
-    return true;
-}
-
-// Old disc files are often ISO-8859-1.
-std::string latin1_to_utf8(std::string_view s) {
-    std::string out;
-    for (char ch : s) append_utf8(out, static_cast<unsigned char>(ch));
-    return out;
+// A value of an xmcd file: the pieces it was written in (freedb continues
+// a long value on repeated keys) joined, kept as they are when they make
+// valid UTF-8, else each piece decoded by itself. Files edited by several
+// programs mix UTF-8 lines with ISO-8859-1 or Windows-1252 ones, so no
+// single encoding fits the whole file; and joining first keeps a UTF-8
+// character that a writer cut between two pieces.
+std::string decoded_value(const std::vector<std::string> &pieces) {
+    std::string joined;
+    for (const std::string &piece : pieces) joined += piece;
+    if (valid_utf8(joined)) return joined;
+    joined.clear();
+    for (const std::string &piece : pieces) joined += decode_text_line(piece);
+    return joined;
 }
 
 std::string trim(std::string_view s) {
@@ -282,16 +290,34 @@ bool all_digits(std::string_view s) {
     return !s.empty() && s.size() <= 9 && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// Splits "Artist / Title" at the first " / ".
-void split_artist_title(const std::string &v, std::string &artist, std::string &title) {
-    size_t cut = v.find(" / ");
-    if (cut == std::string::npos) {
-        artist.clear();
-        title = trim(v);
-    } else {
-        artist = trim(v.substr(0, cut));
-        title = trim(v.substr(cut + 3));
+// Splits a freedb title into artist and title. "Artist / Title" is the
+// format's own form and is cut at its first " / ". Many discs were sent
+// in as "Artist - Title" instead (by programs that took the names from
+// file names, or by hand); the freedb tools read those at the dash too.
+// That is safe only when the text has exactly one " - " with words on
+// both sides: "Artist - Title - Live" could be cut in two places and
+// " - Title" names no artist, so such a text, like one without any
+// separator, stays the title with no artist. `dash` allows the second form.
+void split_artist_title(const std::string &v, bool dash, std::string &artist, std::string &title) {
+    artist.clear();
+    title = trim(v);
+    if (const size_t slash = v.find(" / "); slash != std::string::npos) {
+        artist = trim(v.substr(0, slash));
+        title = trim(v.substr(slash + 3));
+        return;
     }
+    const size_t cut = dash ? v.find(" - ") : std::string::npos;
+    if (cut == std::string::npos || v.find(" - ", cut + 1) != std::string::npos) return;
+    std::string before = trim(v.substr(0, cut)), after = trim(v.substr(cut + 3));
+    if (fold(before).empty() || fold(after).empty()) return;
+    artist = std::move(before);
+    title = std::move(after);
+}
+
+// Disc artists that stand for "each track names its own".
+bool various_artists(const std::string &artist) {
+    const std::string key = fold(artist);
+    return key == "various" || key == "various artists" || key == "va";
 }
 
 }  // namespace
@@ -306,19 +332,21 @@ Status parse_musicbrainz_release(std::string_view text, Album &out) noexcept {
 
 Status parse_xmcd(std::string_view input, Album &out) noexcept {
     return guarded([&]() -> Status {
-        std::string text = valid_utf8(input) ? std::string(input) : latin1_to_utf8(input);
+        std::string_view text = input;
+        if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);  // a UTF-8 byte order mark
         std::vector<uint32_t> offsets;
         uint64_t disc_seconds = 0;
         bool have_length = false, in_offsets = false;
         uint32_t revision = 0;
-        std::map<std::string, std::string> values;
-        std::map<uint32_t, std::string> titles;
+        // Raw pieces of each value; decoded once the file is read.
+        std::map<std::string, std::vector<std::string>> raw_values;
+        std::map<uint32_t, std::vector<std::string>> raw_titles;
         size_t pos = 0;
         uint32_t line_no = 0;
         while (pos < text.size()) {
             size_t end = text.find('\n', pos);
             if (end == std::string::npos) end = text.size();
-            std::string line = text.substr(pos, end - pos);
+            std::string line(text.substr(pos, end - pos));
             pos = end + 1;
             ++line_no;
             if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -361,12 +389,16 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
             if (key.rfind("TTITLE", 0) == 0) {
                 std::string n = key.substr(6);
                 if (!all_digits(n) || std::stoul(n) >= 100)
-                    return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": bad key " + key);
-                titles[static_cast<uint32_t>(std::stoul(n))] += value;  // long values continue on repeated keys
+                    return Status::error(Code::bad_record, "line " + std::to_string(line_no) + ": bad key " + decode_text_line(key));
+                raw_titles[static_cast<uint32_t>(std::stoul(n))].push_back(std::move(value));
             } else {
-                values[key] += value;
+                raw_values[key].push_back(std::move(value));
             }
         }
+        std::map<std::string, std::string> values;
+        for (const auto &[key, pieces] : raw_values) values[key] = decoded_value(pieces);
+        std::map<uint32_t, std::string> titles;
+        for (const auto &[n, pieces] : raw_titles) titles[n] = decoded_value(pieces);
         if (!values.count("DTITLE")) return Status::error(Code::bad_record, "not an xmcd disc: no DTITLE");
         if (offsets.empty()) return Status::error(Code::bad_record, "no track frame offsets");
         if (!have_length) return Status::error(Code::bad_record, "no disc length");
@@ -383,7 +415,7 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
         Album album;
         album.source = "xmcd";
         album.revision = revision;
-        split_artist_title(unescape(values["DTITLE"]), album.artist, album.title);
+        split_artist_title(unescape(values["DTITLE"]), true, album.artist, album.title);
         if (fold(album.title).empty()) {
             album.title = album.artist;  // "Title" alone: artist unknown
             album.artist.clear();
@@ -410,11 +442,15 @@ Status parse_xmcd(std::string_view input, Album &out) noexcept {
         toc.media_id = discid;
         toc.disc_ids = std::move(disc_ids);
         disc.tocs.push_back(std::move(toc));
+        const bool various = various_artists(album.artist);
         for (const auto &[n, raw] : titles) {
             Track track;
             track.number = n + 1;
             std::string artist;
-            split_artist_title(unescape(raw), artist, track.title);
+            // A track title is cut at a dash only on a disc of various
+            // artists: elsewhere "Song - Live" or "Symphony No. 5 - I.
+            // Allegro" are whole titles far more often than not.
+            split_artist_title(unescape(raw), various, artist, track.title);
             if (!artist.empty() && artist != album.artist) track.artist = artist;
             if (fold(track.title).empty()) track.title = "Track " + std::to_string(n + 1);
             track.duration_ms = static_cast<uint32_t>(
@@ -453,6 +489,93 @@ Status parse_lyric_json(std::string_view text, Lyric &out) noexcept {
         out = std::move(l);
         return {};
     });
+}
+
+// ---- Choosing the importer -------------------------------------------------------
+
+namespace {
+
+bool blank_byte(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Top-level member names of the first JSON object of a text (the text
+// itself, or the first element of its top-level array), read until they
+// tell a release from a lyric; the rest of the text is not parsed.
+class FirstObjectKeys : public json::json_sax_t {
+   public:
+    bool release = false;  // "media", or a "releases" list
+    bool lyric = false;    // "text" without those
+
+    bool null() override { return scalar(); }
+    bool boolean(bool) override { return scalar(); }
+    bool number_integer(number_integer_t) override { return scalar(); }
+    bool number_unsigned(number_unsigned_t) override { return scalar(); }
+    bool number_float(number_float_t, const string_t &) override { return scalar(); }
+    bool string(string_t &) override { return scalar(); }
+    bool binary(binary_t &) override { return scalar(); }
+    bool start_object(std::size_t) override {
+        ++depth_;
+        if (object_depth_ == 0) object_depth_ = depth_;
+        return true;
+    }
+    bool key(string_t &name) override {
+        if (depth_ != object_depth_) return true;
+        if (name == "media" || name == "releases") {
+            release = true;
+            return false;
+        }
+        if (name == "text") lyric = true;
+        return true;
+    }
+    bool end_object() override { return depth_-- != object_depth_; }
+    // Only a top-level array may hold the object.
+    bool start_array(std::size_t) override { return ++depth_ == 1 && object_depth_ == 0; }
+    bool end_array() override { return false; }
+    bool parse_error(std::size_t, const std::string &, const nlohmann::detail::exception &) override { return false; }
+
+   private:
+    // A value outside the object (an array of numbers, say) ends the look.
+    bool scalar() const { return object_depth_ != 0; }
+    uint32_t depth_ = 0, object_depth_ = 0;
+};
+
+}  // namespace
+
+ImportFormat sniff_import_format(std::string_view head) noexcept {
+    if (head.substr(0, 3) == "\xEF\xBB\xBF") head.remove_prefix(3);
+    while (!head.empty() && blank_byte(head.front())) head.remove_prefix(1);
+    if (head.empty()) return ImportFormat::empty;
+    if (head.front() == '#') {
+        // "# xmcd", the first line of every freedb disc file.
+        head.remove_prefix(1);
+        while (!head.empty() && (head.front() == ' ' || head.front() == '\t')) head.remove_prefix(1);
+        const std::string_view word = head.substr(0, 4);
+        const bool xmcd = word.size() == 4 && std::equal(word.begin(), word.end(), "xmcd", [](char a, char b) {
+                              return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
+                          });
+        return xmcd && (head.size() == 4 || !std::isalnum(static_cast<unsigned char>(head[4]))) ? ImportFormat::xmcd
+                                                                                                  : ImportFormat::unknown;
+    }
+    if (head.front() != '{' && head.front() != '[') return ImportFormat::unknown;
+    FirstObjectKeys keys;
+    try {
+        json::sax_parse(head.begin(), head.end(), &keys, nlohmann::detail::input_format_t::json, false);
+    } catch (...) {
+        // Read as far as it went: the keys seen so far decide.
+    }
+    // JSON that names neither goes to the release importer, which says
+    // what each record lacks.
+    return keys.lyric && !keys.release ? ImportFormat::lyrics : ImportFormat::releases;
+}
+
+const char *import_format_name(ImportFormat format) {
+    switch (format) {
+        case ImportFormat::releases: return "release JSON";
+        case ImportFormat::xmcd: return "xmcd disc";
+        case ImportFormat::lyrics: return "lyrics";
+        case ImportFormat::empty: return "empty";
+        case ImportFormat::unknown: break;
+    }
+    return "unknown";
 }
 
 // ---- Import runs ---------------------------------------------------------------
@@ -594,17 +717,20 @@ Status import_musicbrainz_stream(ImportRun &run, std::istream &in, const std::st
     return st;
 }
 
+// Lyrics records: JSON objects one per line, in an array or one after
+// another, read one at a time like releases.
 Status import_lyrics_stream(ImportRun &run, std::istream &in, const std::string &name) {
-    std::string line;
-    uint64_t line_no = 0;
+    JsonRecordReader reader(in);
+    JsonRecord record;
     Status st;
-    while (st.ok() && !run.stopped() && std::getline(in, line)) {
-        ++line_no;
-        run.add_bytes(line.size() + 1);
-        if (trim(line).empty()) continue;
+    uint64_t done = 0;
+    while (st.ok() && !run.stopped() && reader.next(record)) {
+        run.add_bytes(reader.bytes_read() - done);
+        done = reader.bytes_read();
         Lyric lyric;
-        Status parsed = parse_lyric_json(line, lyric);
-        st = run.lyric(parsed, lyric, name + ":" + std::to_string(line_no));
+        const Status parsed = record.kind == JsonRecord::Kind::bad ? Status::error(Code::bad_record, record.why)
+                                                                   : parse_lyric_json(record.text, lyric);
+        st = run.lyric(parsed, lyric, name + ":" + std::to_string(record.line));
     }
     return st;
 }
@@ -638,9 +764,47 @@ uint64_t file_size(const std::string &path) {
     return ec ? 0 : static_cast<uint64_t>(n);
 }
 
-bool has_suffix(const std::string &s, const char *suffix) {
-    std::string_view v(suffix);
-    return s.size() >= v.size() && s.compare(s.size() - v.size(), v.size(), v) == 0;
+// The format of an opened file by its first kSniffBytes; the stream is
+// rewound. Unknown when it cannot be read or rewound.
+ImportFormat sniff_stream(std::istream &in) {
+    std::string head(kSniffBytes, '\0');
+    in.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(static_cast<size_t>(in.gcount()));
+    in.clear();
+    in.seekg(0);
+    return in ? sniff_import_format(head) : ImportFormat::unknown;
+}
+
+// Imports one opened file in its format; a file of no known format is one
+// skipped record, so that the files beside it are still imported.
+Status import_stream(ImportRun &run, std::istream &in, const std::string &path, ImportFormat format) {
+    switch (format) {
+        case ImportFormat::releases: return import_musicbrainz_stream(run, in, path);
+        case ImportFormat::lyrics: return import_lyrics_stream(run, in, path);
+        case ImportFormat::xmcd: {
+            // Disc files are a few kB; the cap keeps a stray large file from
+            // being read whole.
+            std::string text(kMaxXmcdBytes + 1, '\0');
+            in.read(text.data(), static_cast<std::streamsize>(text.size()));
+            text.resize(static_cast<size_t>(in.gcount()));
+            if (in.bad()) break;
+            if (text.size() > kMaxXmcdBytes) {
+                Album unused;
+                run.add_bytes(text.size());
+                return run.album(Status::error(Code::bad_record, "xmcd file larger than 1 MiB"), unused, path);
+            }
+            return import_xmcd_data(run, text, path);
+        }
+        case ImportFormat::empty:
+        case ImportFormat::unknown: {
+            Album unused;
+            run.add_bytes(file_size(path));
+            return run.album(Status::error(Code::bad_record, format == ImportFormat::empty ? kEmptyInput : kUnknownInput),
+                             unused, path);
+        }
+    }
+    Album unused;
+    return run.album(Status::error(Code::io_error, "cannot read"), unused, path);
 }
 
 }  // namespace
@@ -693,46 +857,48 @@ Status Catalogue::import_lyrics_file(const std::string &path, ImportReport &repo
     });
 }
 
+Status Catalogue::import_file(const std::string &path, ImportReport &report,
+                             const ProgressCallback &progress) noexcept {
+    return guarded([&]() -> Status {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) return Status::error(Code::io_error, "cannot read " + path);
+        const ImportFormat format = sniff_stream(in);
+        std::lock_guard lock(impl_->mutex);
+        return run_import(*impl_, report, progress, file_size(path),
+                          [&](ImportRun &run) { return import_stream(run, in, path, format); });
+    });
+}
+
 Status Catalogue::import_directory(const std::string &dir, ImportReport &report,
                                    const ProgressCallback &progress) noexcept {
     return guarded([&]() -> Status {
         namespace fs = std::filesystem;
         std::error_code ec;
-        std::vector<std::string> files;
+        std::vector<std::pair<std::string, ImportFormat>> files;
         uint64_t bytes = 0;
         for (fs::recursive_directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
             if (!it->is_regular_file(ec)) continue;
             std::string name = it->path().filename().string();
             if (name.empty() || name[0] == '.') continue;
-            files.push_back(it->path().string());
-            bytes += file_size(files.back());
+            std::string path = it->path().string();
+            std::ifstream in(path, std::ios::binary);
+            files.emplace_back(path, in ? sniff_stream(in) : ImportFormat::unknown);
+            bytes += file_size(path);
         }
         if (ec) return Status::error(Code::io_error, "cannot list " + dir + ": " + ec.message());
-        // Albums before lyrics, which may refer to them; otherwise by name.
-        auto is_lyrics = [](const std::string &p) {
-            return fs::path(p).filename().string().rfind("lyrics", 0) == 0 && has_suffix(p, ".jsonl");
-        };
-        std::sort(files.begin(), files.end(), [&](const std::string &a, const std::string &b) {
-            if (is_lyrics(a) != is_lyrics(b)) return !is_lyrics(a);
-            return a < b;
+        // Albums before lyrics, which may refer to them; otherwise by path.
+        std::sort(files.begin(), files.end(), [](const auto &a, const auto &b) {
+            const bool lyrics_a = a.second == ImportFormat::lyrics, lyrics_b = b.second == ImportFormat::lyrics;
+            return lyrics_a != lyrics_b ? lyrics_b : a.first < b.first;
         });
         std::lock_guard lock(impl_->mutex);
         return run_import(*impl_, report, progress, bytes, [&](ImportRun &run) -> Status {
-            for (const auto &path : files) {
+            for (const auto &[path, format] : files) {
                 if (run.stopped()) break;
                 std::ifstream in(path, std::ios::binary);
-                Status st;
-                if (!in) {
-                    Album unused;
-                    st = run.album(Status::error(Code::io_error, "cannot read"), unused, path);
-                } else if (is_lyrics(path)) {
-                    st = import_lyrics_stream(run, in, path);
-                } else if (has_suffix(path, ".json") || has_suffix(path, ".jsonl")) {
-                    st = import_musicbrainz_stream(run, in, path);
-                } else {
-                    std::string text(std::istreambuf_iterator<char>(in), {});
-                    st = import_xmcd_data(run, text, path);
-                }
+                Album unused;
+                Status st = in ? import_stream(run, in, path, format)
+                               : run.album(Status::error(Code::io_error, "cannot read"), unused, path);
                 if (!st.ok()) return st;
             }
             return Status{};
