@@ -4,8 +4,9 @@
 // and import throughput.
 //
 // The catalogue is generated once (tools/gen_synthetic_catalogue.py) and kept
-// in the working directory as bench_catalogue_100000.{jsonl,db}; run the
-// benchmark from the build directory so that reruns reuse it.
+// in the working directory as bench_catalogue_N.{jsonl,db} (N = 100000, or
+// the environment's CANTRIX_BENCH_ALBUMS); run the benchmark from the build
+// directory so that reruns reuse it.
 #include <benchmark/benchmark.h>
 
 #include <sys/stat.h>
@@ -25,7 +26,12 @@
 
 namespace {
 
-constexpr int kAlbums = 100000;
+// Albums of the catalogue: 100,000 unless CANTRIX_BENCH_ALBUMS says otherwise.
+int album_count() {
+    const char *n = std::getenv("CANTRIX_BENCH_ALBUMS");
+    return n && std::atoi(n) > 0 ? std::atoi(n) : 100000;
+}
+const int kAlbums = album_count();
 constexpr int kImportAlbums = 2000;
 
 bool exists(const std::string &path) {

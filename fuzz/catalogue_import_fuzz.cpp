@@ -19,7 +19,9 @@
 //  - blank lines or a byte order mark before the content do not change
 //    the format it is found to be, and importing the input as a file
 //    (format by content) stores and skips what the text importer of that
-//    format does; a file of no format is one skipped record.
+//    format does; a file of no format is one skipped record;
+//  - the fuzzy TOC lookup through the shape index answers as the linear
+//    scan does, for every TOC of the record, moved by a few frames.
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -55,6 +57,26 @@ std::unique_ptr<catalogue::Catalogue> fresh_catalogue() {
     album.discs.push_back(disc);
     require(cat->add_album(album).ok(), "earlier album");
     return cat;
+}
+
+// The indexed and the linear fuzzy TOC lookups give the same hits in the
+// same order, for the TOC and for it shifted with one track moved.
+void check_toc_lookups(catalogue::Catalogue &cat, const std::vector<uint32_t> &offsets) {
+    std::vector<uint32_t> moved = offsets;
+    for (auto &o : moved) o += 40;
+    if (moved.size() > 2 && moved[1] + 100 < moved[2]) moved[1] += 100;
+    for (const std::vector<uint32_t> *toc : {&offsets, static_cast<const std::vector<uint32_t> *>(&moved)}) {
+        catalogue::TocResult fast, slow;
+        const bool a = cat.lookup_toc(*toc, {1, 50}, fast).ok(), b = cat.lookup_toc_linear(*toc, {1, 50}, slow).ok();
+        require(a == b && fast.kind == slow.kind && fast.total == slow.total && fast.hits.size() == slow.hits.size(),
+                "indexed and linear TOC lookups agree", catalogue::toc_text(*toc));
+        for (size_t i = 0; i < fast.hits.size(); ++i) {
+            const auto &x = fast.hits[i], &y = slow.hits[i];
+            require(x.disc_id == y.disc_id && x.toc == y.toc && x.score == y.score && x.shift == y.shift &&
+                        x.total_deviation == y.total_deviation && x.max_deviation == y.max_deviation,
+                    "indexed and linear TOC hits agree", catalogue::toc_text(*toc));
+        }
+    }
 }
 
 void check_parsed(const catalogue::Album &album) {
@@ -185,6 +207,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     catalogue::TocResult found;
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
             "the earlier album is still found");
+    if (parse.ok())
+        for (const catalogue::Disc &disc : parsed.discs)
+            for (const catalogue::Toc &toc : disc.tocs) check_toc_lookups(*cat, toc.offsets);
     require(cat->rollback().ok(), "rollback");
     if (data[0] & 2) check_file_import(*cat, text);
     // A single release object: the lines shape needs it on one line.

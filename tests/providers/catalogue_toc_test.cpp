@@ -1,9 +1,13 @@
 // Catalogue: TOC texts, identification by TOC, identifier lookups, revisions.
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
-#include <unistd.h>
+#include <random>
+#include <tuple>
 
 #include "catalogue_fixtures.h"
 
@@ -372,4 +376,174 @@ TEST(CatalogueStore, RoundTripAndPersistence) {
     std::unique_ptr<Catalogue> bad;
     EXPECT_EQ(Catalogue::open("/nonexistent-dir/x/cat.db", bad).code, Code::database);
     EXPECT_EQ(bad, nullptr);
+}
+
+// ---- The TOC shape index against the linear scan ---------------------------------
+
+namespace {
+
+// Both lookups of `toc` over a few pages; every field of every hit agrees.
+void expect_same_answers(Catalogue &cat, const std::vector<uint32_t> &toc, size_t &found) {
+    for (Range range : {Range{1, 10}, Range{2, 4}, Range{1, 1000}}) {
+        TocResult fast, slow;
+        ASSERT_TRUE(cat.lookup_toc(toc, range, fast).ok());
+        ASSERT_TRUE(cat.lookup_toc_linear(toc, range, slow).ok());
+        const std::string what = toc_text(toc);
+        ASSERT_EQ(fast.kind, slow.kind) << what;
+        ASSERT_EQ(fast.total, slow.total) << what;
+        ASSERT_EQ(fast.range_start, slow.range_start) << what;
+        ASSERT_EQ(fast.range_end, slow.range_end) << what;
+        ASSERT_EQ(fast.hits.size(), slow.hits.size()) << what;
+        for (size_t i = 0; i < fast.hits.size(); ++i) {
+            const TocHit &a = fast.hits[i], &b = slow.hits[i];
+            EXPECT_EQ(std::tie(a.album_id, a.disc_id, a.disc_number, a.disc_count, a.album_track_count, a.tui, a.tag,
+                               a.title, a.artist, a.toc, a.score, a.shift, a.max_deviation, a.total_deviation),
+                      std::tie(b.album_id, b.disc_id, b.disc_number, b.disc_count, b.album_track_count, b.tui, b.tag,
+                               b.title, b.artist, b.toc, b.score, b.shift, b.max_deviation, b.total_deviation))
+                << what << " hit " << i;
+        }
+        if (range.end == 1000) found += fast.total;
+    }
+}
+
+// Offsets near `base`: shifted as a whole and each moved a little, kept rising.
+std::vector<uint32_t> near(const std::vector<uint32_t> &base, std::mt19937 &rng, int32_t max_shift, int32_t wobble) {
+    std::uniform_int_distribution<int32_t> shift(-max_shift, max_shift), move(-wobble, wobble);
+    const int32_t by = shift(rng);
+    std::vector<uint32_t> out;
+    for (uint32_t o : base) {
+        int64_t v = int64_t{o} + by + move(rng);
+        if (!out.empty() && v <= out.back()) v = out.back() + 1;
+        out.push_back(static_cast<uint32_t>(v));
+    }
+    return out;
+}
+
+}  // namespace
+
+// Many discs close to a few shapes (so that tolerance edges, equal
+// closeness, several TOCs of one disc and multi-disc albums all occur),
+// then queries near them, before and after removals.
+TEST(CatalogueToc, ShapeIndexAgreesWithLinearScan) {
+    auto cat = open_memory();
+    std::mt19937 rng(20);
+    std::vector<std::vector<uint32_t>> bases;
+    for (size_t tracks = 1; tracks <= 6; ++tracks)
+        for (int variant = 0; variant < 3; ++variant) {
+            std::vector<uint32_t> b{10000};
+            for (size_t t = 0; t < tracks; ++t) b.push_back(b.back() + 2000 + static_cast<uint32_t>(rng() % 600));
+            bases.push_back(b);
+        }
+    std::vector<int64_t> ids;
+    for (int i = 0; i < 300; ++i) {
+        Album a;
+        a.title = "Album " + std::to_string(i);
+        a.artist = "Artist";
+        for (uint32_t number = 1; number <= 1 + static_cast<uint32_t>(i % 7 == 0); ++number) {
+            Disc d;
+            d.number = number;
+            const auto &base = bases[rng() % bases.size()];
+            d.tocs.push_back({near(base, rng, 5000, 160), "", ""});
+            if (i % 5 == 0) d.tocs.push_back({near(base, rng, 5000, 160), "", ""});
+            for (size_t t = 1; t < d.tocs[0].offsets.size(); ++t) {
+                Track tr;
+                tr.number = static_cast<uint32_t>(t);
+                tr.title = "T";
+                d.tracks.push_back(tr);
+            }
+            a.discs.push_back(d);
+        }
+        ids.push_back(add(*cat, a));
+    }
+    size_t found = 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        for (int i = 0; i < 400; ++i) expect_same_answers(*cat, near(bases[rng() % bases.size()], rng, 5000, 200), found);
+        // A third of the albums go; their TOCs must leave the index too.
+        for (size_t i = 0; pass == 0 && i < ids.size(); i += 3) ASSERT_TRUE(cat->remove_album(ids[i]).ok());
+    }
+    EXPECT_GT(found, 1000u);  // the queries do meet many discs
+}
+
+// A catalogue of the schema before the TOC shape index: opened for writing,
+// it is indexed in place; opened read-only, the linear scan answers.
+TEST(CatalogueToc, EarlierSchemaGetsItsShapeIndex) {
+    char path[] = "/tmp/catalogue_shape_XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    std::remove(path);
+    const std::vector<uint32_t> stored = {150, 14672, 27367, 41225}, query = {182, 14704 + 100, 27399, 41257};
+    {
+        std::unique_ptr<Catalogue> cat;
+        ASSERT_TRUE(Catalogue::open(path, cat).ok());
+        add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, stored));
+    }
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(path, &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db,
+                           "DROP TRIGGER tocs_shape_delete; DROP TABLE toc_shape;"
+                           " UPDATE meta SET value = '3' WHERE key = 'schema'; PRAGMA user_version = 3;",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(db);
+    for (OpenMode mode : {OpenMode::read_only, OpenMode::read_write}) {
+        std::unique_ptr<Catalogue> cat;
+        ASSERT_TRUE(Catalogue::open(path, cat, mode).ok());
+        TocResult r;
+        ASSERT_TRUE(cat->lookup_toc(query, {1, 10}, r).ok());
+        ASSERT_EQ(r.kind, MatchKind::fuzzy);
+        EXPECT_EQ(r.hits[0].shift, 32);
+        EXPECT_EQ(r.hits[0].max_deviation, 100u);
+    }
+    ASSERT_EQ(sqlite3_open(path, &db), SQLITE_OK);
+    sqlite3_stmt *q = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db,
+                                 "SELECT (SELECT value FROM meta WHERE key = 'schema'), (SELECT count(*) FROM toc_shape),"
+                                 " (SELECT tracks_lo || ' ' || length_lo || ' ' || first_lo || ' ' || second_lo || ' ' ||"
+                                 " third_lo FROM toc_shape)",
+                                 -1, &q, nullptr),
+              SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 0)), "4");
+    EXPECT_EQ(sqlite3_column_int(q, 1), 1);
+    // Three tracks: the first two end before the lead-out.
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 2)), "3 41075 14522 12695 0");
+    sqlite3_finalize(q);
+    sqlite3_close(db);
+    std::remove(path);
+    std::remove((std::string(path) + "-wal").c_str());
+    std::remove((std::string(path) + "-shm").c_str());
+}
+
+// Identifying a disc reads its album twice; the second read may be the
+// copy of the first, never once the file has changed since, through this
+// catalogue or another connection.
+TEST(CatalogueToc, RereadAlbumFollowsChanges) {
+    char path[] = "/tmp/catalogue_reread_XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    std::remove(path);
+    std::unique_ptr<Catalogue> cat;
+    ASSERT_TRUE(Catalogue::open(path, cat).ok());
+    const int64_t id = add(*cat, make_album("Lanterns of Glass", "Mira Solenne", {"A", "B", "C"}, kToc));
+    const int64_t other = add(*cat, make_album("Other", "Someone", {"A"}, {150, 15000}));
+    Album a;
+    ASSERT_TRUE(cat->get_album(id, a).ok());
+    ASSERT_TRUE(cat->get_album(id, a).ok());
+    EXPECT_EQ(a.title, "Lanterns of Glass");
+    EXPECT_EQ(a.discs[0].tracks.size(), 3u);
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(path, &db), SQLITE_OK);
+    const std::string rename = "UPDATE albums SET title = 'Renamed' WHERE id = " + std::to_string(id);
+    ASSERT_EQ(sqlite3_exec(db, rename.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    ASSERT_TRUE(cat->get_album(id, a).ok());
+    EXPECT_EQ(a.title, "Renamed");
+    ASSERT_TRUE(cat->get_album(other, a).ok());
+    EXPECT_EQ(a.title, "Other");
+    ASSERT_TRUE(cat->remove_album(other).ok());
+    EXPECT_EQ(cat->get_album(other, a).code, Code::not_found);
+    cat.reset();
+    for (const char *suffix : {"", "-wal", "-shm"}) std::remove((std::string(path) + suffix).c_str());
 }

@@ -95,7 +95,14 @@ CREATE VIRTUAL TABLE IF NOT EXISTS lyric_vocab USING fts5vocab(lyric_fts, row);
 CREATE TABLE IF NOT EXISTS spell_words(id INTEGER PRIMARY KEY, term TEXT NOT NULL UNIQUE);
 CREATE VIRTUAL TABLE IF NOT EXISTS spell_tri USING fts5(term, content='spell_words',
   content_rowid='id', tokenize='trigram');
-INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '3');
+-- Fuzzy TOC lookups: every TOC as a point of its shift-invariant shape
+-- (see TocShape), so that a lookup reads only the TOCs near the query's.
+CREATE VIRTUAL TABLE IF NOT EXISTS toc_shape USING rtree_i32(id, tracks_lo, tracks_hi,
+  length_lo, length_hi, first_lo, first_hi, second_lo, second_hi, third_lo, third_hi);
+CREATE TRIGGER IF NOT EXISTS tocs_shape_delete AFTER DELETE ON tocs BEGIN
+  DELETE FROM toc_shape WHERE id = old.id;
+END;
+INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '4');
 )sql";
 
 bool is_composer_role(const std::string &role) {
@@ -344,6 +351,39 @@ Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &compose
                       fold(album.title), fold(performers));
 }
 
+// The shift-invariant shape of a TOC, as the fuzzy lookup's index keeps it:
+// track count, program length and the lengths of the first three tracks
+// that end before the lead-out (0 where the disc has fewer). Values beyond
+// int32 are clamped, which keeps every distance within a bound within it.
+struct TocShape {
+    static constexpr size_t kTrackLengths = 3;
+    int32_t tracks = 0, length = 0;
+    int32_t track_lengths[kTrackLengths] = {};
+
+    explicit TocShape(const std::vector<uint32_t> &offsets) {
+        tracks = clamp(static_cast<int64_t>(offsets.size()) - 1);
+        if (offsets.size() < 2) return;
+        length = clamp(int64_t{offsets.back()} - int64_t{offsets.front()});
+        // Offsets 0 .. size-2 are track starts; the lead-out is not bounded
+        // by the per-track tolerance, so the last track's length is left out.
+        for (size_t i = 0; i < kTrackLengths && i + 2 < offsets.size(); ++i)
+            track_lengths[i] = clamp(int64_t{offsets[i + 1]} - int64_t{offsets[i]});
+    }
+    static int32_t clamp(int64_t v) { return static_cast<int32_t>(std::clamp<int64_t>(v, 0, INT32_MAX)); }
+};
+
+Status store_toc_shape(Catalogue::Impl &impl, int64_t toc_id, const std::vector<uint32_t> &offsets) {
+    const TocShape shape(offsets);
+    Status st;
+    Stmt s(impl.prepare("INSERT INTO toc_shape VALUES(?1, ?2, ?2, ?3, ?3, ?4, ?4, ?5, ?5, ?6, ?6)", st));
+    if (!s) return st;
+    s.bind(1, toc_id);
+    s.bind(2, int64_t{shape.tracks});
+    s.bind(3, int64_t{shape.length});
+    for (size_t i = 0; i < TocShape::kTrackLengths; ++i) s.bind(static_cast<int>(4 + i), int64_t{shape.track_lengths[i]});
+    return s.step() == SQLITE_DONE ? Status{} : impl.db_error("index TOC");
+}
+
 Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, Toc &toc) {
     if (toc.mui.empty()) toc.mui = xmcd_disc_id(toc.offsets);
     int64_t toc_id = 0;
@@ -352,6 +392,7 @@ Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, To
         " VALUES(?,?,?,?,?,?,?)",
         "insert TOC", &toc_id, disc.id, album.id, toc_text(toc.offsets), static_cast<int64_t>(toc.offsets.size() - 1),
         int64_t{toc.offsets.back()} - int64_t{toc.offsets.front()}, toc.media_id, toc.mui);
+    if (st.ok()) st = store_toc_shape(impl, toc_id, toc.offsets);
     // The disc IDs this TOC was published under (MusicBrainz, xmcd DISCID).
     for (size_t i = 0; st.ok() && i < toc.disc_ids.size(); ++i)
         st = impl.write("INSERT OR IGNORE INTO disc_ids(disc_id, toc_id) VALUES(?,?)", "insert disc ID", nullptr,
@@ -533,7 +574,7 @@ Status Catalogue::Impl::mark_changed() {
 
 namespace {
 
-// Brings catalogues of earlier schemas up to date. Schema 1 had no disc ID
+// Brings catalogues of earlier schemas up to date, in place. Schema 1 had no disc ID
 // table: its discs' MusicBrainz disc IDs and first xmcd DISCIDs were kept as
 // media ids only.
 constexpr const char *kDiscIdMigration = R"sql(
@@ -581,6 +622,21 @@ void sql_fold(sqlite3_context *context, int, sqlite3_value **args) {
     }
 }
 
+// Schemas 1 to 3 had no TOC shape index: every stored TOC is indexed.
+Status index_toc_shapes(Catalogue::Impl &impl) {
+    Status st;
+    Stmt q(impl.prepare("SELECT id, toc FROM tocs ORDER BY id", st));
+    if (!q) return st;
+    std::vector<uint32_t> offsets;
+    int rc;
+    while ((rc = q.step()) == SQLITE_ROW) {
+        // A TOC text that does not parse is found by no fuzzy lookup anyway.
+        if (!parse_toc(q.text(1), offsets).ok()) continue;
+        if (!(st = store_toc_shape(impl, q.i64(0), offsets)).ok()) return st;
+    }
+    return rc == SQLITE_DONE ? Status{} : impl.db_error("index TOCs");
+}
+
 Status migrate(Catalogue::Impl &impl) {
     Status st;
     std::string schema;
@@ -589,14 +645,16 @@ Status migrate(Catalogue::Impl &impl) {
         if (!q) return st;
         if (q.step() == SQLITE_ROW) schema = q.text(0);
     }
-    if (schema != "1" && schema != "2") return {};
+    if (schema != "1" && schema != "2" && schema != "3") return {};
     if (sqlite3_create_function_v2(impl.db, "catalogue_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sql_fold,
                                    nullptr, nullptr, nullptr) != SQLITE_OK)
         return impl.db_error("register catalogue_fold");
     if (!(st = impl.exec("BEGIN")).ok()) return st;
     if (schema == "1") st = impl.exec(kDiscIdMigration);
-    if (st.ok()) st = impl.exec(kRefoldMigration);
-    if (st.ok()) st = impl.exec("UPDATE meta SET value = '3' WHERE key = 'schema'");
+    if (st.ok() && schema != "3") st = impl.exec(kRefoldMigration);
+    if (st.ok()) st = impl.exec("DELETE FROM toc_shape");
+    if (st.ok()) st = index_toc_shapes(impl);
+    if (st.ok()) st = impl.exec("UPDATE meta SET value = '4' WHERE key = 'schema'");
     if (st.ok()) return impl.exec("COMMIT");
     impl.exec("ROLLBACK");
     return st;
@@ -700,7 +758,7 @@ Status recognise(sqlite3 *db, bool &unmarked) noexcept {
         }
         // Made before the mark: the catalogue's tables and its schema row.
         if (tables == 6 &&
-            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2', '3')", schema_rows) &&
+            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2', '3', '4')", schema_rows) &&
             schema_rows == 1) {
             unmarked = true;
             return {};
@@ -753,6 +811,11 @@ Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out,
             Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'spelling'", st));
             if (!q) return st;
             impl.spelling_stale = !(q.step() == SQLITE_ROW && q.text(0) == "1");
+        }
+        {
+            Stmt q(impl.prepare("SELECT 1 FROM sqlite_master WHERE name = 'toc_shape'", st));
+            if (!q) return st;
+            impl.toc_index = q.step() == SQLITE_ROW;
         }
         out = std::move(cat);
         return {};
@@ -877,6 +940,23 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
         std::lock_guard lock(impl_->mutex);
         Impl &impl = *impl_;
         Status st;
+        // The album read last is kept with the state of the file it was read
+        // from: rows changed through this connection (any write counts, also
+        // one rolled back) and commits of other connections (data_version).
+        // Identifying a disc reads its album twice (the match, then the
+        // album in full); the second read is this copy.
+        Impl::AlbumCopy::Version version{sqlite3_total_changes64(impl.db), 0};
+        {
+            Stmt q(impl.prepare("PRAGMA data_version", st));
+            if (!q) return st;
+            if (q.step() != SQLITE_ROW) return impl.db_error("read album");
+            version.data = q.i64(0);
+        }
+        if (impl.last_album && impl.last_album->album.id == album_id && impl.last_album->version == version) {
+            out = impl.last_album->album;
+            return {};
+        }
+        impl.last_album.reset();
         Album album;
         {
             Stmt q(impl.prepare("SELECT id, tui, tag, revision, title, artist, year, genre, label, language, source,"
@@ -957,6 +1037,7 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                 if (!st.ok()) return st;
             }
         }
+        impl.last_album = Impl::AlbumCopy{album, version};
         out = std::move(album);
         return {};
     });
@@ -1036,85 +1117,118 @@ Status Catalogue::lookup_toc(std::string_view text, Range range, TocResult &out)
 }
 
 Status Catalogue::lookup_toc(const std::vector<uint32_t> &toc, Range range, TocResult &out) noexcept {
-    return guarded([&]() -> Status {
-        Status st = check_range(range);
-        if (!st.ok()) return st;
-        if (toc.size() < 2) return Status::error(Code::invalid_argument, "TOC needs a track and the lead-out");
-        for (size_t i = 1; i < toc.size(); ++i)
-            if (toc[i] <= toc[i - 1]) return Status::error(Code::invalid_argument, "TOC offsets must rise");
-        std::lock_guard lock(impl_->mutex);
-        Impl &impl = *impl_;
-        std::vector<TocHit> hits;
-        MatchKind kind = MatchKind::none;
-        {
-            Stmt q(impl.prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
-                                " WHERE t.toc = ? GROUP BY d.id ORDER BY d.album_id, d.number",
-                                st));
-            if (!q) return st;
-            q.bind(1, toc_text(toc));
-            while (q.step() == SQLITE_ROW) {
-                TocHit h;
-                h.disc_id = q.i64(0);
-                h.album_id = q.i64(1);
-                h.disc_number = q.u32(2);
-                h.toc = q.text(3);
-                h.score = 100;
-                hits.push_back(std::move(h));
-            }
+    return guarded([&] { return impl_->lookup_toc(toc, range, true, out); });
+}
+
+Status Catalogue::lookup_toc_linear(const std::vector<uint32_t> &toc, Range range, TocResult &out) noexcept {
+    return guarded([&] { return impl_->lookup_toc(toc, range, false, out); });
+}
+
+Status Catalogue::Impl::lookup_toc(const std::vector<uint32_t> &toc, Range range, bool indexed, TocResult &out) {
+    Status st = check_range(range);
+    if (!st.ok()) return st;
+    if (toc.size() < 2) return Status::error(Code::invalid_argument, "TOC needs a track and the lead-out");
+    for (size_t i = 1; i < toc.size(); ++i)
+        if (toc[i] <= toc[i - 1]) return Status::error(Code::invalid_argument, "TOC offsets must rise");
+    std::lock_guard lock(mutex);
+    std::vector<TocHit> hits;
+    MatchKind kind = MatchKind::none;
+    {
+        Stmt q(prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
+                       " WHERE t.toc = ? GROUP BY d.id ORDER BY d.album_id, d.number",
+                       st));
+        if (!q) return st;
+        q.bind(1, toc_text(toc));
+        while (q.step() == SQLITE_ROW) {
+            TocHit h;
+            h.disc_id = q.i64(0);
+            h.album_id = q.i64(1);
+            h.disc_number = q.u32(2);
+            h.toc = q.text(3);
+            h.score = 100;
+            hits.push_back(std::move(h));
         }
-        if (!hits.empty()) {
-            kind = hits.size() == 1 ? MatchKind::single : MatchKind::multi_exact;
+    }
+    if (!hits.empty()) {
+        kind = hits.size() == 1 ? MatchKind::single : MatchKind::multi_exact;
+    } else {
+        const int64_t length = static_cast<int64_t>(toc.back()) - toc.front();
+        // Both ways read the candidates in the same order (program length,
+        // then TOC id), so that the sort below meets equal hits in the same
+        // order and keeps the same one of a disc's equally close TOCs.
+        Stmt q(indexed && toc_index
+                   ? prepare("SELECT d.id, d.album_id, d.number, t.toc FROM toc_shape s CROSS JOIN tocs t"
+                             " ON t.id = s.id CROSS JOIN discs d ON d.id = t.disc_id"
+                             " WHERE s.tracks_lo = ?1 AND s.length_lo BETWEEN ?2 AND ?3"
+                             " AND s.first_lo BETWEEN ?4 AND ?5 AND s.second_lo BETWEEN ?6 AND ?7"
+                             " AND s.third_lo BETWEEN ?8 AND ?9 ORDER BY t.length, t.id",
+                             st)
+                   : prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
+                             " WHERE t.track_count = ?1 AND t.length BETWEEN ?2 AND ?3",
+                             st));
+        if (!q) return st;
+        if (indexed && toc_index) {
+            // A stored TOC within the tolerance has each track length within
+            // twice the per-track deviation of the query's (both ends move by
+            // at most that much against the shift).
+            const TocShape shape(toc);
+            auto bounds = [&](int index, int64_t value, int64_t slack) {
+                q.bind(index, TocShape::clamp(value - slack));
+                q.bind(index + 1, TocShape::clamp(value + slack));
+            };
+            q.bind(1, int64_t{shape.tracks});
+            bounds(2, shape.length, kTocMaxLengthDeviation);
+            for (size_t i = 0; i < TocShape::kTrackLengths; ++i)
+                bounds(static_cast<int>(4 + 2 * i), shape.track_lengths[i],
+                       shape.track_lengths[i] ? 2 * int64_t{kTocMaxTrackDeviation} : 0);
         } else {
-            int64_t length = static_cast<int64_t>(toc.back()) - toc.front();
-            Stmt q(impl.prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
-                                " WHERE t.track_count = ? AND t.length BETWEEN ? AND ?",
-                                st));
-            if (!q) return st;
             q.bind(1, static_cast<int64_t>(toc.size() - 1));
             q.bind(2, length - kTocMaxLengthDeviation);
             q.bind(3, length + kTocMaxLengthDeviation);
-            std::vector<uint32_t> stored;
-            while (q.step() == SQLITE_ROW) {
-                TocHit h;
-                std::string text = q.text(3);
-                if (!parse_toc(text, stored).ok() || !fuzzy_toc_match(toc, stored, h)) continue;
-                h.disc_id = q.i64(0);
-                h.album_id = q.i64(1);
-                h.disc_number = q.u32(2);
-                h.toc = std::move(text);
-                hits.push_back(std::move(h));
-            }
-            // Best first; a disc with several close TOCs is listed once.
-            std::sort(hits.begin(), hits.end(), [](const TocHit &a, const TocHit &b) {
-                uint64_t ca = toc_closeness(a), cb = toc_closeness(b);
-                if (ca != cb) return ca < cb;
-                if (a.album_id != b.album_id) return a.album_id < b.album_id;
-                return a.disc_number < b.disc_number;
-            });
-            std::unordered_set<int64_t> seen;
-            hits.erase(std::remove_if(hits.begin(), hits.end(),
-                                      [&](const TocHit &h) { return !seen.insert(h.disc_id).second; }),
-                       hits.end());
-            if (!hits.empty()) kind = MatchKind::fuzzy;
         }
-        TocResult result;
-        result.kind = kind;
-        take_page(hits, range, result, result.hits);
-        for (auto &h : result.hits) {
-            Stmt q(impl.prepare("SELECT tui, tag, title, artist, track_count, disc_count FROM albums WHERE id = ?", st));
-            if (!q) return st;
-            q.bind(1, h.album_id);
-            if (q.step() != SQLITE_ROW) return impl.db_error("read album of a disc");
-            h.tui = q.text(0);
-            h.tag = q.text(1);
-            h.title = q.text(2);
-            h.artist = q.text(3);
-            h.album_track_count = q.u32(4);
-            h.disc_count = q.u32(5);
+        std::vector<uint32_t> stored;
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            TocHit h;
+            std::string text = q.text(3);
+            if (!parse_toc(text, stored).ok() || !fuzzy_toc_match(toc, stored, h)) continue;
+            h.disc_id = q.i64(0);
+            h.album_id = q.i64(1);
+            h.disc_number = q.u32(2);
+            h.toc = std::move(text);
+            hits.push_back(std::move(h));
         }
-        out = std::move(result);
-        return {};
-    });
+        if (rc != SQLITE_DONE) return db_error("fuzzy TOC lookup");
+        // Best first; a disc with several close TOCs is listed once.
+        std::sort(hits.begin(), hits.end(), [](const TocHit &a, const TocHit &b) {
+            uint64_t ca = toc_closeness(a), cb = toc_closeness(b);
+            if (ca != cb) return ca < cb;
+            if (a.album_id != b.album_id) return a.album_id < b.album_id;
+            return a.disc_number < b.disc_number;
+        });
+        std::unordered_set<int64_t> seen;
+        hits.erase(std::remove_if(hits.begin(), hits.end(),
+                                  [&](const TocHit &h) { return !seen.insert(h.disc_id).second; }),
+                   hits.end());
+        if (!hits.empty()) kind = MatchKind::fuzzy;
+    }
+    TocResult result;
+    result.kind = kind;
+    take_page(hits, range, result, result.hits);
+    for (auto &h : result.hits) {
+        Stmt q(prepare("SELECT tui, tag, title, artist, track_count, disc_count FROM albums WHERE id = ?", st));
+        if (!q) return st;
+        q.bind(1, h.album_id);
+        if (q.step() != SQLITE_ROW) return db_error("read album of a disc");
+        h.tui = q.text(0);
+        h.tag = q.text(1);
+        h.title = q.text(2);
+        h.artist = q.text(3);
+        h.album_track_count = q.u32(4);
+        h.disc_count = q.u32(5);
+    }
+    out = std::move(result);
+    return {};
 }
 
 // ---- Identifier lookups ----------------------------------------------------------

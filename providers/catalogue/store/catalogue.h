@@ -346,8 +346,9 @@ std::string freedb_disc_id(std::string_view id);
 //    in whole seconds (xmcd), which loses up to 74 frames of the lead-out.
 // Fuzzy hits rank by total deviation plus a tenth of the shift; score =
 // 99 - that closeness / 30, at least 1. Candidates come from an index on
-// (track count, program length), so a lookup reads only discs of the same
-// track count within the length window.
+// shift-invariant shapes (track count, program length, the first track
+// lengths: an R*Tree), so a lookup reads only TOCs whose shape is within
+// the tolerance of the query's.
 constexpr uint32_t kTocMaxShift = 4500;            // 60 s
 constexpr uint32_t kTocMaxTrackDeviation = 150;    // 2 s
 constexpr uint32_t kTocMaxLengthDeviation = 225;   // 3 s
@@ -486,7 +487,7 @@ struct FingerprintCounts {
 // `albums` table, or an empty file) is refused with not_catalogue and never
 // written to.
 constexpr int32_t kApplicationId = 0x5A435443;  // "ZCTC"
-constexpr int32_t kSchemaVersion = 3;
+constexpr int32_t kSchemaVersion = 4;
 
 enum class OpenMode {
     read_write,  // created if missing; an unmarked catalogue is marked
@@ -538,6 +539,11 @@ class Catalogue {
     // Identification by table of contents (offsets then lead-out).
     Status lookup_toc(const std::vector<uint32_t> &toc, Range range, TocResult &out) noexcept;
     Status lookup_toc(std::string_view toc_text, Range range, TocResult &out) noexcept;
+    // The same answer found without the TOC shape index: every TOC of the
+    // same track count within the length window is read and compared. The
+    // reference the indexed lookup is tested against, and the path taken
+    // for a catalogue of an earlier schema opened read-only.
+    Status lookup_toc_linear(const std::vector<uint32_t> &toc, Range range, TocResult &out) noexcept;
 
     // By identifier and tag of an album or a track. An empty tag matches any;
     // a wrong tag is not_found.

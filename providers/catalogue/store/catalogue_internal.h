@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,16 @@ struct Catalogue::Impl {
     int tx_depth = 0;
     bool spelling_stale = true;
     bool read_only = false;  // the word list is used as it is, never rebuilt
+    bool toc_index = false;  // the TOC shape index exists (not in a read-only earlier schema)
+    // The album get_album read last, and the state of the file then.
+    struct AlbumCopy {
+        Album album;
+        struct Version {
+            int64_t changes = 0, data = 0;
+            bool operator==(const Version &) const = default;
+        } version;
+    };
+    std::optional<AlbumCopy> last_album;
 
     ~Impl();
 
@@ -89,6 +100,7 @@ struct Catalogue::Impl {
     Status add_album(Album &album, bool *replaced, bool *unchanged = nullptr);
     Status remove_album(int64_t album_id);
     Status add_lyric(Lyric &lyric);
+    Status lookup_toc(const std::vector<uint32_t> &toc, Range range, bool indexed, TocResult &out);
     Status refresh_spelling();
     // Notes that the word list no longer matches the text indexes.
     Status mark_changed();
