@@ -41,7 +41,7 @@ for n in "${sizes[@]}"; do
     rm -f "$work/peer_$n.db" "$work/peer_$n.db-wal" "$work/peer_$n.db-shm"
   fi
   echo "measuring $n albums" >&2
-  "$host" bench "$db" --benchmark_filter='toc/|peer_cube/|search/album_title|search/artist_albums|peer_fts/' \
+  "$host" bench "$db" --benchmark_filter='toc/|toc_linear/|peer_cube/|search/album_title|search/artist_albums|peer_fts/' \
     --benchmark_out="$work/bench_$n.json" --benchmark_out_format=json > "$work/bench_$n.txt" 2>&1
   # TOC identification through the module, on the same catalogue.
   mkdir -p "$work/module_$n"
@@ -78,7 +78,9 @@ rows = [("Album-title search", "search/album_title", "peer_fts/album_title", "pl
         ("Artist-only search", "search/artist_albums", "peer_fts/artist_albums", "plain FTS5"),
         ("Fuzzy TOC, shifted", "toc/shifted", "peer_cube/shifted", "duration cube"),
         ("Fuzzy TOC, perturbed", "toc/perturbed", "peer_cube/perturbed", "duration cube"),
-        ("TOC without a match", "toc/no_match", "peer_cube/no_match", "duration cube")]
+        ("TOC without a match", "toc/no_match", "peer_cube/no_match", "duration cube"),
+        ("Fuzzy TOC, shifted", "toc/shifted", "toc_linear/shifted", "linear scan (before)"),
+        ("TOC without a match", "toc/no_match", "toc_linear/no_match", "linear scan (before)")]
 for what, ours, peer, name in rows:
     for n in sizes:
         r = runs("%s/bench_%s.json" % (work, n))

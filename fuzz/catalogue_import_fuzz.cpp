@@ -65,7 +65,7 @@ void check_toc_lookups(catalogue::Catalogue &cat, const std::vector<uint32_t> &o
     std::vector<uint32_t> moved = offsets;
     for (auto &o : moved) o += 40;
     if (moved.size() > 2 && moved[1] + 100 < moved[2]) moved[1] += 100;
-    for (const auto *toc : {&offsets, &moved}) {
+    for (const std::vector<uint32_t> *toc : {&offsets, static_cast<const std::vector<uint32_t> *>(&moved)}) {
         catalogue::TocResult fast, slow;
         const bool a = cat.lookup_toc(*toc, {1, 50}, fast).ok(), b = cat.lookup_toc_linear(*toc, {1, 50}, slow).ok();
         require(a == b && fast.kind == slow.kind && fast.total == slow.total && fast.hits.size() == slow.hits.size(),

@@ -12,8 +12,9 @@
 #include <vector>
 
 #include "module_fixture.h"
-#include "rvo_read.h"
+#include "out_param.h"
 #include "release_json.h"
+#include "rvo_read.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
 
@@ -366,9 +367,7 @@ TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
         r.data("zelto_lookup_data_artist", "The Lanterns");
         ASSERT_EQ(r.execute(user_), 0u);
         zelto_rvo_handle root = r.result();
-        const char *context = nullptr;
-        ASSERT_EQ(zelto_manager_rvo_get_context(root, &context), 0u);
-        EXPECT_STREQ(context, "zelto_ctx_response_match");
+        EXPECT_EQ(out(zelto_manager_rvo_get_context, root), "zelto_ctx_response_match");
         const uint32_t n = count_of(root, "zelto_ctx_response_match!");
         ASSERT_GE(n, 1u);
         bool contributor = false;
