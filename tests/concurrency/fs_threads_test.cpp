@@ -54,35 +54,31 @@ TEST_F(FsTest, TwoHundredFilesOverEightDescriptorsOnEightThreads) {
     std::vector<std::vector<std::string>> models(kThreads, std::vector<std::string>(kFilesEach));
     std::atomic<int> failures{0};
     DescriptorWatch watch(dir_);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            std::mt19937 rng(100 + t);
-            for (int step = 0; step < kSteps && failures == 0; ++step) {
-                const int i = static_cast<int>(rng() % kFilesEach);
-                ombr_file_t f = files[t][i];
-                std::string &m = models[t][i];
-                const uint64_t at = rng() % (m.size() + 1);
-                uint32_t n = 0;
-                if (rng() % 2 == 0) {
-                    std::string data(1 + rng() % 32, static_cast<char>('a' + rng() % 26));
-                    if (at + data.size() > kSize) continue;
-                    bool positioned = rng() % 2 == 0;
-                    uint32_t st = positioned ? ombr_fs_file_write_at(f, at, data.data(), uint32_t(data.size()), &n)
-                                             : (ombr_fs_file_seek(f, at, OMBR_FS_SEEK_START) |
-                                                platform_test::write_all(f, data));
-                    if (st != 0) failures++;
-                    m.resize(std::max<size_t>(m.size(), at + data.size()));
-                    m.replace(at, data.size(), data);
-                } else {
-                    char buf[48];
-                    uint32_t st = ombr_fs_file_read_at(f, at, buf, sizeof buf, &n);
-                    if (st != 0 || std::string(buf, n) != m.substr(at, sizeof buf)) failures++;
-                }
+    on_threads(kThreads, [&](int t) {
+        std::mt19937 rng(100 + t);
+        for (int step = 0; step < kSteps && failures == 0; ++step) {
+            const int i = static_cast<int>(rng() % kFilesEach);
+            ombr_file_t f = files[t][i];
+            std::string &m = models[t][i];
+            const uint64_t at = rng() % (m.size() + 1);
+            uint32_t n = 0;
+            if (rng() % 2 == 0) {
+                std::string data(1 + rng() % 32, static_cast<char>('a' + rng() % 26));
+                if (at + data.size() > kSize) continue;
+                bool positioned = rng() % 2 == 0;
+                uint32_t st = positioned ? ombr_fs_file_write_at(f, at, data.data(), uint32_t(data.size()), &n)
+                                         : (ombr_fs_file_seek(f, at, OMBR_FS_SEEK_START) |
+                                            platform_test::write_all(f, data));
+                if (st != 0) failures++;
+                m.resize(std::max<size_t>(m.size(), at + data.size()));
+                m.replace(at, data.size(), data);
+            } else {
+                char buf[48];
+                uint32_t st = ombr_fs_file_read_at(f, at, buf, sizeof buf, &n);
+                if (st != 0 || std::string(buf, n) != m.substr(at, sizeof buf)) failures++;
             }
-        });
-    }
-    for (auto &th : threads) th.join();
+        }
+    });
     const int most = watch.stop();
     EXPECT_EQ(failures.load(), 0);
     EXPECT_LE(most, kLimit);
@@ -105,25 +101,21 @@ TEST_F(FsTest, OpenAndCloseOnManyThreadsUnderALimit) {
     set_limit(kLimit);
     std::atomic<int> failures{0};
     DescriptorWatch watch(dir_);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            for (int r = 0; r < kRounds; ++r) {
-                const std::string name = path("o" + std::to_string(t) + "_" + std::to_string(r % 3));
-                const std::string text = std::to_string(t * 1000 + r);
-                if (ombr_fs_file_write_to_file(name.c_str(), text.data(), uint32_t(text.size()), 0) != 0) failures++;
-                void *block = nullptr;
-                uint32_t size = 0;
-                if (ombr_fs_file_read_to_buffer(name.c_str(), &block, &size, 0) != 0) {
-                    failures++;
-                    continue;
-                }
-                if (std::string(static_cast<char *>(block), size) != text) failures++;
-                ombr_memory_free(block);
+    on_threads(kThreads, [&](int t) {
+        for (int r = 0; r < kRounds; ++r) {
+            const std::string name = path("o" + std::to_string(t) + "_" + std::to_string(r % 3));
+            const std::string text = std::to_string(t * 1000 + r);
+            if (ombr_fs_file_write_to_file(name.c_str(), text.data(), uint32_t(text.size()), 0) != 0) failures++;
+            void *block = nullptr;
+            uint32_t size = 0;
+            if (ombr_fs_file_read_to_buffer(name.c_str(), &block, &size, 0) != 0) {
+                failures++;
+                continue;
             }
-        });
-    }
-    for (auto &th : threads) th.join();
+            if (std::string(static_cast<char *>(block), size) != text) failures++;
+            ombr_memory_free(block);
+        }
+    });
     EXPECT_EQ(failures.load(), 0);
     EXPECT_LE(watch.stop(), kLimit);
     EXPECT_EQ(ombr::fsmgr::counts().handles, 0u);

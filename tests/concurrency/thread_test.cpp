@@ -287,23 +287,19 @@ TEST_F(ThreadTest, StoreOfAThreadSetByItsCreator) {
 TEST_F(ThreadTest, StoreAndNamePerThreadOnManyThreads) {
     constexpr int kThreads = 16, kRounds = 200;
     g_freed = 0;
-    std::vector<std::thread> threads;
     std::atomic<int> wrong{0};
     std::vector<int> values(kThreads);
-    for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            const std::string name = "t" + std::to_string(i);
-            for (int r = 0; r < kRounds; ++r) {
-                if (ombr_thread_store_set(nullptr, &values[i], count_free) != 0) wrong++;
-                if (ombr_thread_set_name(nullptr, name.c_str()) != 0) wrong++;
-                void *value = nullptr;
-                char buf[8];
-                if (ombr_thread_store_get(nullptr, &value) != 0 || value != &values[i]) wrong++;
-                if (ombr_thread_get_name(nullptr, buf, sizeof buf) != 0 || name != buf) wrong++;
-            }
-        });
-    }
-    for (auto &t : threads) t.join();
+    on_threads(kThreads, [&](int i) {
+        const std::string name = "t" + std::to_string(i);
+        for (int r = 0; r < kRounds; ++r) {
+            if (ombr_thread_store_set(nullptr, &values[i], count_free) != 0) wrong++;
+            if (ombr_thread_set_name(nullptr, name.c_str()) != 0) wrong++;
+            void *value = nullptr;
+            char buf[8];
+            if (ombr_thread_store_get(nullptr, &value) != 0 || value != &values[i]) wrong++;
+            if (ombr_thread_get_name(nullptr, buf, sizeof buf) != 0 || name != buf) wrong++;
+        }
+    });
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_EQ(g_freed.load(), kThreads);  // one final free per thread
 }

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "host_fixture.h"
+#include "out_param.h"
 
 namespace {
 
@@ -155,13 +156,11 @@ TEST_F(RvoTest, ReadsDispatchToTheProvider) {
     Counted record;
     zelto_rvo_handle object = make(&record);
     const char *text = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_get_context(object, &text), 0u);
-    EXPECT_STREQ(text, "zelto_ctx_test");
+    EXPECT_EQ(out(zelto_manager_rvo_get_context, object), "zelto_ctx_test");
     uint32_t count = 99;
     EXPECT_EQ(zelto_manager_rvo_value_count(object, "zelto_val_name", &count), 0u);
     EXPECT_EQ(count, 1u);
-    EXPECT_EQ(zelto_manager_rvo_value_get(object, "zelto_val_name", 1, &text), 0u);
-    EXPECT_STREQ(text, "zelto_ctx_test");
+    EXPECT_EQ(out(zelto_manager_rvo_value_get, object, "zelto_val_name", 1), "zelto_ctx_test");
     // Statuses of the provider pass through unchanged; outputs stay unwritten.
     text = "unchanged";
     EXPECT_EQ(zelto_manager_rvo_value_get(object, "zelto_val_name", 2, &text), 0x10810003u);
@@ -174,12 +173,8 @@ TEST_F(RvoTest, ReadsDispatchToTheProvider) {
     EXPECT_STREQ(name, "MATCH_SCORE");
     EXPECT_STREQ(value, "77");
     EXPECT_EQ(zelto_manager_rvo_render_value(object, 1, &name, &value), 0x10820003u);
-    uint32_t flags = 0;
-    EXPECT_EQ(zelto_manager_rvo_data_flags(object, &flags), 0u);
-    EXPECT_EQ(flags, 0x400000u);
-    const char *group = nullptr;
-    EXPECT_EQ(zelto_manager_rvo_locale_group(object, &group), 0u);
-    EXPECT_STREQ(group, "zelto_locale_music");
+    EXPECT_EQ(out(zelto_manager_rvo_data_flags, object), 0x400000u);
+    EXPECT_EQ(out(zelto_manager_rvo_locale_group, object), "zelto_locale_music");
     zelto_manager_rvo_release(object);
 }
 
@@ -196,13 +191,11 @@ TEST_F(RvoTest, NullSlotsAreUnsupported) {
     EXPECT_EQ(zelto_manager_rvo_child_get(object, "zelto_ctx_x!", 1, 1, &child), ZELTO_RVO_UNSUPPORTED);
     EXPECT_EQ(zelto_manager_rvo_render_value(object, 0, &text, &text), ZELTO_RVO_UNSUPPORTED);
     // Without locale slots the object keeps the locale itself.
-    zelto_locale_handle french = nullptr, got = nullptr;
+    zelto_locale_handle french = nullptr;
     ASSERT_EQ(zelto_manager_locale_get("fr", &french), 0u);
-    EXPECT_EQ(zelto_manager_rvo_get_locale(object, &got), 0u);
-    EXPECT_EQ(got, nullptr);
+    EXPECT_EQ(out(zelto_manager_rvo_get_locale, object), nullptr);
     EXPECT_EQ(zelto_manager_rvo_set_locale(object, french), 0u);
-    EXPECT_EQ(zelto_manager_rvo_get_locale(object, &got), 0u);
-    EXPECT_EQ(got, french);
+    EXPECT_EQ(out(zelto_manager_rvo_get_locale, object), french);
     zelto_manager_rvo_release(object);
     EXPECT_EQ(record.releases, 1);
 }
@@ -220,11 +213,8 @@ TEST_F(RvoTest, ChildrenAreWrappedWithTheirOwnReferenceAndOutliveTheParent) {
     EXPECT_EQ(zelto_manager_rvo_child_get(object, "zelto_ctx_part!", 3, 1, &first), 0x10810003u);
     EXPECT_EQ(zelto_manager_user_refcount(user), 4u);
     // The flag reaches the provider.
-    const char *text = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_get_context(first, &text), 0u);
-    EXPECT_STREQ(text, "zelto_ctx_part1+");
-    ASSERT_EQ(zelto_manager_rvo_get_context(second, &text), 0u);
-    EXPECT_STREQ(text, "zelto_ctx_part2-");
+    EXPECT_EQ(out(zelto_manager_rvo_get_context, first), "zelto_ctx_part1+");
+    EXPECT_EQ(out(zelto_manager_rvo_get_context, second), "zelto_ctx_part2-");
     uint32_t flags = 0;
     zelto_manager_rvo_data_flags(second, &flags);
     EXPECT_EQ(flags, 0x400000u);
@@ -243,13 +233,12 @@ TEST_F(RvoTest, ChildrenAreWrappedWithTheirOwnReferenceAndOutliveTheParent) {
 TEST_F(RvoTest, LocaleGoesToTheProviderWhenItHasSlots) {
     Counted record;
     zelto_rvo_handle object = make(&record);
-    zelto_locale_handle german = nullptr, got = nullptr;
+    zelto_locale_handle german = nullptr;
     ASSERT_EQ(zelto_manager_locale_get("German", &german), 0u);
     EXPECT_EQ(zelto_manager_rvo_set_locale(object, german), 0u);
     EXPECT_EQ(record.locale, german);
     record.locale = nullptr;  // the provider's answer wins over the stored one
-    EXPECT_EQ(zelto_manager_rvo_get_locale(object, &got), 0u);
-    EXPECT_EQ(got, nullptr);
+    EXPECT_EQ(out(zelto_manager_rvo_get_locale, object), nullptr);
     zelto_manager_rvo_release(object);
 }
 

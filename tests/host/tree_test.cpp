@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host_fixture.h"
+#include "out_param.h"
 #include "rvo_read.h"
 
 namespace {
@@ -58,9 +59,7 @@ class TreeTest : public HostObjectsTest {
 const std::string kNotFound = failed_read(ZELTO_RVO_NOT_FOUND);
 
 TEST_F(TreeTest, ContextAndValuesWithOrdinals) {
-    const char *context = nullptr;
-    ASSERT_EQ(zelto_manager_rvo_get_context(object_, &context), 0u);
-    EXPECT_STREQ(context, "zelto_ctx_album");
+    EXPECT_EQ(out(zelto_manager_rvo_get_context, object_), "zelto_ctx_album");
     EXPECT_EQ(value_of(object_, "zelto_val_albumtrackcnt"), "3");
     EXPECT_EQ(value_of(object_, "zelto_val_albumtrackcnt", 0), kNotFound);
     EXPECT_EQ(value_of(object_, "zelto_val_albumtrackcnt", 2), kNotFound);
@@ -230,12 +229,11 @@ TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
     // Only values with a language: all of them.
     EXPECT_EQ(value_of(object_, "zelto_val_mood"), "Calme");
 
-    zelto_locale_handle german = nullptr, spanish = nullptr, got = nullptr;
+    zelto_locale_handle german = nullptr, spanish = nullptr;
     ASSERT_EQ(zelto_manager_locale_get("DEU", &german), 0u);
     ASSERT_EQ(zelto_manager_locale_get("es", &spanish), 0u);
     EXPECT_EQ(zelto_manager_rvo_set_locale(object_, german), 0u);
-    EXPECT_EQ(zelto_manager_rvo_get_locale(object_, &got), 0u);
-    EXPECT_EQ(got, german);
+    EXPECT_EQ(out(zelto_manager_rvo_get_locale, object_), german);
     EXPECT_EQ(value_of(object_, "zelto_val_genre", 1), "Jazz (de)");
     EXPECT_EQ(value_of(object_, "zelto_val_genre", 2), "Jazz (ger)");
     // A child read after the locale was set takes it along.

@@ -61,15 +61,12 @@ TEST(PackageFrame, ConcurrentBringUpAndTakeDownKeepTheCounts) {
     ASSERT_EQ(ombr_datatypes_initchecks(), 0u);
     const uint32_t mem_before = zelto_manager_memory_init_count();
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 200; ++i) {
-                if (ombr_datatypes_initialize() != 0 || ombr_string_initchecks() == 0) ++failures;
-                if (ombr_datatypes_shutdown() != 0) ++failures;
-            }
-        });
-    for (auto &thread : threads) thread.join();
+    on_threads(4, [&](int) {
+        for (int i = 0; i < 200; ++i) {
+            if (ombr_datatypes_initialize() != 0 || ombr_string_initchecks() == 0) ++failures;
+            if (ombr_datatypes_shutdown() != 0) ++failures;
+        }
+    });
     EXPECT_EQ(failures.load(), 0);
     EXPECT_EQ(ombr_datatypes_initchecks(), 0u);
     EXPECT_EQ(ombr_string_initchecks(), 0u);
@@ -114,13 +111,10 @@ TEST(Atomics, OperationsAndNullWords) {
     EXPECT_EQ(ombr_atomic_dec(&w, &out), 0u);
     EXPECT_EQ(out, 8u);
 
-    std::vector<std::thread> threads;
     uint32_t counter = 0;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 5000; ++i) ombr_atomic_inc(&counter, nullptr);
-        });
-    for (auto &t : threads) t.join();
+    on_threads(4, [&](int) {
+        for (int i = 0; i < 5000; ++i) ombr_atomic_inc(&counter, nullptr);
+    });
     EXPECT_EQ(counter, 20000u);
 }
 

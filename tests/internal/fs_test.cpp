@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ombr/ombr_string_printf.h"
+#include "out_param.h"
 #include "platform/ombr_fs_internal.h"
 #include "platform_test.h"
 
@@ -62,50 +63,36 @@ TEST_F(FsTest, OpenRefusesBadArgumentsAndNames) {
 TEST_F(FsTest, WriteReadPositionAndEnd) {
     ombr_file_t f = open_rw("data");
     ASSERT_NE(f, nullptr);
-    const char *name = nullptr;
-    ASSERT_EQ(ombr_fs_file_get_name(f, &name), 0u);
-    EXPECT_EQ(std::string(name), path("data"));
+    EXPECT_EQ(out(ombr_fs_file_get_name, f), path("data"));
     ASSERT_EQ(write_all(f, "hello world"), 0u);
-    uint64_t pos = 0, size = 0;
-    ASSERT_EQ(ombr_fs_file_get_position(f, &pos), 0u);
-    EXPECT_EQ(pos, 11u);
-    ASSERT_EQ(ombr_fs_file_size(f, &size), 0u);
-    EXPECT_EQ(size, 11u);
-    uint8_t eof = 0;
-    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
-    EXPECT_EQ(eof, 1u);  // the position equals the size
+    EXPECT_EQ(out(ombr_fs_file_get_position, f), 11u);
+    EXPECT_EQ(out(ombr_fs_file_size, f), 11u);
+    EXPECT_EQ(out(ombr_fs_file_get_eof, f), 1u);  // the position equals the size
 
     ASSERT_EQ(ombr_fs_file_seek(f, 6, OMBR_FS_SEEK_START), 0u);
-    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
-    EXPECT_EQ(eof, 0u);
+    EXPECT_EQ(out(ombr_fs_file_get_eof, f), 0u);
     EXPECT_EQ(read_some(f, 100), "world");
     EXPECT_EQ(read_some(f, 100), "");  // 0 bytes: the end is marked
     ASSERT_EQ(ombr_fs_file_seek(f, 0, OMBR_FS_SEEK_START), 0u);
-    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
-    EXPECT_EQ(eof, 1u);  // a seek changes only the position
+    EXPECT_EQ(out(ombr_fs_file_get_eof, f), 1u);  // a seek changes only the position
     ASSERT_EQ(write_all(f, "J"), 0u);
-    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
-    EXPECT_EQ(eof, 0u);  // a write clears the mark
+    EXPECT_EQ(out(ombr_fs_file_get_eof, f), 0u);  // a write clears the mark
     EXPECT_EQ(read_some(f, 0), "");  // any read of 0 bytes marks the end
-    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
-    EXPECT_EQ(eof, 1u);
+    EXPECT_EQ(out(ombr_fs_file_get_eof, f), 1u);
 
     // Positioned reads and writes leave the position alone.
     uint32_t n = 0;
     char buf[8] = {};
-    ASSERT_EQ(ombr_fs_file_write_at(f, 20, "Z", 1, &n), 0u);
-    EXPECT_EQ(n, 1u);
+    EXPECT_EQ(out(ombr_fs_file_write_at, f, 20, "Z", 1), 1u);
     ASSERT_EQ(ombr_fs_file_read_at(f, 6, buf, 5, &n), 0u);
     EXPECT_EQ(std::string(buf, n), "world");
-    ASSERT_EQ(ombr_fs_file_get_position(f, &pos), 0u);
-    EXPECT_EQ(pos, 1u);
+    EXPECT_EQ(out(ombr_fs_file_get_position, f), 1u);
     // Only the low 32 bits of a read offset reach the system.
     ASSERT_EQ(ombr_fs_file_read_at(f, (1ull << 32) + 6, buf, 5, &n), 0u);
     EXPECT_EQ(std::string(buf, n), "world");
 
     ASSERT_EQ(ombr_fs_file_truncate(f, 5), 0u);
-    ASSERT_EQ(ombr_fs_file_get_position(f, &pos), 0u);
-    EXPECT_EQ(pos, 5u);
+    EXPECT_EQ(out(ombr_fs_file_get_position, f), 5u);
     ASSERT_EQ(ombr_fs_file_commit(f), 0u);
     ASSERT_EQ(ombr_fs_file_close(f), 0u);
     EXPECT_EQ(read_file(path("data")), "Jello");
@@ -183,16 +170,13 @@ TEST_F(FsTest, ReadLineEndingsAndTheLastLine) {
     std::memset(line, '#', sizeof line);
     ASSERT_EQ(ombr_fs_file_read_line(f, line, sizeof line), 0u);
     EXPECT_STREQ(line, "a");
-    uint64_t pos = 0;
-    ASSERT_EQ(ombr_fs_file_get_position(f, &pos), 0u);
-    EXPECT_EQ(pos, 3u);
+    EXPECT_EQ(out(ombr_fs_file_get_position, f), 3u);
     // The last line has no end: the last byte of the buffer is the
     // terminator, the bytes after the data keep what they had, and the
     // position moves by size - 1.
     ASSERT_EQ(ombr_fs_file_read_line(f, line, sizeof line), 0u);
     EXPECT_EQ(std::string(line, sizeof line), std::string("b\0\nb###\0", 8));
-    ASSERT_EQ(ombr_fs_file_get_position(f, &pos), 0u);
-    EXPECT_EQ(pos, 10u);
+    EXPECT_EQ(out(ombr_fs_file_get_position, f), 10u);
     EXPECT_EQ(ombr_fs_file_read_line(f, line, sizeof line), 0x90030049u);
     ASSERT_EQ(ombr_fs_file_close(f), 0u);
 
@@ -225,9 +209,7 @@ TEST_F(FsTest, AttributesOfOpenAndNamedFiles) {
     ombr_file_t f = nullptr;
     ASSERT_EQ(ombr_fs_file_open(path("ro").c_str(), OMBR_FS_FLAG_WRITE | OMBR_FS_FLAG_CREATE, OMBR_FS_ATTR_READ, &f),
               0u);
-    uint32_t attributes = 0;
-    ASSERT_EQ(ombr_fs_file_attributes(f, &attributes), 0u);
-    EXPECT_EQ(attributes, OMBR_FS_ATTR_READ);
+    EXPECT_EQ(out(ombr_fs_file_attributes, f), OMBR_FS_ATTR_READ);
     ASSERT_EQ(ombr_fs_file_close(f), 0u);
     struct stat st{};
     ASSERT_EQ(stat(path("ro").c_str(), &st), 0);
@@ -236,8 +218,7 @@ TEST_F(FsTest, AttributesOfOpenAndNamedFiles) {
     ASSERT_EQ(ombr_fs_file_set_attributes(path("ro").c_str(), kAttrRW), 0u);
     ASSERT_EQ(stat(path("ro").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0666u);
-    ASSERT_EQ(ombr_fs_file_get_attributes(path("ro").c_str(), &attributes), 0u);
-    EXPECT_EQ(attributes, kAttrRW);
+    EXPECT_EQ(out(ombr_fs_file_get_attributes, path("ro").c_str()), kAttrRW);
 }
 
 TEST_F(FsTest, OperationsByName) {
@@ -246,8 +227,7 @@ TEST_F(FsTest, OperationsByName) {
     uint64_t size = 0;
     ASSERT_EQ(ombr_fs_file_exists(path("f").c_str(), &exists), 0u);
     EXPECT_EQ(exists, 1u);
-    ASSERT_EQ(ombr_fs_file_get_size(path("f").c_str(), &size), 0u);
-    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(out(ombr_fs_file_get_size, path("f").c_str()), 5u);
     ASSERT_EQ(ombr_fs_file_rename(path("f").c_str(), path("g").c_str()), 0u);
     ASSERT_EQ(ombr_fs_file_exists(path("f").c_str(), &exists), 0u);
     EXPECT_EQ(exists, 0u);
@@ -330,9 +310,7 @@ TEST_F(FsTest, StandardStreams) {
     // The end test compares position and size for any file: a device of
     // size 0 is at its end from the start.
     ASSERT_EQ(ombr_fs_file_open("/dev/null", OMBR_FS_FLAG_READ, 0, &f), 0u);
-    uint8_t eof = 0;
-    ASSERT_EQ(ombr_fs_file_get_eof(f, &eof), 0u);
-    EXPECT_EQ(eof, 1u);
+    EXPECT_EQ(out(ombr_fs_file_get_eof, f), 1u);
     ASSERT_EQ(ombr_fs_file_close(f), 0u);
     int null_fd = open("/dev/null", O_RDONLY);
     dup2(null_fd, 0);
@@ -342,17 +320,14 @@ TEST_F(FsTest, StandardStreams) {
 TEST_F(FsTest, CopyDeletesAnExistingDestinationAndNeverCreatesOne) {
     write_file(path("src"), "source");
     write_file(path("dst"), "old");
-    uint8_t exists = 0;
     // The destination is opened without the create flag: a destination that
     // does not exist by then makes the copy fail, having created nothing.
     EXPECT_EQ(ombr_fs_file_copy(path("src").c_str(), path("new").c_str(), 0), 0x90030041u);
-    ASSERT_EQ(ombr_fs_file_exists(path("new").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
+    EXPECT_EQ(out(ombr_fs_file_exists, path("new").c_str()), 0u);
     EXPECT_EQ(ombr_fs_file_copy(path("src").c_str(), path("dst").c_str(), 1), 0x90030042u);
     EXPECT_EQ(read_file(path("dst")), "old");
     EXPECT_EQ(ombr_fs_file_copy(path("src").c_str(), path("dst").c_str(), 0), 0x90030041u);
-    ASSERT_EQ(ombr_fs_file_exists(path("dst").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
+    EXPECT_EQ(out(ombr_fs_file_exists, path("dst").c_str()), 0u);
     EXPECT_EQ(ombr_fs_file_copy(path("none").c_str(), path("dst").c_str(), 0), 0x90030041u);
     EXPECT_EQ(read_file(path("src")), "source");
 }
@@ -408,15 +383,11 @@ TEST_F(FsTest, DirectoriesCreateListAndDelete) {
     ASSERT_EQ(ombr_fs_dir_close(dir), 0u);
     EXPECT_EQ(ombr_fs_dir_close(nullptr), 0u);
 
-    uint8_t exists = 0;
-    ASSERT_EQ(ombr_fs_dir_exists(d.c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 1u);
-    ASSERT_EQ(ombr_fs_dir_exists((d + "/file").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
+    EXPECT_EQ(out(ombr_fs_dir_exists, d.c_str()), 1u);
+    EXPECT_EQ(out(ombr_fs_dir_exists, (d + "/file").c_str()), 0u);
     EXPECT_EQ(ombr_fs_dir_delete(d.c_str(), 0), 0x10030050u);  // not empty: a soft status
     EXPECT_EQ(ombr_fs_dir_delete((d + "/sub/").c_str(), 0), 0u);  // the trailing separator is dropped
-    ASSERT_EQ(ombr_fs_dir_exists((d + "/sub").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
+    EXPECT_EQ(out(ombr_fs_dir_exists, (d + "/sub").c_str()), 0u);
 
     EXPECT_EQ(ombr_fs_dir_open("", &dir), 0x90030001u);
     EXPECT_EQ(ombr_fs_dir_open(d.c_str(), nullptr), 0x90030001u);
@@ -464,8 +435,7 @@ TEST_F(FsTest, DirectoryDeleteWithParentsStopsAtTheFirstFailure) {
 
 TEST_F(FsTest, MaxHandlesOption) {
     const char *value = nullptr;
-    ASSERT_EQ(ombr_fs_option_get(OMBR_FS_OPTION_MAX_HANDLES, &value), 0u);
-    EXPECT_STREQ(value, "0");
+    EXPECT_EQ(out(ombr_fs_option_get, OMBR_FS_OPTION_MAX_HANDLES), "0");
     EXPECT_EQ(ombr_fs_option_set("OMBR_FS_MAX_HANDLES", "5"), 0x90030001u);  // exact case
     EXPECT_EQ(ombr_fs_option_set("other", "5"), 0x90030001u);
     EXPECT_EQ(ombr_fs_option_set(nullptr, "5"), 0x90030001u);
@@ -476,8 +446,7 @@ TEST_F(FsTest, MaxHandlesOption) {
     EXPECT_STREQ(value, "17");
     const char *first = value;
     ASSERT_EQ(ombr_fs_option_set(OMBR_FS_OPTION_MAX_HANDLES, "4000000000"), 0u);
-    ASSERT_EQ(ombr_fs_option_get(OMBR_FS_OPTION_MAX_HANDLES, &value), 0u);
-    EXPECT_EQ(value, first);  // one static area
+    EXPECT_EQ(out(ombr_fs_option_get, OMBR_FS_OPTION_MAX_HANDLES), first);  // one static area
     EXPECT_STREQ(first, "4000000000");
 }
 
@@ -500,9 +469,7 @@ TEST_F(FsTest, EvictionKeepsThePosition) {
     EXPECT_EQ(fds_here(), 2);
     counts = ombr::fsmgr::counts();
     EXPECT_EQ(counts.open, 1u);  // b
-    uint64_t pos = 0;
-    ASSERT_EQ(ombr_fs_file_get_position(b, &pos), 0u);
-    EXPECT_EQ(pos, 4u);
+    EXPECT_EQ(out(ombr_fs_file_get_position, b), 4u);
     ASSERT_EQ(write_all(b, "-more"), 0u);  // b back, at its position
     for (ombr_file_t f : {a, b, c}) EXPECT_EQ(ombr_fs_file_close(f), 0u);
     EXPECT_EQ(read_file(path("b")), "bbbb-more");

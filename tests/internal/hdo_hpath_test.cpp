@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "hdo_test_support.h"
+#include "out_param.h"
 
 namespace {
 
@@ -246,9 +247,7 @@ TEST_F(HdoHpath, ValuesAndChildrenByPath) {
     ASSERT_EQ(ombr_hdo_get_value_by_hpath(root, "A(2)/$C", nullptr, 0, &handle), 0u);
     // The handle's node is the start node, not the one holding the value...
     EXPECT_EQ(handle->node, root);
-    const char *text = nullptr;
-    ASSERT_EQ(ombr_hdo_value_getdata_string(handle, &text), 0u);
-    EXPECT_STREQ(text, "c2");
+    EXPECT_EQ(out(ombr_hdo_value_getdata_string, handle), "c2");
     // ...so a write that must split cannot find the value there.
     ombr_hdo_t copy = nullptr;
     ASSERT_EQ(ombr_hdo_copy(root, &copy, 1), 0u);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "out_param.h"
 #include "xml_test_support.h"
 
 namespace {
@@ -78,12 +79,9 @@ TEST_F(IostreamTest, CreationRules) {
     EXPECT_EQ(read_some(s, 2, &status), "01");
     EXPECT_EQ(rec.read_sizes, std::vector<uint32_t>{1024});
     uint8_t can = 0;
-    EXPECT_EQ(ombr_iostream_can_read(s, &can), 0u);
-    EXPECT_EQ(can, 1);
-    EXPECT_EQ(ombr_iostream_can_write(s, &can), 0u);
-    EXPECT_EQ(can, 1);
-    EXPECT_EQ(ombr_iostream_can_reset(s, &can), 0u);
-    EXPECT_EQ(can, 1);
+    EXPECT_EQ(out(ombr_iostream_can_read, s), 1);
+    EXPECT_EQ(out(ombr_iostream_can_write, s), 1);
+    EXPECT_EQ(out(ombr_iostream_can_reset, s), 1);
     EXPECT_EQ(ombr_iostream_addref(s), 0u);
     EXPECT_EQ(ombr_iostream_release(s), 0u);
     EXPECT_EQ(rec.deletes, 0);

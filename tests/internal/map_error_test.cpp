@@ -1,11 +1,8 @@
 // Status mapping into the module's package.
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <thread>
-#include <vector>
 
 #include "cantrix/cantrix_internal.h"
+#include "cantrix_test.h"
 #include "zelto/zelto_manager.h"
 
 namespace {
@@ -63,16 +60,13 @@ TEST(ModuleLock, ConcurrentInitialiseAndShutdownKeepTheCount) {
     const int32_t refs_before = zelto_manager_service_refs(nullptr);
     constexpr int kThreads = 4, kRounds = 150;
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < kRounds; ++i) {
-                if (zelto_cantrix_initialize(zelto_manager_get_table()) != 0) ++failures;
-                if (zelto_cantrix_initchecks() == 0) ++failures;  // this thread's call still counts
-                if (zelto_cantrix_shutdown() != 0) ++failures;
-            }
-        });
-    for (auto &thread : threads) thread.join();
+    on_threads(kThreads, [&](int) {
+        for (int i = 0; i < kRounds; ++i) {
+            if (zelto_cantrix_initialize(zelto_manager_get_table()) != 0) ++failures;
+            if (zelto_cantrix_initchecks() == 0) ++failures;  // this thread's call still counts
+            if (zelto_cantrix_shutdown() != 0) ++failures;
+        }
+    });
     EXPECT_EQ(failures.load(), 0);
     EXPECT_EQ(zelto_cantrix_initchecks(), 0u);
     EXPECT_EQ(zelto_manager_service_refs(nullptr), refs_before);

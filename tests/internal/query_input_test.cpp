@@ -7,6 +7,7 @@
 #include "log_capture.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
+#include "out_param.h"
 #include "rvo_read.h"
 #include "script_fixture.h"
 
@@ -56,9 +57,7 @@ TEST_F(QueryInputTest, BooleanOptionsSetAndClearTheirBits) {
     EXPECT_EQ(query_->data_flags, 0x1000000u);
     EXPECT_EQ(zelto_cantrix_query_option_set(query_, "zelto_cantrix_option_enable_playlist", "false"), 0u);
     EXPECT_EQ(query_->data_flags, 0u);
-    const char *value = nullptr;
-    EXPECT_EQ(zelto_cantrix_query_option_get(query_, "zelto_cantrix_option_enable_sonic", &value), 0u);
-    EXPECT_STREQ(value, "true");
+    EXPECT_EQ(out(zelto_cantrix_query_option_get, query_, "zelto_cantrix_option_enable_sonic"), "true");
     // Options that are no booleans touch no bit.
     EXPECT_EQ(zelto_cantrix_query_option_set(query_, "zelto_cantrix_single_result", "1"), 0u);
     EXPECT_EQ(query_->data_flags, 0u);

@@ -6,6 +6,7 @@
 #include "module_fixture.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
+#include "out_param.h"
 #include "zelto/zelto_host_services.h"
 
 namespace {
@@ -83,11 +84,8 @@ TEST_F(ResponseObjectsTest, AlbumResponseCountsChildrenAndFallsBackToInfo) {
     EXPECT_EQ(value(album, "zelto_val_title"), "Night Train");
     EXPECT_EQ(value(album, "zelto_val_txtmatchscore"), "87");
     EXPECT_EQ(value(album, "zelto_val_txtmatchscore", 2, 0x10100003u), "<null>");
-    uint32_t count = 0;
-    EXPECT_EQ(zelto_manager_rvo_value_count(album, "zelto_val_txtmatchscore", &count), 0u);
-    EXPECT_EQ(count, 1u);
-    EXPECT_EQ(zelto_manager_rvo_value_count(album, "zelto_val_nothing", &count), 0u);
-    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, album, "zelto_val_txtmatchscore"), 1u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, album, "zelto_val_nothing"), 0u);
     const char *name = "unset", *text = "unset";
     EXPECT_EQ(zelto_manager_rvo_render_value(album, 0, &name, &text), 0u);
     EXPECT_STREQ(name, "MATCH_SCORE");

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "cantrix_test.h"
+#include "out_param.h"
 #include "string/ombr_string_internal.h"
 
 namespace {
@@ -89,14 +90,12 @@ TEST(StringCursor, CharnextStepsAndStopsAtTheEnd) {
     EXPECT_EQ(size, 3u);
     EXPECT_EQ(ombr_string_charnext(&cursor, nullptr), 0x7Au);
     // At the terminator: 0, size 1, and the cursor has moved past it.
-    EXPECT_EQ(ombr_string_charnext(&cursor, &size), 0u);
-    EXPECT_EQ(size, 1u);
+    EXPECT_EQ(out(ombr_string_charnext, &cursor), 1u);
     EXPECT_EQ(cursor, kMixed + sizeof kMixed);
 
     const char bad[] = "\xC3z";
     cursor = bad;
-    EXPECT_EQ(ombr_string_charnext(&cursor, &size), 0u);
-    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(out(ombr_string_charnext, &cursor), 0u);
     EXPECT_EQ(cursor, bad);  // nothing moves
 
     const char *null_cursor = nullptr;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "datatypes_test_support.h"
+#include "out_param.h"
 
 namespace {
 
@@ -105,8 +106,7 @@ TEST_F(VectorTest, InsertRemoveAndIndexRange) {
 
     uintptr_t e = 0;
     EXPECT_EQ(ombr_vector_getindex(v, 4, &e), 0x100D0361u);
-    ASSERT_EQ(ombr_vector_removeindex(v, 1, &e), 0u);
-    EXPECT_EQ(e, 20u);
+    EXPECT_EQ(out(ombr_vector_removeindex, v, 1), 20u);
     EXPECT_TRUE(g_freed.empty());  // remove hands the entry over
     ASSERT_EQ(ombr_vector_removeindex(v, 0, nullptr), 0u);
     EXPECT_EQ(ombr_vector_removeindex(v, 2, &e), 0x100D0361u);
@@ -188,14 +188,11 @@ TEST_F(VectorTest, OutOfOrderInsertClearsSortedBitAndFindScans) {
     // The unsorted find scans from 0: the first entry equal by callback.
     ASSERT_EQ(ombr_vector_insert(v, 0, 450), 0u);
     uint32_t index = 0;
-    ASSERT_EQ(ombr_vector_find(v, 420, &index), 0u);
-    EXPECT_EQ(index, 0u);
-    ASSERT_EQ(ombr_vector_find(v, 150, &index), 0u);
-    EXPECT_EQ(index, 1u);
+    EXPECT_EQ(out(ombr_vector_find, v, 420), 0u);
+    EXPECT_EQ(out(ombr_vector_find, v, 150), 1u);
     // Literal find on an unsorted vector ignores the callback.
     EXPECT_EQ(ombr_vector_find_literal(v, 150, &index), 0x100D0003u);
-    ASSERT_EQ(ombr_vector_find_literal(v, 199, &index), 0u);
-    EXPECT_EQ(index, 3u);
+    EXPECT_EQ(out(ombr_vector_find_literal, v, 199), 3u);
     // Add on an unsorted vector appends.
     ASSERT_EQ(ombr_vector_add(v, 50), 0u);
     EXPECT_EQ(contents(v), (std::vector<uintptr_t>{450, 100, 200, 199, 250, 300, 400, 50}));
@@ -227,9 +224,7 @@ TEST_F(VectorTest, SortRulesForCompareAndForce) {
     EXPECT_EQ(contents(v), (std::vector<uintptr_t>{399, 305, 300, 204, 101}));
     // Without a callback the raw value orders.
     ASSERT_EQ(ombr_vector_add(v, 7), 0u);
-    uint32_t index = 0;
-    ASSERT_EQ(ombr_vector_find(v, 300, &index), 0u);
-    EXPECT_EQ(index, 2u);
+    EXPECT_EQ(out(ombr_vector_find, v, 300), 2u);
     // Clear keeps the sorted bit.
     ASSERT_EQ(ombr_vector_sort(v, descending, 0), 0u);
     ASSERT_EQ(ombr_vector_clear(v), 0u);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "module_fixture.h"
+#include "out_param.h"
 #include "synth_song.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -245,9 +246,7 @@ TEST_F(CatalogueFingerprintTest, AddRefusesWhatCannotBeStoredAndKeepsEarlierEntr
     ASSERT_EQ(zelto_catalogue_fingerprint_counts(catalogue_, &after), 0u);
     EXPECT_EQ(after.fingerprints, before.fingerprints);
     EXPECT_EQ(after.files, before.files);
-    uint8_t known = 0;
-    ASSERT_EQ(zelto_catalogue_fingerprint_known(catalogue_, "song-2", &known), 0u);
-    EXPECT_EQ(known, 1);
+    EXPECT_EQ(out(zelto_catalogue_fingerprint_known, catalogue_, "song-2"), 1);
     // A content seen before changes nothing, whatever else the entry says.
     zelto_catalogue_fingerprint_entry again{good.c_str(), "song-2", "renamed.mp3", nullptr, nullptr};
     zelto_catalogue_fingerprint_result r{};

@@ -21,13 +21,6 @@ namespace {
 constexpr int kThreads = 4;
 constexpr int kRounds = 20;
 
-template <typename Work>
-void on_threads(int count, Work work) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < count; ++t) threads.emplace_back(work, t);
-    for (auto &thread : threads) thread.join();
-}
-
 // One find on a new query of the user; the walk of its response.
 template <typename Setup, typename Find>
 response_walk::Walk find_and_walk(zelto_user *user, Setup setup, Find find, uint32_t *out_status) {

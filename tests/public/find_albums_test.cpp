@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "out_param.h"
 #include "rvo_read.h"
 #include "script_fixture.h"
 
@@ -68,9 +69,7 @@ TEST_F(FindAlbumsTest, CdIdentifiedEndToEnd) {
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
     EXPECT_EQ(zelto_manager_errorinfo_get(nullptr, nullptr, nullptr), 0u);
-    const char *context = nullptr;
-    EXPECT_EQ(zelto_manager_rvo_get_context(response, &context), 0u);
-    EXPECT_STREQ(context, "zelto_ctx_response_album");
+    EXPECT_EQ(out(zelto_manager_rvo_get_context, response), "zelto_ctx_response_album");
     EXPECT_EQ(value_of(response, "zelto_val_resultcount"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_rangestart"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_rangeend"), "1");
@@ -138,9 +137,8 @@ TEST_F(FindAlbumsTest, OptionsGoOutInTheirOrder) {
     EXPECT_EQ(value_of(response, "zelto_val_resultcount"), "0");
     EXPECT_EQ(value_of(response, "zelto_val_rangestart"), "0");
     EXPECT_EQ(value_of(response, "zelto_val_decision"), "0");
-    uint32_t flags = 0;
-    EXPECT_EQ(zelto_manager_rvo_data_flags(response, &flags), 0u);
-    EXPECT_EQ(flags, 0x400000u | 0x800000u | 0x1000000u | 0x4000000u | 0x8000000u);
+    EXPECT_EQ(out(zelto_manager_rvo_data_flags, response),
+              0x400000u | 0x800000u | 0x1000000u | 0x4000000u | 0x8000000u);
     zelto_manager_rvo_release(response);
     EXPECT_EQ(transcript(0),
               "mode 1\n"
@@ -287,9 +285,7 @@ TEST_F(FindAlbumsTest, NoNewRevisionGivesAPresentNullMatchType) {
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
-    uint32_t count = 0;
-    EXPECT_EQ(zelto_manager_rvo_value_count(album, "_sdkmgr_val_match_type", &count), 0u);
-    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, album, "_sdkmgr_val_match_type"), 1u);
     EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "<null>");
     zelto_manager_rvo_release(album);
     zelto_manager_rvo_release(response);

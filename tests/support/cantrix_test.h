@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <thread>
+#include <vector>
 
 #include "zelto/zelto_manager.h"
 
@@ -35,6 +37,14 @@ uint64_t for_each_allocation_failure(Attempt &&attempt, uint64_t limit = 100000)
     }
     EXPECT_LE(n, limit) << "operation never completed without an injected failure";
     return n - 1;
+}
+
+// Runs `work(t)` on `count` threads at once, t = 0 .. count - 1, and joins them.
+template <typename Work>
+void on_threads(int count, Work work) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t) threads.emplace_back(work, t);
+    for (auto &thread : threads) thread.join();
 }
 
 #endif
