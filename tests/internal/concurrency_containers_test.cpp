@@ -3,6 +3,7 @@
 // removers on one container end in the state a single thread would leave.
 #include <atomic>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -79,9 +80,12 @@ TEST_F(ConcurrencyContainers, VectorAddersReadersAndRemovers) {
     ombr_vector_t vector = nullptr;
     ASSERT_EQ(ombr_vector_create(&vector, OMBR_VECTOR_THREADSAFE, nullptr, nullptr), 0u);
     std::atomic<int> wrong{0};
-    // Each call is atomic, a find followed by a remove is not: another
-    // thread's remove between the two would shift the index found.
-    std::mutex removing;
+    // Each call is atomic, a pair of calls is not: another thread's remove
+    // between a find and a remove would shift the index found, and one
+    // between a count and a read of the last index would put that index
+    // past the end. Removes hold the lock alone; pairs that read share it;
+    // adds only grow the vector and need none.
+    std::shared_mutex removing;
     on_threads(kThreads, [&](int t) {
         for (int i = 1; i <= kPerThread; ++i) {
             const uintptr_t entry = uintptr_t(t) * 100000u + uintptr_t(i);
@@ -90,11 +94,14 @@ TEST_F(ConcurrencyContainers, VectorAddersReadersAndRemovers) {
             if (ombr_vector_find_literal(vector, entry, &index) != 0) ++wrong;
             uintptr_t read = 0;
             uint32_t count = 0;
-            ombr_vector_count(vector, &count);
-            if (count == 0 || ombr_vector_getindex(vector, count - 1, &read) != 0 || read == 0) ++wrong;
+            {
+                std::shared_lock<std::shared_mutex> reading(removing);
+                ombr_vector_count(vector, &count);
+                if (count == 0 || ombr_vector_getindex(vector, count - 1, &read) != 0 || read == 0) ++wrong;
+            }
             // Each thread takes out its own entries divisible by five.
             if (i % 5 == 0) {
-                std::lock_guard<std::mutex> guard(removing);
+                std::lock_guard<std::shared_mutex> guard(removing);
                 if (ombr_vector_find_literal(vector, entry, &index) != 0 ||
                     ombr_vector_removeindex(vector, index, &read) != 0 || read != entry)
                     ++wrong;
