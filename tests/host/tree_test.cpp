@@ -139,8 +139,7 @@ TEST_F(TreeTest, OfficialTitleIsTheTaggedOneOrTheFirst) {
     ASSERT_EQ(zelto_manager_rvo_child_get(a, "zelto_ctx_name!off", 1, 0, &n), 0u);
     EXPECT_EQ(value_of(n, "zelto_val_display"), "John Coltrane");
     EXPECT_EQ(zelto_manager_rvo_child_get(a, "zelto_ctx_name!off", 2, 0, &n), ZELTO_RVO_NOT_FOUND);
-    zelto_manager_rvo_release(n);
-    zelto_manager_rvo_release(a);
+    for (auto item : {n, a}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(TreeTest, MalformedChildKeysAreRefused) {
@@ -213,8 +212,7 @@ TEST_F(TreeTest, DataFlagsWithholdValues) {
     zelto_manager_rvo_release(child);
     ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!", 4, 1, &child), 0u);
     EXPECT_EQ(value_of(child, "zelto_val_xid"), failed_read(ZELTO_RVO_WITHHELD));
-    zelto_manager_rvo_release(child);
-    zelto_manager_rvo_release(linked);
+    for (auto item : {child, linked}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {

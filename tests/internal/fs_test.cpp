@@ -347,8 +347,7 @@ TEST_F(FsTest, CopyContentsInSteps) {
     ASSERT_EQ(ombr_fs_file_seek(in, 0, OMBR_FS_SEEK_START), 0u);
     ASSERT_EQ(ombr_fs_file_open("/dev/full", OMBR_FS_FLAG_WRITE, 0, &out), 0u);
     EXPECT_EQ(ombr::fs_copy_contents(in, out), 0x90030043u);
-    ASSERT_EQ(ombr_fs_file_close(out), 0u);
-    ASSERT_EQ(ombr_fs_file_close(in), 0u);
+    for (auto item : {out, in}) ASSERT_EQ(ombr_fs_file_close(item), 0u);
 }
 
 // ---- Directories ---------------------------------------------------------------------
@@ -530,8 +529,7 @@ TEST_F(FsTest, ReopenNeverTruncatesOrCreatesAgain) {
     ASSERT_EQ(ombr_fs_file_exists(path("gone").c_str(), &exists), 0u);
     EXPECT_EQ(exists, 0u);
     ASSERT_EQ(write_all(w, "?"), 0u);
-    EXPECT_EQ(ombr_fs_file_close(gone), 0u);
-    EXPECT_EQ(ombr_fs_file_close(w), 0u);
+    for (auto item : {gone, w}) EXPECT_EQ(ombr_fs_file_close(item), 0u);
     EXPECT_EQ(read_file(path("w")), "keep!?");
     EXPECT_EQ(ombr::fsmgr::counts().handles, 0u);
 }
@@ -613,8 +611,7 @@ TEST_F(FsTest, EveryAllocationFailureOfOpenLeavesNothing) {
         EXPECT_LE(fds_here(), 2);
     });
     EXPECT_GE(runs, 1u);
-    EXPECT_EQ(ombr_fs_file_close(keep1), 0u);
-    EXPECT_EQ(ombr_fs_file_close(keep2), 0u);
+    for (auto item : {keep1, keep2}) EXPECT_EQ(ombr_fs_file_close(item), 0u);
     EXPECT_EQ(fds_here(), 0);
 }
 

@@ -481,8 +481,7 @@ TEST_F(HashtableTest, CopyKeepsOrderFlagsAndSharesReferences) {
     EXPECT_NE(v, w);  // copied values are copied again
     ASSERT_EQ(ombr_hashtable_value_find_ex(dst, "a", 0, &w, nullptr), 0u);
     EXPECT_EQ(w, static_cast<void *>(shared));
-    EXPECT_EQ(ombr_hashtable_delete(dst), 0u);
-    EXPECT_EQ(ombr_hashtable_delete(src), 0u);
+    for (auto item : {dst, src}) EXPECT_EQ(ombr_hashtable_delete(item), 0u);
     // Both tables handed the shared value to the callback.
     std::multiset<std::string> freed(FreedValues::log().begin(), FreedValues::log().end());
     EXPECT_EQ(freed.count("shared"), 2u);
@@ -495,8 +494,7 @@ TEST_F(HashtableTest, CopyKeepsOrderFlagsAndSharesReferences) {
     ASSERT_EQ(ombr_hashtable_copy(src, &dst), 0u);
     ASSERT_NE(dst, nullptr);
     EXPECT_EQ(count_of(dst), 0u);
-    EXPECT_EQ(ombr_hashtable_delete(dst), 0u);
-    EXPECT_EQ(ombr_hashtable_delete(src), 0u);
+    for (auto item : {dst, src}) EXPECT_EQ(ombr_hashtable_delete(item), 0u);
 }
 
 TEST_F(HashtableTest, ErrorHookSeesFailuresOnly) {

@@ -101,8 +101,7 @@ TEST_F(ResponseObjectsTest, AlbumResponseCountsChildrenAndFallsBackToInfo) {
     // A result outlives its response.
     EXPECT_EQ(zelto_manager_rvo_release(answer), 0u);
     EXPECT_EQ(value(album, "zelto_val_title"), "Night Train");
-    EXPECT_EQ(zelto_manager_rvo_release(album), 0u);
-    EXPECT_EQ(zelto_manager_rvo_release(second), 0u);
+    for (auto item : {album, second}) EXPECT_EQ(zelto_manager_rvo_release(item), 0u);
     EXPECT_EQ(zelto_manager_tree_live_count(), 0u);
     EXPECT_EQ(zelto_manager_rvo_live_count(), 0u);
 }
@@ -148,8 +147,7 @@ TEST_F(ResponseObjectsTest, EmptyResponseAndResultWithoutObject) {
     zelto_locale_handle locale = reinterpret_cast<zelto_locale_handle>(0x1);
     EXPECT_EQ(zelto_manager_rvo_get_locale(child, &locale), 0u);
     EXPECT_EQ(locale, nullptr);
-    zelto_manager_rvo_release(child);
-    zelto_manager_rvo_release(answer);
+    for (auto item : {child, answer}) zelto_manager_rvo_release(item);
 
     EXPECT_EQ(_cantrix_rvo_alloc_response("", 1, &response), 0x90810001u);
     EXPECT_EQ(_cantrix_rvo_alloc_response("x", 1, nullptr), 0x90810001u);
@@ -178,8 +176,7 @@ TEST_F(ResponseObjectsTest, MatchingTracksNamedByNumber) {
     EXPECT_EQ(value(track, "zelto_val_title"), "Track 3");
     zelto_manager_rvo_release(track);
     EXPECT_EQ(zelto_manager_rvo_child_get(result, "zelto_ctx_track!matching", 3, 1, &track), 0x10810003u);
-    zelto_manager_rvo_release(result);
-    zelto_manager_rvo_release(answer);
+    for (auto item : {result, answer}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(ResponseObjectsTest, ChildAllocationFailureLeavesNothing) {

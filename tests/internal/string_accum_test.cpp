@@ -183,8 +183,7 @@ TEST_F(StringAccum, DetachHandsOverTextAndLeavesAccumulatorEmpty) {
     EXPECT_FALSE(inside(text, other, sizeof other));
     EXPECT_STREQ(text, "abc");
     ombr_string_free(text);
-    EXPECT_EQ(ombr_string_accum_delete(small), 0u);
-    EXPECT_EQ(ombr_string_accum_delete(acc), 0u);
+    for (auto item : {small, acc}) EXPECT_EQ(ombr_string_accum_delete(item), 0u);
 }
 
 TEST_F(StringAccum, ArgumentChecks) {

@@ -155,8 +155,7 @@ TEST_F(StringmapTest, CopyIsIndependent) {
     EXPECT_EQ(entries_of(c), (std::vector<std::string>{"a=1", "b=<null>"}));
     ASSERT_EQ(ombr_stringmap_value_add(c, "A", "2"), 0u);  // same flags: replaces regardless of case
     EXPECT_EQ(count_of(c), 2u);
-    EXPECT_EQ(ombr_stringmap_delete(c), 0u);
-    EXPECT_EQ(ombr_stringmap_delete(m), 0u);
+    for (auto item : {c, m}) EXPECT_EQ(ombr_stringmap_delete(item), 0u);
 }
 
 TEST_F(StringmapTest, AllocationFailures) {
