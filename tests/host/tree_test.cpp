@@ -66,8 +66,7 @@ TEST_F(TreeTest, ContextAndValuesWithOrdinals) {
     EXPECT_EQ(value_of(object_, "zelto_val_missing"), kNotFound);
     EXPECT_EQ(value_of(object_, "_sdkmgr_val_response_code"), kNotFound);
     uint32_t count = 7;
-    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_missing", &count), 0u);
-    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, object_, "zelto_val_missing"), 0u);
     // Not a value key at all.
     const char *text = nullptr;
     EXPECT_EQ(zelto_manager_rvo_value_get(object_, "zelto_ctx_track!", 1, &text), ZELTO_RVO_BAD_ARG);
@@ -76,8 +75,7 @@ TEST_F(TreeTest, ContextAndValuesWithOrdinals) {
     // Several values under one key, added after exposure, in insertion order.
     ASSERT_EQ(zelto_manager_tree_add_value(album_, "_sdkmgr_val_genre", "Jazz"), 0u);
     ASSERT_EQ(zelto_manager_tree_add_value(album_, "_sdkmgr_val_genre", "Hard Bop"), 0u);
-    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "_sdkmgr_val_genre", &count), 0u);
-    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, object_, "_sdkmgr_val_genre"), 2u);
     EXPECT_EQ(value_of(object_, "_sdkmgr_val_genre", 1), "Jazz");
     EXPECT_EQ(value_of(object_, "_sdkmgr_val_genre", 2), "Hard Bop");
     EXPECT_EQ(value_of(object_, "_sdkmgr_val_genre", 3), kNotFound);
@@ -189,11 +187,8 @@ TEST_F(TreeTest, DataFlagsWithholdValues) {
     ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Bop", nullptr, ZELTO_DATA_CLASSICAL), 0u);
     // The object was made with no flags.
     EXPECT_EQ(value_of(object_, "zelto_val_xid"), failed_read(ZELTO_RVO_WITHHELD));
-    uint32_t count = 9;
-    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_xid", &count), 0u);
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(zelto_manager_rvo_value_count(object_, "zelto_val_genre", &count), 0u);
-    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, object_, "zelto_val_xid"), 0u);
+    EXPECT_EQ(out(zelto_manager_rvo_value_count, object_, "zelto_val_genre"), 1u);
     EXPECT_EQ(value_of(object_, "zelto_val_genre", 2), kNotFound);
 
     zelto_rvo_handle linked = nullptr;

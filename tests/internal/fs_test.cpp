@@ -155,9 +155,7 @@ TEST_F(FsTest, SeekOrigins) {
     for (const SeekCase &c : cases) {
         ASSERT_EQ(ombr_fs_file_seek(f, c.start, OMBR_FS_SEEK_START), 0u);
         EXPECT_EQ(ombr_fs_file_seek(f, c.offset, c.origin), c.status) << c.offset << " from " << c.origin;
-        uint64_t pos = 0;
-        ASSERT_EQ(ombr_fs_file_get_position(f, &pos), 0u);
-        EXPECT_EQ(pos, c.position) << c.offset << " from " << c.origin;
+        EXPECT_EQ(out(ombr_fs_file_get_position, f), c.position) << c.offset << " from " << c.origin;
     }
     EXPECT_EQ(ombr_fs_file_close(f), 0u);
 }
@@ -225,12 +223,10 @@ TEST_F(FsTest, OperationsByName) {
     write_file(path("f"), "12345");
     uint8_t exists = 9;
     uint64_t size = 0;
-    ASSERT_EQ(ombr_fs_file_exists(path("f").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 1u);
+    EXPECT_EQ(out(ombr_fs_file_exists, path("f").c_str()), 1u);
     EXPECT_EQ(out(ombr_fs_file_get_size, path("f").c_str()), 5u);
     ASSERT_EQ(ombr_fs_file_rename(path("f").c_str(), path("g").c_str()), 0u);
-    ASSERT_EQ(ombr_fs_file_exists(path("f").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
+    EXPECT_EQ(out(ombr_fs_file_exists, path("f").c_str()), 0u);
     EXPECT_EQ(read_file(path("g")), "12345");
     ASSERT_EQ(ombr_fs_file_delete(path("g").c_str()), 0u);
     EXPECT_EQ(ombr_fs_file_delete(path("g").c_str()), 0x90030041u);
@@ -423,11 +419,8 @@ TEST_F(FsTest, DirectoryDeleteWithParentsStopsAtTheFirstFailure) {
     write_file(path("keep"), "k");  // the temporary directory is not empty
     // p3, p2 and p1 go; the temporary directory refuses as it is not empty.
     EXPECT_EQ(ombr_fs_dir_delete(path("p1/p2/p3").c_str(), 1), 0x10030050u);
-    uint8_t exists = 1;
-    ASSERT_EQ(ombr_fs_dir_exists(path("p1").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
-    ASSERT_EQ(ombr_fs_dir_exists(dir_.c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 1u);
+    EXPECT_EQ(out(ombr_fs_dir_exists, path("p1").c_str()), 0u);
+    EXPECT_EQ(out(ombr_fs_dir_exists, dir_.c_str()), 1u);
 }
 
 // ---- Options and the handle manager ---------------------------------------------------
@@ -525,9 +518,7 @@ TEST_F(FsTest, ReopenNeverTruncatesOrCreatesAgain) {
     uint32_t got = 0;
     EXPECT_EQ(ombr_fs_file_read(gone, buf, 4, &got), 0x90030041u);
     EXPECT_EQ(ombr_fs_file_read(gone, buf, 4, &got), 0x90030041u);
-    uint8_t exists = 1;
-    ASSERT_EQ(ombr_fs_file_exists(path("gone").c_str(), &exists), 0u);
-    EXPECT_EQ(exists, 0u);
+    EXPECT_EQ(out(ombr_fs_file_exists, path("gone").c_str()), 0u);
     ASSERT_EQ(write_all(w, "?"), 0u);
     for (auto item : {gone, w}) EXPECT_EQ(ombr_fs_file_close(item), 0u);
     EXPECT_EQ(read_file(path("w")), "keep!?");

@@ -131,9 +131,7 @@ TEST_F(IostreamTest, BufferStreamEndsAndPushBack) {
     // A read that ends exactly at the end: 0, then the end.
     read_some(s, 1, &status);
     EXPECT_EQ(status, OMBR_IOSTREAM_END_OF_DATA);
-    uint8_t can = 1;
-    EXPECT_EQ(ombr_iostream_can_write(s, &can), 0u);
-    EXPECT_EQ(can, 0);
+    EXPECT_EQ(out(ombr_iostream_can_write, s), 0);
     EXPECT_EQ(ombr_iostream_write(s, "x", 1, &written), OMBR_IOSTREAM_ERR_NO_WRITE);
     EXPECT_EQ(ombr_iostream_flush(s), OMBR_IOSTREAM_ERR_NOT_AVAILABLE);
     EXPECT_EQ(ombr_iostream_release(s), 0u);

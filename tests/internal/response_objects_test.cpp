@@ -144,9 +144,7 @@ TEST_F(ResponseObjectsTest, EmptyResponseAndResultWithoutObject) {
     EXPECT_EQ(value(child, "_sdkmgr_val_lookup_type"), "TOC");
     const char *context = nullptr;
     EXPECT_EQ(zelto_manager_rvo_get_context(child, &context), 0x90810003u);
-    zelto_locale_handle locale = reinterpret_cast<zelto_locale_handle>(0x1);
-    EXPECT_EQ(zelto_manager_rvo_get_locale(child, &locale), 0u);
-    EXPECT_EQ(locale, nullptr);
+    EXPECT_EQ(out(zelto_manager_rvo_get_locale, child), nullptr);
     for (auto item : {child, answer}) zelto_manager_rvo_release(item);
 
     EXPECT_EQ(_cantrix_rvo_alloc_response("", 1, &response), 0x90810001u);

@@ -75,9 +75,7 @@ TEST_F(FindAlbumsTest, CdIdentifiedEndToEnd) {
     EXPECT_EQ(value_of(response, "zelto_val_rangeend"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_rangecount"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_decision"), "1");  // stays 1 even for a single match
-    uint32_t flags = 99;
-    EXPECT_EQ(zelto_manager_rvo_data_flags(response, &flags), 0u);
-    EXPECT_EQ(flags, 0u);
+    EXPECT_EQ(out(zelto_manager_rvo_data_flags, response), 0u);
 
     ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 1u);
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
