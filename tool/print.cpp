@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
+#include <vector>
 
 #include "tool/results.h"
 
@@ -99,12 +100,37 @@ void print_track_lines(const Row &album, const std::vector<Row> &tracks) {
     }
 }
 
+// The edition fields of an album, with their names in the text and in the
+// JSON output.
+struct EditionField {
+    const char *text_name, *json_name;
+    const std::string *value;
+};
+std::vector<EditionField> edition_fields(const Row &album) {
+    return {{"country", "country", &album.country},
+            {"date", "release_date", &album.release_date},
+            {"label", "label", &album.label},
+            {"catalogue number", "catalogue_number", &album.catalogue_number},
+            {"barcode", "barcode", &album.barcode},
+            {"format", "format", &album.format}};
+}
+
+// A line of the edition fields an album has ("    country: GB  date:
+// 1999"), none if it has none.
+void print_edition_text(const Row &album) {
+    std::string line;
+    for (const EditionField &f : edition_fields(album))
+        if (!f.value->empty()) line += std::string(line.empty() ? "    " : "  ") + f.text_name + ": " + shown(*f.value);
+    if (!line.empty()) std::printf("%s\n", line.c_str());
+}
+
 // A release of several discs shows the disc that matched, with its own
 // tracks numbered on it; a release of one disc shows the album's tracks.
 void print_album_text(const Row &album) {
     std::printf(" %s - %s", shown(album.artist).c_str(), shown(album.title).c_str());
     if (!album.year.empty()) std::printf(" (%s)", shown(album.year).c_str());
     std::putchar('\n');
+    print_edition_text(album);
     const bool disc_of_several = !album.disc_number.empty() && !album.disc_count.empty() && album.disc_count != "1";
     if (disc_of_several) {
         std::printf("    disc %s of %s", shown(album.disc_number).c_str(), shown(album.disc_count).c_str());
@@ -132,6 +158,20 @@ std::string lyric_excerpt(const std::string &text) {
     return cut < text.size() ? out + "..." : out;
 }
 
+// Where a lyric belongs: "from: ARTIST - ALBUM, disc D track N: TITLE",
+// with the album's identifier where the catalogue does not hold it.
+void print_lyric_place(const Row &lyric) {
+    if (lyric.album_tui.empty() && lyric.album_title.empty()) return;
+    if (lyric.album_title.empty())
+        std::printf("    from: album %s", shown(lyric.album_tui).c_str());
+    else
+        std::printf("    from: %s - %s", shown(lyric.album_artist).c_str(), shown(lyric.album_title).c_str());
+    if (!lyric.number.empty())
+        std::printf(", disc %s track %s", shown(lyric.disc_number).c_str(), shown(lyric.number).c_str());
+    if (!lyric.track_title.empty()) std::printf(": %s", shown(lyric.track_title).c_str());
+    std::putchar('\n');
+}
+
 void print_row_text(const Row &row) {
     if (row.context == ZELTO_CTX_ALBUM) {
         print_album_text(row);
@@ -143,6 +183,7 @@ void print_row_text(const Row &row) {
         std::printf(" contributor: %s\n", shown(row.name).c_str());
     } else if (row.context == ZELTO_CTX_LYRIC) {
         std::printf(" lyric: %s - %s\n", shown(row.artist).c_str(), shown(row.title).c_str());
+        print_lyric_place(row);
         std::printf("    %s\n", lyric_excerpt(row.text).c_str());
     }
     if (!row.fp_score.empty()) {
@@ -250,6 +291,7 @@ void row_json(Json &j, const Row &row) {
         j.str("toc", row.toc);
         j.num("disc_count", row.disc_count);
         j.num("disc_number", row.disc_number);
+        for (const EditionField &f : edition_fields(row)) j.str(f.json_name, *f.value);
         tracks_json(j, row.tracks);
         if (!row.disc_number.empty()) {
             // The matched disc: its TOC and its tracks numbered on it.
@@ -271,6 +313,12 @@ void row_json(Json &j, const Row &row) {
         j.str("title", row.title);
         j.str("artist", row.artist);
         j.str("text", row.text);
+        j.str("album_tui", row.album_tui);
+        j.str("album_title", row.album_title);
+        j.str("album_artist", row.album_artist);
+        j.num("disc_number", row.disc_number);
+        j.num("track_number", row.number);
+        j.str("track_title", row.track_title);
     }
     j.close('}');
 }

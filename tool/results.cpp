@@ -62,6 +62,12 @@ void read_album(const Object &album, Row &row) {
     row.track_count = album.value(ZELTO_VAL_ALBUMTRACKCNT);
     row.tui = album.value(ZELTO_VAL_TUI);
     row.toc = album.value(ZELTO_VAL_TOC);
+    row.country = album.value(ZELTO_VAL_COUNTRY);
+    row.release_date = album.value(ZELTO_VAL_RELEASE_DATE);
+    row.label = album.value(ZELTO_VAL_LABEL);
+    row.catalogue_number = album.value(ZELTO_VAL_CATALOG_NUMBER);
+    row.barcode = album.value(ZELTO_VAL_BARCODE);
+    row.format = album.value(ZELTO_VAL_FORMAT);
     const uint32_t n = album.count(ZELTO_CHILD_TRACK);
     for (uint32_t i = 1; i <= n; ++i) row.tracks.push_back(read_track(album.child(ZELTO_CHILD_TRACK, i)));
     // The disc that matched, on a release of one disc or several.
@@ -90,6 +96,13 @@ Row read_row(const Object &object) {
         row.title = object.title();
         row.artist = object.artist();
         row.text = object.value(ZELTO_VAL_LYRIC_TEXT);
+        row.album_tui = object.value(ZELTO_VAL_ALBUM_TUI);
+        row.disc_number = object.value(ZELTO_VAL_DISCNUMBER);
+        row.number = object.value(ZELTO_VAL_TRACKNUMBER);
+        const Object album = object.child(ZELTO_CHILD_ALBUM, 1);
+        row.album_title = album.title();
+        row.album_artist = album.artist();
+        row.track_title = object.child(ZELTO_CHILD_TRACK, 1).title();
     }
     row.context = context;
     row.fp_score = object.value(ZELTO_CATALOGUE_VAL_FP_SCORE);

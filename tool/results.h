@@ -50,8 +50,13 @@ struct Row {
     std::string year, genre, track_count, tui, toc;  // albums (tui: tracks too)
     std::string number, duration_ms, disc_number;    // tracks (disc_number: albums too)
     std::string disc_count, disc_title, disc_toc;    // albums: the release's discs, the matched disc's
+    // Albums: the edition (what tells apart releases that share a TOC).
+    std::string country, release_date, label, catalogue_number, barcode, format;
     std::string name, collaboration;                 // contributors
     std::string text;                                // lyrics
+    // Lyrics: the album and track they belong to (disc_number and number
+    // above hold the disc and track numbers).
+    std::string album_tui, album_title, album_artist, track_title;
     std::vector<Row> tracks;                         // an album's tracks
     std::vector<Row> disc_tracks;                    // the matched disc's, numbered on the disc
     // A fingerprint hit (album or track): its score (0..100), where the

@@ -42,6 +42,15 @@
  * disc's "zelto_val_discnumber", its "zelto_val_toc", its title under
  * "zelto_ctx_title!off" and its tracks ("zelto_ctx_track!", those the album
  * carries) numbered on the disc; "zelto_val_toc" of the album is that disc's.
+ * An album carries the edition fields the imported data gives (see
+ * zelto_keys.h: "zelto_val_country", "_release_date", "_label",
+ * "_catalog_number", "_barcode", "_format"), which tell apart the releases
+ * of a multi-exact TOC answer; the matched disc carries its "zelto_val_format".
+ * A lyric tied to an album carries "zelto_val_album_tui", and when tied to a
+ * track "zelto_val_discnumber" and "zelto_val_tracknumber"; where the
+ * catalogue holds that album, the lyric has the child "zelto_ctx_album!"
+ * (its tui, title and artist) and, for its track, "zelto_ctx_track!" (disc
+ * and track numbers, title).
  *
  * Execute reports progress through the request callback with kind 16:
  * code 1 (started), 8 (query sent to the catalogue), 9 (value1 hits
@@ -115,10 +124,11 @@ ZELTO_MANAGER_API const char *zelto_catalogue_last_message(zelto_catalogue *cata
 typedef struct zelto_catalogue_import_report {
     uint64_t records;  /* records read */
     uint64_t imported; /* albums and lyrics stored */
-    uint64_t replaced; /* of those, replacing an album of the same identifier (same or older revision) */
+    uint64_t replaced; /* of those, replacing an album of the same identifier (same or older revision)
+                          or a lyric of the same key (album, disc and track; else title and artist) */
     uint64_t skipped;  /* bad records and older revisions */
     uint8_t stopped;   /* the progress callback asked to stop */
-    uint64_t unchanged; /* of those replaced, the same revision with the same content */
+    uint64_t unchanged; /* of those replaced, the same revision (a lyric: the same fields) with the same content */
 } zelto_catalogue_import_report;
 
 /* Called now and then during an import with bytes read of all bytes and

@@ -238,6 +238,17 @@ typedef uint32_t zelto_data_flags;
 #define ZELTO_VAL_DISCCOUNT "zelto_val_disccount"       /* discs of an album's release */
 #define ZELTO_VAL_DISC_MATCHED "zelto_val_disc_matched" /* number of the disc that matched */
 
+/* Value keys of an album's edition (the release as it was issued), present
+ * where the imported data gives them: what tells apart several releases that
+ * share one TOC. The format is that of the album's matched (else first)
+ * disc, and a disc carries its own. */
+#define ZELTO_VAL_COUNTRY "zelto_val_country"               /* "GB", "XE", ... */
+#define ZELTO_VAL_RELEASE_DATE "zelto_val_release_date"     /* "1999", "1999-03" or "1999-03-02" */
+#define ZELTO_VAL_LABEL "zelto_val_label"                   /* record labels, joined by ", " */
+#define ZELTO_VAL_CATALOG_NUMBER "zelto_val_catalog_number" /* the labels' catalogue numbers, joined by ", " */
+#define ZELTO_VAL_BARCODE "zelto_val_barcode"
+#define ZELTO_VAL_FORMAT "zelto_val_format"                 /* "CD", "Enhanced CD", ... */
+
 /* Value keys of a response and of its rows. */
 #define ZELTO_VAL_RANGESTART "zelto_val_rangestart"
 #define ZELTO_VAL_RANGEEND "zelto_val_rangeend"

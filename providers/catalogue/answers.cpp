@@ -152,6 +152,17 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
     a.value(ZELTO_VAL_TITLE, album.title).value(ZELTO_VAL_ARTIST, album.artist);
     if (album.year) a.value(ZELTO_VAL_YEAR, album.year);
     if (!album.genre.empty()) a.value(ZELTO_VAL_GENRE, album.genre);
+    // The edition, where the imported data tells it.
+    const std::pair<const char *, const std::string *> edition[] = {
+        {ZELTO_VAL_COUNTRY, &album.country},
+        {ZELTO_VAL_RELEASE_DATE, &album.release_date},
+        {ZELTO_VAL_LABEL, &album.label},
+        {ZELTO_VAL_CATALOG_NUMBER, &album.catalogue_number},
+        {ZELTO_VAL_BARCODE, &album.barcode},
+        {ZELTO_VAL_FORMAT, toc_disc ? &toc_disc->format : nullptr},
+    };
+    for (const auto &[key, text] : edition)
+        if (text && !text->empty()) a.value(key, *text);
     a.value(ZELTO_VAL_ALBUMTRACKCNT, album.track_count()).value(ZELTO_VAL_FULL_RESULT, shape.full ? "1" : "0");
     a.value(ZELTO_VAL_DISCCOUNT, album.discs.size());
     for (uint32_t m : shape.matched) a.value(ZELTO_VAL_TRACK_MATCHED, m);
@@ -168,6 +179,7 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
         disc_node = Node(ZELTO_CTX_DISC);
         disc_node.value(ZELTO_VAL_DISCNUMBER, matched->number);
         if (!matched->title.empty()) disc_node.title(matched->title);
+        if (!matched->format.empty()) disc_node.value(ZELTO_VAL_FORMAT, matched->format);
         if (!toc.empty()) disc_node.value(ZELTO_VAL_TOC, toc);
     }
     uint32_t position = 0;
@@ -521,6 +533,25 @@ class Executor {
             });
     }
 
+    // The album and track a lyric belongs to: their numbers, and where the
+    // catalogue holds them, the album (tui, title, artist) and the track
+    // (numbers and title) as children.
+    static void where_lyric_belongs(const catalogue::Lyric &lyric, Node &l) {
+        if (lyric.track_number)
+            l.value(ZELTO_VAL_DISCNUMBER, lyric.disc_number).value(ZELTO_VAL_TRACKNUMBER, lyric.track_number);
+        if (lyric.album_title.empty()) return;
+        Node a(ZELTO_CTX_ALBUM);
+        a.value(ZELTO_VAL_TUI, lyric.album_tui);
+        a.title(lyric.album_title);
+        a.artist(lyric.album_artist);
+        l.child(ZELTO_CHILD_ALBUM, a);
+        if (lyric.track_title.empty()) return;
+        Node t(ZELTO_CTX_TRACK);
+        t.value(ZELTO_VAL_TRACKNUMBER, lyric.track_number).value(ZELTO_VAL_DISCNUMBER, lyric.disc_number);
+        t.title(lyric.track_title);
+        l.child(ZELTO_CHILD_TRACK, t);
+    }
+
     Outcome lyric_search(const catalogue::LyricQuery &query) {
         return paged_answer<catalogue::LyricSearchResult>(
             ZELTO_CTX_RESPONSE, [&](auto &result) { return db_.search_lyrics(query, range_, result); },
@@ -534,6 +565,7 @@ class Executor {
                 l.value(ZELTO_VAL_LYRIC_TEXT, lyric.text);
                 if (!lyric.language.empty()) l.value(ZELTO_VAL_LANGUAGE, lyric.language);
                 if (!lyric.album_tui.empty()) l.value(ZELTO_VAL_ALBUM_TUI, lyric.album_tui);
+                where_lyric_belongs(lyric, l);
                 root.child(ZELTO_CHILD_LYRIC, l);
                 return s;
             });

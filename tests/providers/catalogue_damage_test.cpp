@@ -265,7 +265,7 @@ TEST_F(CatalogueDamage, ForeignFilesAreRefusedAndLeftUnchanged) {
          "CREATE TABLE tracks(x); CREATE TABLE lyrics(x);",
          "not a catalogue: an SQLite database of another program"},
         {"a newer catalogue", "PRAGMA application_id = 1514361923; PRAGMA user_version = 99; CREATE TABLE t(x);",
-         "catalogue of a newer schema (99) than this program reads (4)"},
+         "catalogue of a newer schema (99) than this program reads (5)"},
     };
     for (const Foreign &f : cases) {
         SCOPED_TRACE(f.name);

@@ -392,6 +392,79 @@ TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
     }
 }
 
+// Releases sharing one TOC carry what tells their editions apart; lyrics
+// name the album and track they belong to.
+TEST_F(CatalogueTest, EditionsOfOneTocAndWhereLyricsBelong) {
+    const std::string releases = dir_ + "/editions.jsonl", lyrics = dir_ + "/lyrics.jsonl";
+    std::ofstream(releases)
+        << R"({"id": "ed-uk", "title": "Salt Roads", "date": "1999-03-02", "country": "GB", "barcode": "5012345678900",)"
+        << R"( "artist-credit": [{"name": "Ilse Varga"}], "label-info": [{"catalog-number": "HH 101", "label": {"name": "Harbour House"}}],)"
+        << R"( "media": [{"position": 1, "format": "CD", "discs": [{"id": "s1", "offsets": [150, 21000, 42000], "sectors": 63000}],)"
+        << R"( "tracks": [{"position": 1, "title": "Tide"}, {"position": 2, "title": "Brine"}, {"position": 3, "title": "Gull"}]}]})"
+        << "\n"
+        << R"({"id": "ed-us", "title": "Salt Roads", "date": "1999-05", "country": "US", "artist-credit": [{"name": "Ilse Varga"}],)"
+        << R"( "media": [{"position": 1, "format": "Enhanced CD", "discs": [{"id": "s1", "offsets": [150, 21000, 42000], "sectors": 63000}],)"
+        << R"( "tracks": [{"position": 1, "title": "Tide"}, {"position": 2, "title": "Brine"}, {"position": 3, "title": "Gull"}]}]})"
+        << "\n";
+    std::ofstream(lyrics) << R"({"title": "Brine", "artist": "Ilse Varga", "release": "ed-uk", "track": 2, "text": "Salt on the window"})"
+                          << "\n"
+                          << R"({"title": "Lost", "artist": "Ilse Varga", "release": "gone-1", "disc": 2, "track": 4, "text": "Salt"})"
+                          << "\n";
+    for (const std::string &file : {releases, lyrics})
+        ASSERT_EQ(zelto_catalogue_import(catalogue_, file.c_str(), nullptr, nullptr, nullptr), 0u);
+    std::remove(releases.c_str());
+    std::remove(lyrics.c_str());
+
+    zelto_rvo_handle response = find_toc("150 21000 42000 63000");
+    ASSERT_NE(response, nullptr);
+    EXPECT_EQ(count_of(response, "zelto_ctx_album!"), 2u);
+    const char *keys[] = {ZELTO_VAL_COUNTRY, ZELTO_VAL_RELEASE_DATE, ZELTO_VAL_LABEL, ZELTO_VAL_CATALOG_NUMBER,
+                          ZELTO_VAL_BARCODE, ZELTO_VAL_FORMAT};
+    const std::vector<std::string> editions = {"GB|1999-03-02|Harbour House|HH 101|5012345678900|CD|CD",
+                                               "US|1999-05||||Enhanced CD|Enhanced CD"};
+    for (uint32_t i = 1; i <= 2; ++i) {
+        zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", i, 0);
+        zelto_rvo_handle disc = child_of(album, ZELTO_CHILD_DISC_MATCHING, 1, 0);
+        std::string edition;
+        for (const char *key : keys) edition += (has_value(album, key) ? value_of(album, key) : "") + "|";
+        edition += value_of(disc, ZELTO_VAL_FORMAT);
+        EXPECT_EQ(edition, editions[i - 1]);
+        EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "MULTI");
+        zelto_manager_rvo_release(disc);
+        zelto_manager_rvo_release(album);
+    }
+    zelto_manager_rvo_release(response);
+
+    ProviderRequest r(zelto_catalogue_lookup_table(catalogue_), "zelto_lookup_type_lyric");
+    r.data("zelto_lookup_data_lyric_fragment", "salt");
+    ASSERT_EQ(r.execute(user_), 0u);
+    ASSERT_EQ(count_of(r.result(), "zelto_ctx_lyric!"), 2u);
+    // The album and track as children where the catalogue holds them, else
+    // only the numbers.
+    std::vector<std::string> places;
+    for (uint32_t i = 1; i <= 2; ++i) {
+        zelto_rvo_handle lyric = child_of(r.result(), "zelto_ctx_lyric!", i, 0);
+        std::string place = display(lyric, ZELTO_CHILD_TITLE_OFFICIAL) + ": " + value_of(lyric, ZELTO_VAL_ALBUM_TUI) +
+                            " " + value_of(lyric, ZELTO_VAL_DISCNUMBER) + "/" + value_of(lyric, ZELTO_VAL_TRACKNUMBER);
+        if (count_of(lyric, ZELTO_CHILD_ALBUM) == 1 && count_of(lyric, ZELTO_CHILD_TRACK) == 1) {
+            zelto_rvo_handle album = child_of(lyric, ZELTO_CHILD_ALBUM, 1, 0);
+            zelto_rvo_handle track = child_of(lyric, ZELTO_CHILD_TRACK, 1, 0);
+            place += " " + value_of(album, ZELTO_VAL_TUI) + " " + artist_display(album) + " - " +
+                     display(album, ZELTO_CHILD_TITLE_OFFICIAL) + ", " + value_of(track, ZELTO_VAL_DISCNUMBER) + "/" +
+                     value_of(track, ZELTO_VAL_TRACKNUMBER) + " " + display(track, ZELTO_CHILD_TITLE_OFFICIAL);
+            zelto_manager_rvo_release(track);
+            zelto_manager_rvo_release(album);
+        } else {
+            place += " children " + std::to_string(count_of(lyric, ZELTO_CHILD_ALBUM) + count_of(lyric, ZELTO_CHILD_TRACK));
+        }
+        places.push_back(place);
+        zelto_manager_rvo_release(lyric);
+    }
+    std::sort(places.begin(), places.end());
+    EXPECT_EQ(places, (std::vector<std::string>{"Brine: ed-uk 1/2 ed-uk Ilse Varga - Salt Roads, 1/2 Brine",
+                                                "Lost: gone-1 2/4 children 0"}));
+}
+
 TEST_F(CatalogueTest, RevisionCheckAndIdentifierLookups) {
     const zelto_lookup_interface *table = zelto_catalogue_lookup_table(catalogue_);
     {

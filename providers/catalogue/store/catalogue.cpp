@@ -26,11 +26,13 @@ CREATE TABLE IF NOT EXISTS albums(
   revision INTEGER NOT NULL, title TEXT NOT NULL, artist TEXT NOT NULL,
   year INTEGER NOT NULL, genre TEXT NOT NULL, label TEXT NOT NULL,
   language TEXT NOT NULL, source TEXT NOT NULL, source_id TEXT NOT NULL,
-  track_count INTEGER NOT NULL, disc_count INTEGER NOT NULL);
+  track_count INTEGER NOT NULL, disc_count INTEGER NOT NULL,
+  country TEXT NOT NULL DEFAULT '', release_date TEXT NOT NULL DEFAULT '',
+  catalogue_number TEXT NOT NULL DEFAULT '', barcode TEXT NOT NULL DEFAULT '');
 CREATE TABLE IF NOT EXISTS discs(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
-  number INTEGER NOT NULL, title TEXT NOT NULL);
+  number INTEGER NOT NULL, title TEXT NOT NULL, format TEXT NOT NULL DEFAULT '');
 CREATE INDEX IF NOT EXISTS discs_album ON discs(album_id, number);
 CREATE TABLE IF NOT EXISTS tocs(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -74,7 +76,8 @@ CREATE INDEX IF NOT EXISTS track_contributors_artist ON track_contributors(artis
 CREATE TABLE IF NOT EXISTS lyrics(
   id INTEGER PRIMARY KEY AUTOINCREMENT, title TEXT NOT NULL, artist TEXT NOT NULL,
   text TEXT NOT NULL, language TEXT NOT NULL, album_tui TEXT NOT NULL,
-  disc_number INTEGER NOT NULL, track_number INTEGER NOT NULL);
+  disc_number INTEGER NOT NULL, track_number INTEGER NOT NULL,
+  natural_key TEXT NOT NULL DEFAULT '');  -- see lyric_key(); unique (index made after migrations)
 CREATE INDEX IF NOT EXISTS lyrics_album ON lyrics(album_tui);
 -- Ids are never reused, so an id held elsewhere cannot come to mean another row.
 -- Text indexes hold search keys (see fold()), rowid = the row they index.
@@ -102,7 +105,12 @@ CREATE VIRTUAL TABLE IF NOT EXISTS toc_shape USING rtree_i32(id, tracks_lo, trac
 CREATE TRIGGER IF NOT EXISTS tocs_shape_delete AFTER DELETE ON tocs BEGIN
   DELETE FROM toc_shape WHERE id = old.id;
 END;
-INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '4');
+INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '5');
+)sql";
+
+// Indexes on columns that migrations add, made once the columns exist.
+constexpr const char *kLateIndexes = R"sql(
+CREATE UNIQUE INDEX IF NOT EXISTS lyrics_key ON lyrics(natural_key);
 )sql";
 
 bool is_composer_role(const std::string &role) {
@@ -267,10 +275,15 @@ std::string album_digest(const Album &a) {
         add(*t);
     num(a.revision);
     num(a.year);
+    // Edition fields count only where present, so that albums without them
+    // keep the digests that catalogues of earlier schemas stored.
+    if (!(a.country + a.release_date + a.catalogue_number + a.barcode).empty())
+        for (const std::string *t : {&a.country, &a.release_date, &a.catalogue_number, &a.barcode}) add(*t);
     credits(a.contributors);
     for (const auto &d : a.discs) {
         num(d.number);
         add(d.title);
+        if (!d.format.empty()) add("format:" + d.format);
         for (const auto &t : d.tocs) {
             add(toc_text(t.offsets));
             add(t.media_id);
@@ -337,10 +350,12 @@ void add_credit_names(const std::vector<Contributor> &list, std::string &perform
 Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &composers) {
     Status st = impl.write(
         "INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
-        " source_id, track_count, disc_count) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode)"
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
         "insert album", &album.id, album.tui, album.tag, int64_t{album.revision}, album.title, album.artist,
         int64_t{album.year}, album.genre, album.label, album.language, album.source, album.source_id,
-        int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()));
+        int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()), album.country, album.release_date,
+        album.catalogue_number, album.barcode);
     if (st.ok())
         st = credit(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
                     album.id, album.contributors);
@@ -427,8 +442,8 @@ Status store_album(Catalogue::Impl &impl, Album &album) {
     uint32_t position = 0;
     for (auto &disc : album.discs) {
         if (st.ok())
-            st = impl.write("INSERT INTO discs(album_id, number, title) VALUES(?,?,?)", "insert disc", &disc.id,
-                            album.id, int64_t{disc.number}, disc.title);
+            st = impl.write("INSERT INTO discs(album_id, number, title, format) VALUES(?,?,?,?)", "insert disc",
+                            &disc.id, album.id, int64_t{disc.number}, disc.title, disc.format);
         for (auto &toc : disc.tocs)
             if (st.ok()) st = store_toc(impl, album, disc, toc);
         for (auto &track : disc.tracks)
@@ -519,33 +534,80 @@ Status Catalogue::Impl::remove_album(int64_t album_id) {
     return mark_changed();
 }
 
-Status Catalogue::Impl::add_lyric(Lyric &lyric) {
+namespace {
+
+// A lyric as stored: a track without a disc number is on disc 1.
+void normalise_lyric(Lyric &lyric) {
+    if (lyric.track_number && !lyric.disc_number) lyric.disc_number = 1;
+}
+
+}  // namespace
+
+std::string lyric_key(const Lyric &lyric) {
+    if (!lyric.album_tui.empty() && lyric.track_number)
+        return "track:" + lyric.album_tui + ":" + std::to_string(lyric.disc_number ? lyric.disc_number : 1) + ":" +
+               std::to_string(lyric.track_number);
+    const std::string title = fold(lyric.title);
+    if (!title.empty()) return "title:" + title + "|" + fold(lyric.artist);
+    const std::string text = fold(lyric.text);
+    return "text:" + hash_tag(text) + hash_tag(text + "#");
+}
+
+Status Catalogue::Impl::add_lyric(Lyric &lyric, bool *replaced, bool *unchanged) {
+    if (replaced) *replaced = false;
+    if (unchanged) *unchanged = false;
     if (fold(lyric.text).empty() && fold(lyric.title).empty())
         return Status::error(Code::bad_record, "lyric without title and text");
+    normalise_lyric(lyric);
+    const std::string key = lyric_key(lyric);
     Status st;
+    int64_t existing = 0;
     {
-        Stmt ins(prepare("INSERT INTO lyrics(title, artist, text, language, album_tui, disc_number, track_number)"
-                         " VALUES(?,?,?,?,?,?,?)",
-                         st));
-        if (!ins) return st;
-        ins.bind(1, lyric.title);
-        ins.bind(2, lyric.artist);
-        ins.bind(3, lyric.text);
-        ins.bind(4, lyric.language);
-        ins.bind(5, lyric.album_tui);
-        ins.bind(6, static_cast<int64_t>(lyric.disc_number));
-        ins.bind(7, static_cast<int64_t>(lyric.track_number));
-        if (ins.step() != SQLITE_DONE) return db_error("insert lyric");
-        lyric.id = sqlite3_last_insert_rowid(db);
+        Stmt q(prepare("SELECT id, title, artist, text, language, album_tui, disc_number, track_number FROM lyrics"
+                       " WHERE natural_key = ?",
+                       st));
+        if (!q) return st;
+        q.bind(1, key);
+        if (q.step() == SQLITE_ROW) {
+            existing = q.i64(0);
+            if (q.text(1) == lyric.title && q.text(2) == lyric.artist && q.text(3) == lyric.text &&
+                q.text(4) == lyric.language && q.text(5) == lyric.album_tui && q.u32(6) == lyric.disc_number &&
+                q.u32(7) == lyric.track_number) {
+                lyric.id = existing;
+                if (replaced) *replaced = true;
+                if (unchanged) *unchanged = true;
+                return {};
+            }
+        }
     }
-    Stmt fts(prepare("INSERT INTO lyric_fts(rowid, title, artist, text) VALUES(?,?,?,?)", st));
-    if (!fts) return st;
-    fts.bind(1, lyric.id);
-    fts.bind(2, fold(lyric.title));
-    fts.bind(3, fold(lyric.artist));
-    fts.bind(4, fold(lyric.text));
-    if (fts.step() != SQLITE_DONE) return db_error("index lyric");
-    return mark_changed();
+    // The row and its index entry change together; a replaced lyric keeps its id.
+    if (!(st = exec("SAVEPOINT add_lyric")).ok()) return st;
+    if (existing) {
+        st = write("UPDATE lyrics SET title = ?, artist = ?, text = ?, language = ?, album_tui = ?, disc_number = ?,"
+                   " track_number = ? WHERE id = ?",
+                   "replace lyric", nullptr, lyric.title, lyric.artist, lyric.text, lyric.language, lyric.album_tui,
+                   int64_t{lyric.disc_number}, int64_t{lyric.track_number}, existing);
+        if (st.ok()) st = write("DELETE FROM lyric_fts WHERE rowid = ?", "replace lyric", nullptr, existing);
+        lyric.id = existing;
+    } else {
+        st = write("INSERT INTO lyrics(title, artist, text, language, album_tui, disc_number, track_number,"
+                   " natural_key) VALUES(?,?,?,?,?,?,?,?)",
+                   "insert lyric", &lyric.id, lyric.title, lyric.artist, lyric.text, lyric.language, lyric.album_tui,
+                   int64_t{lyric.disc_number}, int64_t{lyric.track_number}, key);
+    }
+    if (st.ok())
+        st = write("INSERT INTO lyric_fts(rowid, title, artist, text) VALUES(?,?,?,?)", "index lyric", nullptr,
+                   lyric.id, fold(lyric.title), fold(lyric.artist), fold(lyric.text));
+    if (st.ok()) st = mark_changed();
+    if (st.ok()) st = exec("RELEASE add_lyric");
+    if (!st.ok()) {
+        exec("ROLLBACK TO add_lyric");
+        exec("RELEASE add_lyric");
+        lyric.id = 0;
+        return st;
+    }
+    if (replaced) *replaced = existing != 0;
+    return {};
 }
 
 Status Catalogue::Impl::refresh_spelling() {
@@ -610,6 +672,61 @@ INSERT INTO lyric_fts(rowid, title, artist, text)
 INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0');
 )sql";
 
+// Schema 4 had no edition fields and stored a lyric again at each import:
+// the new columns come in (where missing), each lyric gets its natural key,
+// and of lyrics sharing a key the last imported stays, as a re-import
+// would have left it.
+constexpr std::pair<const char *, const char *> kEditionColumns[] = {
+    {"albums", "country"}, {"albums", "release_date"}, {"albums", "catalogue_number"},
+    {"albums", "barcode"}, {"discs", "format"},        {"lyrics", "natural_key"},
+};
+constexpr const char *kLyricDuplicates = R"sql(
+CREATE TEMP TABLE kept_lyrics AS SELECT max(id) AS id FROM lyrics GROUP BY natural_key;
+DELETE FROM lyric_fts WHERE rowid NOT IN (SELECT id FROM kept_lyrics);
+DELETE FROM lyrics WHERE id NOT IN (SELECT id FROM kept_lyrics);
+DROP TABLE kept_lyrics;
+INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0');
+)sql";
+
+Status editions_and_lyric_keys(Catalogue::Impl &impl) {
+    Status st;
+    for (const auto &[table, column] : kEditionColumns) {
+        int64_t present = 0;
+        {
+            Stmt q(impl.prepare("SELECT count(*) FROM pragma_table_info(?) WHERE name = ?", st));
+            if (!q) return st;
+            q.bind(1, table);
+            q.bind(2, column);
+            if (q.step() != SQLITE_ROW) return impl.db_error("read columns");
+            present = q.i64(0);
+        }
+        const std::string add =
+            std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " TEXT NOT NULL DEFAULT ''";
+        if (!present && !(st = impl.exec(add.c_str())).ok()) return st;
+    }
+    if (!(st = impl.exec("UPDATE lyrics SET disc_number = 1 WHERE track_number > 0 AND disc_number = 0")).ok())
+        return st;
+    std::vector<std::pair<int64_t, std::string>> keys;
+    {
+        Stmt q(impl.prepare("SELECT id, title, artist, text, album_tui, disc_number, track_number FROM lyrics", st));
+        if (!q) return st;
+        while (q.step() == SQLITE_ROW) {
+            Lyric l;
+            l.title = q.text(1);
+            l.artist = q.text(2);
+            l.text = q.text(3);
+            l.album_tui = q.text(4);
+            l.disc_number = q.u32(5);
+            l.track_number = q.u32(6);
+            keys.emplace_back(q.i64(0), lyric_key(l));
+        }
+    }
+    for (const auto &[id, key] : keys)
+        if (!(st = impl.write("UPDATE lyrics SET natural_key = ? WHERE id = ?", "key lyric", nullptr, key, id)).ok())
+            return st;
+    return impl.exec(kLyricDuplicates);
+}
+
 // fold() for SQL, as catalogue_fold(text).
 void sql_fold(sqlite3_context *context, int, sqlite3_value **args) {
     const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(args[0]));
@@ -620,6 +737,16 @@ void sql_fold(sqlite3_context *context, int, sqlite3_value **args) {
     } catch (const std::bad_alloc &) {
         sqlite3_result_error_nomem(context);
     }
+}
+
+// The schema number of a catalogue opened read-only, which is never migrated.
+Status read_schema(Catalogue::Impl &impl) {
+    Status st;
+    Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'schema'", st));
+    if (!q) return st;
+    const std::string schema = q.step() == SQLITE_ROW ? q.text(0) : std::string();
+    impl.schema = schema.size() == 1 && schema[0] >= '1' && schema[0] <= '9' ? schema[0] - '0' : kSchemaVersion;
+    return {};
 }
 
 // Schemas 1 to 3 had no TOC shape index: every stored TOC is indexed.
@@ -645,16 +772,22 @@ Status migrate(Catalogue::Impl &impl) {
         if (!q) return st;
         if (q.step() == SQLITE_ROW) schema = q.text(0);
     }
-    if (schema != "1" && schema != "2" && schema != "3") return {};
+    // Each step brings one schema to the next; all of them go in one
+    // transaction, so a failed migration leaves the file as it was.
+    const int from = schema == "1" ? 1 : schema == "2" ? 2 : schema == "3" ? 3 : schema == "4" ? 4 : kSchemaVersion;
+    if (from == kSchemaVersion) return {};
     if (sqlite3_create_function_v2(impl.db, "catalogue_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sql_fold,
                                    nullptr, nullptr, nullptr) != SQLITE_OK)
         return impl.db_error("register catalogue_fold");
     if (!(st = impl.exec("BEGIN")).ok()) return st;
-    if (schema == "1") st = impl.exec(kDiscIdMigration);
-    if (st.ok() && schema != "3") st = impl.exec(kRefoldMigration);
-    if (st.ok()) st = impl.exec("DELETE FROM toc_shape");
-    if (st.ok()) st = index_toc_shapes(impl);
-    if (st.ok()) st = impl.exec("UPDATE meta SET value = '4' WHERE key = 'schema'");
+    if (from == 1) st = impl.exec(kDiscIdMigration);
+    if (st.ok() && from <= 2) st = impl.exec(kRefoldMigration);
+    if (st.ok() && from <= 3) st = impl.exec("DELETE FROM toc_shape");
+    if (st.ok() && from <= 3) st = index_toc_shapes(impl);
+    if (st.ok() && from <= 4) st = editions_and_lyric_keys(impl);
+    if (st.ok())
+        st = impl.write("UPDATE meta SET value = ? WHERE key = 'schema'", "update schema", nullptr,
+                        std::to_string(kSchemaVersion));
     if (st.ok()) return impl.exec("COMMIT");
     impl.exec("ROLLBACK");
     return st;
@@ -758,7 +891,8 @@ Status recognise(sqlite3 *db, bool &unmarked) noexcept {
         }
         // Made before the mark: the catalogue's tables and its schema row.
         if (tables == 6 &&
-            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2', '3', '4')", schema_rows) &&
+            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2', '3', '4', '5')",
+                      schema_rows) &&
             schema_rows == 1) {
             unmarked = true;
             return {};
@@ -803,7 +937,10 @@ Status Catalogue::open(const std::string &path, std::unique_ptr<Catalogue> &out,
             if (st.ok() && !memory) st = impl.exec("PRAGMA journal_mode = WAL;");
             if (st.ok()) st = impl.exec(kSchema);
             if (st.ok()) st = migrate(impl);
+            if (st.ok()) st = impl.exec(kLateIndexes);
             if (st.ok()) st = mark(impl);
+        } else if (st.ok()) {
+            st = read_schema(impl);
         }
         if (!st.ok()) return refused(st);
         // A new or changed catalogue gets its word list at the first search.
@@ -862,10 +999,10 @@ Status Catalogue::remove_album(int64_t album_id) noexcept {
     });
 }
 
-Status Catalogue::add_lyric(Lyric &lyric) noexcept {
+Status Catalogue::add_lyric(Lyric &lyric, bool *replaced, bool *unchanged) noexcept {
     return guarded([&] {
         std::lock_guard lock(impl_->mutex);
-        return impl_->add_lyric(lyric);
+        return impl_->add_lyric(lyric, replaced, unchanged);
     });
 }
 
@@ -915,6 +1052,18 @@ Status Catalogue::statistics(Statistics &out) noexcept {
 
 namespace {
 
+// Columns of the edition fields (albums: country, date, catalogue number,
+// barcode; discs: format), read as empty texts from a catalogue of a
+// schema before them.
+std::string album_edition_columns(const Catalogue::Impl &impl, const char *table) {
+    if (impl.schema < 5) return "'', '', '', ''";
+    const std::string t = std::string(table) + ".";
+    return t + "country, " + t + "release_date, " + t + "catalogue_number, " + t + "barcode";
+}
+std::string disc_format_column(const Catalogue::Impl &impl, const char *table) {
+    return impl.schema < 5 ? "''" : std::string(table) + ".format";
+}
+
 Status read_contributors(Catalogue::Impl &impl, const char *sql, int64_t owner, std::vector<Contributor> &out) {
     Status st;
     Stmt q(impl.prepare(sql, st));
@@ -960,7 +1109,7 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
         Album album;
         {
             Stmt q(impl.prepare("SELECT id, tui, tag, revision, title, artist, year, genre, label, language, source,"
-                                " source_id FROM albums WHERE id = ?",
+                                " source_id, " + album_edition_columns(impl, "albums") + " FROM albums WHERE id = ?",
                                 st));
             if (!q) return st;
             q.bind(1, album_id);
@@ -977,6 +1126,10 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
             album.language = q.text(9);
             album.source = q.text(10);
             album.source_id = q.text(11);
+            album.country = q.text(12);
+            album.release_date = q.text(13);
+            album.catalogue_number = q.text(14);
+            album.barcode = q.text(15);
         }
         st = read_contributors(impl,
                                "SELECT a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
@@ -985,7 +1138,9 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                                album.id, album.contributors);
         if (!st.ok()) return st;
         {
-            Stmt q(impl.prepare("SELECT id, number, title FROM discs WHERE album_id = ? ORDER BY number", st));
+            Stmt q(impl.prepare("SELECT id, number, title, " + disc_format_column(impl, "discs") +
+                                    " FROM discs WHERE album_id = ? ORDER BY number",
+                                st));
             if (!q) return st;
             q.bind(1, album.id);
             while (q.step() == SQLITE_ROW) {
@@ -993,6 +1148,7 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                 d.id = q.i64(0);
                 d.number = q.u32(1);
                 d.title = q.text(2);
+                d.format = q.text(3);
                 album.discs.push_back(std::move(d));
             }
         }
@@ -1049,9 +1205,9 @@ Status Catalogue::get_lyric(int64_t lyric_id, Lyric &out) noexcept {
         Status st;
         Stmt q(impl_->prepare(
             "SELECT l.id, l.title, l.artist, l.text, l.language, l.album_tui, l.disc_number, l.track_number,"
-            " (SELECT t.id FROM tracks t JOIN albums a ON a.id = t.album_id WHERE a.tui = l.album_tui"
-            "  AND t.disc_number = l.disc_number AND t.number = l.track_number)"
-            " FROM lyrics l WHERE l.id = ?",
+            " t.id, a.title, a.artist, t.title FROM lyrics l LEFT JOIN albums a ON a.tui = l.album_tui"
+            " LEFT JOIN tracks t ON t.album_id = a.id AND t.disc_number = l.disc_number AND t.number = l.track_number"
+            " WHERE l.id = ?",
             st));
         if (!q) return st;
         q.bind(1, lyric_id);
@@ -1066,6 +1222,9 @@ Status Catalogue::get_lyric(int64_t lyric_id, Lyric &out) noexcept {
         l.disc_number = q.u32(6);
         l.track_number = q.u32(7);
         l.track_id = q.i64(8);
+        l.album_title = q.text(9);
+        l.album_artist = q.text(10);
+        l.track_title = q.text(11);
         out = std::move(l);
         return {};
     });
@@ -1216,9 +1375,13 @@ Status Catalogue::Impl::lookup_toc(const std::vector<uint32_t> &toc, Range range
     result.kind = kind;
     take_page(hits, range, result, result.hits);
     for (auto &h : result.hits) {
-        Stmt q(prepare("SELECT tui, tag, title, artist, track_count, disc_count FROM albums WHERE id = ?", st));
+        Stmt q(prepare("SELECT a.tui, a.tag, a.title, a.artist, a.track_count, a.disc_count, a.label, " +
+                           album_edition_columns(*this, "a") + ", " + disc_format_column(*this, "d") +
+                           " FROM albums a JOIN discs d ON d.album_id = a.id WHERE a.id = ? AND d.id = ?",
+                       st));
         if (!q) return st;
         q.bind(1, h.album_id);
+        q.bind(2, h.disc_id);
         if (q.step() != SQLITE_ROW) return db_error("read album of a disc");
         h.tui = q.text(0);
         h.tag = q.text(1);
@@ -1226,6 +1389,12 @@ Status Catalogue::Impl::lookup_toc(const std::vector<uint32_t> &toc, Range range
         h.artist = q.text(3);
         h.album_track_count = q.u32(4);
         h.disc_count = q.u32(5);
+        h.label = q.text(6);
+        h.country = q.text(7);
+        h.release_date = q.text(8);
+        h.catalogue_number = q.text(9);
+        h.barcode = q.text(10);
+        h.format = q.text(11);
     }
     out = std::move(result);
     return {};

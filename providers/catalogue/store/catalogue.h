@@ -102,6 +102,7 @@ struct Toc {
 struct Disc {
     uint32_t number = 1;        // position in the release, from 1
     std::string title;
+    std::string format;         // "CD", "Enhanced CD", ...; may be empty
     std::vector<Toc> tocs;      // may be empty for a disc of unknown layout
     std::vector<Track> tracks;
     int64_t id = 0;             // filled when read back
@@ -114,8 +115,15 @@ struct Album {
     std::string artist;          // display credit
     uint32_t year = 0;
     std::string genre;
-    std::string label;
+    std::string label;           // record labels, joined by ", "
     std::string language;
+    // What tells editions of one release apart, as far as the source says:
+    // country ("GB", "XE"), release date ("1999", "1999-03", "1999-03-02"),
+    // catalogue numbers joined by ", ", barcode.
+    std::string country;
+    std::string release_date;
+    std::string catalogue_number;
+    std::string barcode;
     std::string source;          // "musicbrainz", "xmcd", ... (informational)
     std::string source_id;
     std::vector<Contributor> contributors;
@@ -125,17 +133,28 @@ struct Album {
     uint32_t track_count() const;
 };
 
+// A lyric may be tied to an album (its tui) and a track on it. It is
+// stored once under its natural key (see `lyric_key`): importing it again
+// replaces it, or leaves it as it is when nothing changed.
 struct Lyric {
     std::string title;
     std::string artist;
     std::string text;
     std::string language;
     std::string album_tui;       // optional link to an album ...
-    uint32_t disc_number = 0;    // ... and a track on it (0: none)
+    uint32_t disc_number = 0;    // ... and a track on it (0: none; a track without a disc is on disc 1)
     uint32_t track_number = 0;
     int64_t id = 0;
-    int64_t track_id = 0;        // filled when read back and linked
+    // Filled when read back, where the album (and the track) is in the
+    // catalogue.
+    int64_t track_id = 0;
+    std::string album_title, album_artist, track_title;
 };
+
+// The natural key of a lyric: its album, disc and track when it is tied to a
+// track ("track:TUI:DISC:TRACK"), else its folded title and artist
+// ("title:TITLE|ARTIST"), else a digest of its folded text ("text:HASH").
+std::string lyric_key(const Lyric &lyric);
 
 // Numbers of stored records of each kind.
 struct Statistics {
@@ -167,6 +186,9 @@ struct TocHit {
     uint32_t album_track_count = 0;   // tracks of the whole album
     std::string tui, tag, title, artist;
     std::string toc;                  // the stored TOC text of the disc
+    // The edition: the release's country, date, labels, catalogue numbers
+    // and barcode, and the format of the disc (empty where unknown).
+    std::string country, release_date, label, catalogue_number, barcode, format;
     uint32_t score = 0;               // 100 exact, 1..99 fuzzy, by closeness
     int32_t shift = 0;                // query offset minus stored offset
     uint32_t max_deviation = 0;       // largest per-offset difference after the shift
@@ -401,8 +423,8 @@ using ProgressCallback = std::function<bool(const ImportProgress &)>;
 struct ImportReport {
     uint64_t records = 0;        // records read
     uint64_t imported = 0;       // albums or lyrics stored
-    uint64_t replaced = 0;       // of those, replacing an album of the same identifier
-    uint64_t unchanged = 0;      // of those replaced, the same revision with the same content
+    uint64_t replaced = 0;       // of those, replacing an album of the same identifier or a lyric of the same key
+    uint64_t unchanged = 0;      // of those replaced, the same revision (lyrics: the same fields) with the same content
     uint64_t skipped = 0;        // bad records or older revisions
     bool stopped = false;        // the progress callback asked to stop
     std::vector<std::string> messages;  // one line per skipped record (first 1000)
@@ -487,7 +509,7 @@ struct FingerprintCounts {
 // `albums` table, or an empty file) is refused with not_catalogue and never
 // written to.
 constexpr int32_t kApplicationId = 0x5A435443;  // "ZCTC"
-constexpr int32_t kSchemaVersion = 4;
+constexpr int32_t kSchemaVersion = 5;
 
 enum class OpenMode {
     read_write,  // created if missing; an unmarked catalogue is marked
@@ -533,7 +555,10 @@ class Catalogue {
     Status album_count(uint64_t &out) noexcept;
     // Rows of each kind, counted together under the catalogue's lock.
     Status statistics(Statistics &out) noexcept;
-    Status add_lyric(Lyric &lyric) noexcept;
+    // Stores a lyric, or replaces the one of the same natural key
+    // (`replaced`); `unchanged` tells that the stored one had the same
+    // fields, and then nothing is written.
+    Status add_lyric(Lyric &lyric, bool *replaced = nullptr, bool *unchanged = nullptr) noexcept;
     Status get_lyric(int64_t lyric_id, Lyric &out) noexcept;
 
     // Identification by table of contents (offsets then lead-out).

@@ -60,6 +60,9 @@ struct Catalogue::Impl {
     int tx_depth = 0;
     bool spelling_stale = true;
     bool read_only = false;  // the word list is used as it is, never rebuilt
+    // Schema of the file: a catalogue of an earlier schema opened read-only
+    // is read as it is (columns it lacks read as empty).
+    int schema = kSchemaVersion;
     bool toc_index = false;  // the TOC shape index exists (not in a read-only earlier schema)
     // The album get_album read last, and the state of the file then.
     struct AlbumCopy {
@@ -99,7 +102,7 @@ struct Catalogue::Impl {
     // `unchanged`: the album replaced one of the same revision and content.
     Status add_album(Album &album, bool *replaced, bool *unchanged = nullptr);
     Status remove_album(int64_t album_id);
-    Status add_lyric(Lyric &lyric);
+    Status add_lyric(Lyric &lyric, bool *replaced = nullptr, bool *unchanged = nullptr);
     Status lookup_toc(const std::vector<uint32_t> &toc, Range range, bool indexed, TocResult &out);
     Status refresh_spelling();
     // Notes that the word list no longer matches the text indexes.

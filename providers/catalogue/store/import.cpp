@@ -136,6 +136,18 @@ void read_relations(const json &owner, std::vector<Contributor> &out, int depth 
     }
 }
 
+// Appends a text to a list joined by ", " unless it is empty or listed.
+void join_distinct(std::string &list, const std::string &text) {
+    if (text.empty()) return;
+    for (size_t pos = 0; pos <= list.size();) {
+        const size_t end = std::min(list.find(", ", pos), list.size());
+        if (list.compare(pos, end - pos, text) == 0) return;
+        pos = end + 2;
+    }
+    if (!list.empty()) list += ", ";
+    list += text;
+}
+
 std::string first_name(const json &o, const char *key) {
     for (const auto &g : array_or_empty(o, key))
         if (!text_of(g, "name").empty()) return text_of(g, "name");
@@ -200,9 +212,14 @@ Status release_from_json(const json &r, Album &out) {
     album.genre = first_name(r, "genres");
     if (const json *group = member(r, "release-group"); album.genre.empty() && group) album.genre = first_name(*group, "genres");
     if (album.genre.empty()) album.genre = first_name(r, "tags");
+    // The edition: where and when it came out, under which labels and
+    // catalogue numbers, with which barcode.
+    album.country = text_of(r, "country");
+    album.release_date = text_of(r, "date");
+    album.barcode = text_of(r, "barcode");
     for (const auto &li : array_or_empty(r, "label-info")) {
-        if (const json *l = member(li, "label")) album.label = text_of(*l, "name");
-        if (!album.label.empty()) break;
+        if (const json *l = member(li, "label")) join_distinct(album.label, text_of(*l, "name"));
+        join_distinct(album.catalogue_number, text_of(li, "catalog-number"));
     }
     if (const json *rep = member(r, "text-representation")) album.language = text_of(*rep, "language");
 
@@ -217,6 +234,7 @@ Status release_from_json(const json &r, Album &out) {
         number_of(medium, "position", position);
         disc.number = static_cast<uint32_t>(position);
         disc.title = text_of(medium, "title");
+        disc.format = text_of(medium, "format");
         // Audio tracks, then data tracks (an enhanced CD's, say): the disc's
         // TOC covers the audio tracks only.
         uint32_t track_index = 0;
@@ -603,23 +621,16 @@ class ImportRun {
         ++report_.records;
         if (!parsed.ok()) return skip(where, parsed);
         bool replaced = false, unchanged = false;
-        Status st = impl_.add_album(album, &replaced, &unchanged);
-        if (st.code == Code::no_memory) return st;
-        if (!st.ok()) return skip(where, st);
-        ++report_.imported;
-        if (replaced) ++report_.replaced;
-        if (unchanged) ++report_.unchanged;
-        return tick();
+        const Status st = impl_.add_album(album, &replaced, &unchanged);
+        return stored(st, where, replaced, unchanged);
     }
 
     Status lyric(Status parsed, Lyric &lyric, const std::string &where) {
         ++report_.records;
         if (!parsed.ok()) return skip(where, parsed);
-        Status st = impl_.add_lyric(lyric);
-        if (st.code == Code::no_memory) return st;
-        if (!st.ok()) return skip(where, st);
-        ++report_.imported;
-        return tick();
+        bool replaced = false, unchanged = false;
+        const Status st = impl_.add_lyric(lyric, &replaced, &unchanged);
+        return stored(st, where, replaced, unchanged);
     }
 
     void add_bytes(uint64_t n) { state_.bytes_done += n; }
@@ -635,6 +646,16 @@ class ImportRun {
     void abandon() { impl_.rollback(); }
 
    private:
+    // Counts a record the catalogue stored: new, replaced or unchanged.
+    Status stored(const Status &st, const std::string &where, bool replaced, bool unchanged) {
+        if (st.code == Code::no_memory) return st;
+        if (!st.ok()) return skip(where, st);
+        ++report_.imported;
+        if (replaced) ++report_.replaced;
+        if (unchanged) ++report_.unchanged;
+        return tick();
+    }
+
     Status skip(const std::string &where, const Status &why) {
         ++report_.skipped;
         if (report_.messages.size() < kMaxMessages) report_.messages.push_back(where + ": " + why.message);
