@@ -438,7 +438,8 @@ TEST_F(FsTest, MaxHandlesOption) {
     EXPECT_STREQ(value, "17");
     const char *first = value;
     ASSERT_EQ(ombr_fs_option_set(OMBR_FS_OPTION_MAX_HANDLES, "4000000000"), 0u);
-    EXPECT_EQ(out(ombr_fs_option_get, OMBR_FS_OPTION_MAX_HANDLES), first);  // one static area
+    ASSERT_EQ(ombr_fs_option_get(OMBR_FS_OPTION_MAX_HANDLES, &value), 0u);
+    EXPECT_EQ(value, first);  // one static area
     EXPECT_STREQ(first, "4000000000");
 }
 
