@@ -467,17 +467,15 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged)
 
     // All rows of one album go in, or none. An unchanged album is written
     // again too: the digest only tells, it never decides what is stored.
-    if (!(st = exec("SAVEPOINT add_album")).ok()) return st;
-    if (existing) st = remove_album(existing);
-    if (st.ok()) st = store_album(*this, album);
-    if (st.ok())
-        st = write("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)", "store album digest", nullptr,
-                   "digest:" + album.tui, digest);
-    if (st.ok()) st = mark_changed();
-    if (st.ok()) st = exec("RELEASE add_album");
+    st = savepoint("add_album", [&] {
+        Status s = existing ? remove_album(existing) : Status{};
+        if (s.ok()) s = store_album(*this, album);
+        if (s.ok())
+            s = write("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)", "store album digest", nullptr,
+                      "digest:" + album.tui, digest);
+        return s.ok() ? mark_changed() : s;
+    });
     if (!st.ok()) {
-        exec("ROLLBACK TO add_album");
-        exec("RELEASE add_album");
         album.id = 0;
         return st;
     }
@@ -581,28 +579,27 @@ Status Catalogue::Impl::add_lyric(Lyric &lyric, bool *replaced, bool *unchanged)
         }
     }
     // The row and its index entry change together; a replaced lyric keeps its id.
-    if (!(st = exec("SAVEPOINT add_lyric")).ok()) return st;
-    if (existing) {
-        st = write("UPDATE lyrics SET title = ?, artist = ?, text = ?, language = ?, album_tui = ?, disc_number = ?,"
-                   " track_number = ? WHERE id = ?",
-                   "replace lyric", nullptr, lyric.title, lyric.artist, lyric.text, lyric.language, lyric.album_tui,
-                   int64_t{lyric.disc_number}, int64_t{lyric.track_number}, existing);
-        if (st.ok()) st = write("DELETE FROM lyric_fts WHERE rowid = ?", "replace lyric", nullptr, existing);
-        lyric.id = existing;
-    } else {
-        st = write("INSERT INTO lyrics(title, artist, text, language, album_tui, disc_number, track_number,"
-                   " natural_key) VALUES(?,?,?,?,?,?,?,?)",
-                   "insert lyric", &lyric.id, lyric.title, lyric.artist, lyric.text, lyric.language, lyric.album_tui,
-                   int64_t{lyric.disc_number}, int64_t{lyric.track_number}, key);
-    }
-    if (st.ok())
-        st = write("INSERT INTO lyric_fts(rowid, title, artist, text) VALUES(?,?,?,?)", "index lyric", nullptr,
-                   lyric.id, fold(lyric.title), fold(lyric.artist), fold(lyric.text));
-    if (st.ok()) st = mark_changed();
-    if (st.ok()) st = exec("RELEASE add_lyric");
+    st = savepoint("add_lyric", [&] {
+        Status s;
+        if (existing) {
+            s = write("UPDATE lyrics SET title = ?, artist = ?, text = ?, language = ?, album_tui = ?,"
+                      " disc_number = ?, track_number = ? WHERE id = ?",
+                      "replace lyric", nullptr, lyric.title, lyric.artist, lyric.text, lyric.language,
+                      lyric.album_tui, int64_t{lyric.disc_number}, int64_t{lyric.track_number}, existing);
+            if (s.ok()) s = write("DELETE FROM lyric_fts WHERE rowid = ?", "replace lyric", nullptr, existing);
+            lyric.id = existing;
+        } else {
+            s = write("INSERT INTO lyrics(title, artist, text, language, album_tui, disc_number, track_number,"
+                      " natural_key) VALUES(?,?,?,?,?,?,?,?)",
+                      "insert lyric", &lyric.id, lyric.title, lyric.artist, lyric.text, lyric.language,
+                      lyric.album_tui, int64_t{lyric.disc_number}, int64_t{lyric.track_number}, key);
+        }
+        if (s.ok())
+            s = write("INSERT INTO lyric_fts(rowid, title, artist, text) VALUES(?,?,?,?)", "index lyric", nullptr,
+                      lyric.id, fold(lyric.title), fold(lyric.artist), fold(lyric.text));
+        return s.ok() ? mark_changed() : s;
+    });
     if (!st.ok()) {
-        exec("ROLLBACK TO add_lyric");
-        exec("RELEASE add_lyric");
         lyric.id = 0;
         return st;
     }
@@ -990,12 +987,7 @@ Status Catalogue::add_album(Album &album, bool *replaced) noexcept {
 Status Catalogue::remove_album(int64_t album_id) noexcept {
     return guarded([&] {
         std::lock_guard lock(impl_->mutex);
-        Status st = impl_->exec("SAVEPOINT remove_album");
-        if (!st.ok()) return st;
-        st = impl_->remove_album(album_id);
-        if (!st.ok()) impl_->exec("ROLLBACK TO remove_album");
-        impl_->exec("RELEASE remove_album");
-        return st;
+        return impl_->savepoint("remove_album", [&] { return impl_->remove_album(album_id); });
     });
 }
 

@@ -98,6 +98,21 @@ struct Catalogue::Impl {
     Status begin();
     Status commit();
     Status rollback();
+    // Runs `body` inside the savepoint `name`: its writes all stay, or
+    // (when it or the release fails) none.
+    template <typename Body>
+    Status savepoint(const char *name, Body &&body) {
+        const std::string n(name);
+        Status st = exec(("SAVEPOINT " + n).c_str());
+        if (!st.ok()) return st;
+        st = body();
+        if (st.ok()) st = exec(("RELEASE " + n).c_str());
+        if (!st.ok()) {
+            exec(("ROLLBACK TO " + n).c_str());
+            exec(("RELEASE " + n).c_str());
+        }
+        return st;
+    }
 
     // `unchanged`: the album replaced one of the same revision and content.
     Status add_album(Album &album, bool *replaced, bool *unchanged = nullptr);
