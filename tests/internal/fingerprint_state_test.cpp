@@ -11,6 +11,7 @@
 #include "module_fixture.h"
 #include "ombr/ombr_datatypes.h"
 #include "ombr/ombr_string.h"
+#include "out_param.h"
 
 namespace {
 
@@ -209,8 +210,7 @@ TEST_F(FingerprintStateTest, WriteIsCompleteByTheGeneratorOrByTheBlockCount) {
     g_script.blocks_per_write = 0;
     ASSERT_EQ(begin(), 0u);
     complete = 0;
-    ASSERT_EQ(zelto_cantrix_query_fingerprint_write(query_, pcm, 8, &complete), 0u);
-    EXPECT_EQ(complete, 1);
+    EXPECT_EQ(out(zelto_cantrix_query_fingerprint_write, query_, pcm, 8), 1);
     EXPECT_EQ(zelto_cantrix_query_fingerprint_write(query_, pcm, 8, nullptr), 0u);
     // A failed write leaves the flag unwritten.
     g_script.write_status = 0x90180005u;
@@ -261,9 +261,7 @@ TEST_F(FingerprintStateTest, EndWithoutBlocksOrWithFlagOneLeavesNoText) {
     EXPECT_EQ(query_->fp_end_flag, 1u);
     EXPECT_EQ(query_->fp_data, nullptr);
     EXPECT_EQ(block_count(), 2u);
-    const char *text = "unset";
-    EXPECT_EQ(zelto_cantrix_query_get_fp_data(query_, &text), 0u);
-    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(out(zelto_cantrix_query_get_fp_data, query_), "<null>");
     EXPECT_TRUE(g_script.text_requests.empty());
 }
 

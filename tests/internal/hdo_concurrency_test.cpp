@@ -87,8 +87,7 @@ TEST_F(HdoConcurrency, ReadersOfCopiesNeverSeeTheWriterSplitShareValues) {
     EXPECT_EQ(read_v(first_copy), text_for(0));
     ombr_hdo_release(slot);
     ombr_hdo_value_release(writer);
-    ombr_hdo_release(first_copy);
-    ombr_hdo_release(source);
+    for (auto item : {first_copy, source}) ombr_hdo_release(item);
 }
 
 TEST_F(HdoConcurrency, ReleasesOnDifferentNodesOfOneTreeFreeItOnce) {
@@ -141,8 +140,7 @@ TEST_F(HdoConcurrency, AttachAndDetachWhileOtherThreadsQueryTheTree) {
         ombr_hdo_t removed = nullptr;
         ASSERT_EQ(ombr_hdo_child_remove(root, "item", 8, &removed), 0u);
         EXPECT_EQ(removed, extra);
-        ombr_hdo_release(removed);
-        ombr_hdo_release(extra);
+        for (auto item : {removed, extra}) ombr_hdo_release(item);
     }
     while (queries.load() < 20) std::this_thread::yield();
     done.store(true);

@@ -52,8 +52,7 @@ class HdoHpath : public HdoTest {
         ombr_hdo_new_value_int(params, "num", 1, 0, nullptr);
     }
     void TearDown() override {
-        ombr_hdo_release(root);
-        ombr_hdo_release(params);
+        for (auto item : {root, params}) ombr_hdo_release(item);
         HdoTest::TearDown();
     }
 

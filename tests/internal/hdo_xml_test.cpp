@@ -109,8 +109,7 @@ TEST_F(HdoXml, EntitiesArriveDecodedAndLeaveEscaped) {
     EXPECT_EQ(xml, "<r><v>&lt;&amp;&gt;&quot;&apos;</v></r>");
     ombr_hdo_t back = parse(xml.c_str());
     EXPECT_EQ(string_at(back, "$v"), "<&>\"'");
-    ombr_hdo_release(back);
-    ombr_hdo_release(node);
+    for (auto item : {back, node}) ombr_hdo_release(item);
 }
 
 TEST_F(HdoXml, ValueTypesInDocuments) {
@@ -145,8 +144,7 @@ TEST_F(HdoXml, DocumentsFromAStreamLeaveTheRestReadable) {
     ombr_string_free(name);
     EXPECT_EQ(string_at(first, "$x"), "1");
     EXPECT_EQ(string_at(second, "$y"), "2");
-    ombr_hdo_release(first);
-    ombr_hdo_release(second);
+    for (auto item : {first, second}) ombr_hdo_release(item);
     ombr_iostream_release(stream);
     // A stream that ends early gives what came.
     const char partial[] = "<a><x>1</x><n><y>2</y>";

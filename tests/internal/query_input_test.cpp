@@ -235,8 +235,7 @@ TEST_F(TocLookupTest, LeadingZeroReachesTheProvider) {
     EXPECT_STREQ(zelto_script_request_data(script_, 0, "zelto_lookup_data_toc"), "0 150");
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
     EXPECT_EQ(value_of(album, "zelto_val_toc_album"), "0 150");
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {album, response}) zelto_manager_rvo_release(item);
     EXPECT_EQ(zelto_cantrix_query_release(query), 0u);
 }
 

@@ -9,6 +9,7 @@
 
 #include "cantrix_test.h"
 #include "string/ombr_string_printf_internal.h"
+#include "out_param.h"
 
 namespace {
 
@@ -380,9 +381,8 @@ TEST_F(FormatEngine, AccumulatorAppends) {
     EXPECT_EQ(ombr_string_accum_append_format(accum, "%03d", 7), 0u);
     const char *data = nullptr;
     uint32_t size = 0;
-    ASSERT_EQ(ombr_string_accum_get_string(accum, &data, &size), 0u);
+    EXPECT_EQ(out(ombr_string_accum_get_string, accum, &data), 6u);
     EXPECT_STREQ(data, "a-007");
-    EXPECT_EQ(size, 6u);
     EXPECT_EQ(append_vformat(accum, "[%5.1f]", 2.26), 0u);
     EXPECT_EQ(append_vformat(accum, nullptr), 0u);  // not tested, but ends at once
     ASSERT_EQ(ombr_string_accum_get_string(accum, &data, &size), 0u);

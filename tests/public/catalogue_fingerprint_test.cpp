@@ -113,9 +113,7 @@ TEST_F(CatalogueFingerprintTest, AnExcerptFindsItsAlbumAndTrackWithScoreAndOffse
     EXPECT_GE(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_SCORE)), 90);
     EXPECT_EQ(value(album, ZELTO_CATALOGUE_VAL_FP_SCORE), value(track, ZELTO_CATALOGUE_VAL_FP_SCORE));
     EXPECT_NEAR(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_COMPARED)), 19000, 1500);
-    zelto_manager_rvo_release(track);
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {track, album, response}) zelto_manager_rvo_release(item);
 
     // The track find answers with the track itself.
     ASSERT_EQ(zelto_cantrix_query_find_tracks(query_, &response), 0u);
@@ -123,8 +121,7 @@ TEST_F(CatalogueFingerprintTest, AnExcerptFindsItsAlbumAndTrackWithScoreAndOffse
     track = child(response, "zelto_ctx_track!");
     EXPECT_EQ(title(track), "Title 2");
     EXPECT_NEAR(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_OFFSET)), 12000, 130);
-    zelto_manager_rvo_release(track);
-    zelto_manager_rvo_release(response);
+    for (auto item : {track, response}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(CatalogueFingerprintTest, StoredTextSetAsDataFindsTheSameAndStrangersFindNothing) {
@@ -135,8 +132,7 @@ TEST_F(CatalogueFingerprintTest, StoredTextSetAsDataFindsTheSameAndStrangersFind
     ASSERT_EQ(count(response, "zelto_ctx_track!"), 1u);
     zelto_rvo_handle track = child(response, "zelto_ctx_track!");
     EXPECT_EQ(title(track), "Title 3");
-    zelto_manager_rvo_release(track);
-    zelto_manager_rvo_release(response);
+    for (auto item : {track, response}) zelto_manager_rvo_release(item);
 
     fingerprint(pcm(7, 0, 40));  // never stored
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
@@ -214,9 +210,7 @@ TEST_F(CatalogueFingerprintTest, TheProviderReadsXmlDescriptionsAndRefusesBadDat
             zelto_rvo_handle track = child(album, "zelto_ctx_track!matching");
             EXPECT_EQ(title(track), "Title 1");
             EXPECT_NEAR(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_OFFSET)), 8000, 130);
-            zelto_manager_rvo_release(track);
-            zelto_manager_rvo_release(album);
-            zelto_manager_rvo_release(result);
+            for (auto item : {track, album, result}) zelto_manager_rvo_release(item);
         }
         EXPECT_EQ(table->lookup_request_release(request), 0u);
     }

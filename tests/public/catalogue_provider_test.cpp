@@ -144,8 +144,7 @@ TEST_F(CatalogueTest, ExactTocIdentifiesTheAlbumInFull) {
     EXPECT_EQ(value_of(album, "zelto_val_full_result"), "1");
     EXPECT_EQ(track_titles(album), (std::vector<std::string>{"1 Quiet Harbour 193626", "2 Paper Comets 169266",
                                                              "3 The Long Thaw 184773"}));
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {album, response}) zelto_manager_rvo_release(item);
     // Progress: started, sent, found, one album built, ready, then the same
     // for the completion lookup.
     EXPECT_EQ(events_, (std::vector<uint32_t>{10, 20, 30, 40, 50, 100, 10, 20, 30, 40, 50, 100}));
@@ -161,8 +160,7 @@ TEST_F(CatalogueTest, ShiftedAndPerturbedTocsAreFuzzyMatches) {
         EXPECT_EQ(value_of(album, "zelto_val_tui"), "alb-lanterns");
         EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "FUZZY");
         EXPECT_EQ(value_of(album, "zelto_val_toc_album"), toc);
-        zelto_manager_rvo_release(album);
-        zelto_manager_rvo_release(response);
+        for (auto item : {album, response}) zelto_manager_rvo_release(item);
     }
 }
 
@@ -207,9 +205,7 @@ TEST_F(CatalogueTest, PartialDiscOfTwoIsCompletedWithAllTracksAndTheMatchedOnesM
     EXPECT_EQ(value_of(disc, "zelto_val_discnumber"), "2");
     EXPECT_EQ(value_of(disc, "zelto_val_toc"), "150 30000 61000");
     EXPECT_EQ(track_titles(disc), (std::vector<std::string>{"1 Midnight Sun 398000", "2 Thaw 412000"}));
-    zelto_manager_rvo_release(disc);
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {disc, album, response}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(CatalogueTest, AbortFromTheStatusCallbackStopsTheLookup) {
@@ -233,8 +229,7 @@ TEST_F(CatalogueTest, OnlineModeIsAnsweredByTheCatalogueToo) {
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
     EXPECT_EQ(display(album, "zelto_ctx_title!off"), "Straße der Lieder");
     EXPECT_EQ(artist_display(album), "Jürgen Hößl");
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {album, response}) zelto_manager_rvo_release(item);
 }
 
 // ---- Requests sent straight to the provider table, as the module sends them -----------

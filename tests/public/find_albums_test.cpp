@@ -75,9 +75,7 @@ TEST_F(FindAlbumsTest, CdIdentifiedEndToEnd) {
     EXPECT_EQ(value_of(response, "zelto_val_rangeend"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_rangecount"), "1");
     EXPECT_EQ(value_of(response, "zelto_val_decision"), "1");  // stays 1 even for a single match
-    uint32_t flags = 99;
-    EXPECT_EQ(zelto_manager_rvo_data_flags(response, &flags), 0u);
-    EXPECT_EQ(flags, 0u);
+    EXPECT_EQ(out(zelto_manager_rvo_data_flags, response), 0u);
 
     ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 1u);
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
@@ -94,8 +92,7 @@ TEST_F(FindAlbumsTest, CdIdentifiedEndToEnd) {
         zelto_manager_rvo_release(track);
     }
     EXPECT_EQ(titles, (std::vector<std::string>{"Lanterns 1", "Lanterns 2", "Lanterns 3"}));
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {album, response}) zelto_manager_rvo_release(item);
 
     // Two requests: the TOC lookup and the full-album lookup by tui.
     ASSERT_EQ(zelto_script_request_count(script_), 2u);
@@ -252,8 +249,7 @@ TEST_F(FindAlbumsTest, SingleModeKeepsTheFirstOfFiveAndCompletesIt) {
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
     EXPECT_EQ(count_of(album, "zelto_ctx_track!"), 9u);
     EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "FUZZY");
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {album, response}) zelto_manager_rvo_release(item);
     EXPECT_STREQ(zelto_script_request_data(script_, 1, "zelto_lookup_data_tui"), "1");
     EXPECT_STREQ(zelto_script_request_option(script_, 0, "zelto_lookup_option_result_single"), "true");
 }
@@ -269,8 +265,7 @@ TEST_F(FindAlbumsTest, TwoAlbumsOrAFullOneNeedNoSecondLookup) {
     zelto_rvo_handle second = child_of(response, "zelto_ctx_album!", 2);
     EXPECT_EQ(value_of(second, "zelto_val_title"), "B");
     EXPECT_EQ(value_of(second, "_sdkmgr_val_match_type"), "MULTI");
-    zelto_manager_rvo_release(second);
-    zelto_manager_rvo_release(response);
+    for (auto item : {second, response}) zelto_manager_rvo_release(item);
     EXPECT_EQ(zelto_script_request_count(script_), 1u);
 
     answer(make_answer("zelto_result_single_match", {make_album("C", "Z", 4, {{"zelto_val_full_result", "true"}})}));
@@ -287,8 +282,7 @@ TEST_F(FindAlbumsTest, NoNewRevisionGivesAPresentNullMatchType) {
     zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
     EXPECT_EQ(out(zelto_manager_rvo_value_count, album, "_sdkmgr_val_match_type"), 1u);
     EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "<null>");
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(response);
+    for (auto item : {album, response}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(FindAlbumsTest, NothingToSearchWith) {
@@ -388,8 +382,7 @@ TEST_F(FindAlbumsTest, AllocationFailureAtEachStepOfAFind) {
         } else {
             ASSERT_EQ(status, 0u);
             zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1);
-            zelto_manager_rvo_release(album);
-            zelto_manager_rvo_release(response);
+            for (auto item : {album, response}) zelto_manager_rvo_release(item);
         }
         EXPECT_EQ(zelto_script_live_requests(script_), 0u);
         EXPECT_EQ(zelto_manager_rvo_live_count(), 0u);

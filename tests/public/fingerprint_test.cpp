@@ -10,6 +10,7 @@
 #include "log_capture.h"
 #include "script_fixture.h"
 #include "test_audio.h"
+#include "out_param.h"
 
 namespace {
 
@@ -202,9 +203,7 @@ TEST_F(FingerprintTest, CompleteAfterAFullLengthOfAudio) {
     const auto second = test_audio::pcm(Signal::chords, 8000, 1, 8, 1);
     ASSERT_EQ(zelto_cantrix_query_fingerprint_begin(query_, "zelto_cantrix_fp_tvx", 8000, 8, 1), 0u);
     for (int s = 1; s <= 122; ++s) {
-        uint8_t complete = 7;
-        ASSERT_EQ(zelto_cantrix_query_fingerprint_write(query_, second.data(), 8000, &complete), 0u);
-        EXPECT_EQ(complete, s >= 120 ? 1 : 0) << s;
+        EXPECT_EQ(out(zelto_cantrix_query_fingerprint_write, query_, second.data(), 8000), s >= 120 ? 1 : 0) << s;
     }
     ASSERT_EQ(zelto_cantrix_query_fingerprint_end(query_), 0u);
     EXPECT_THAT(fp_data(), ::testing::StartsWith("DURATION=122\n"));

@@ -25,8 +25,7 @@ TEST(HostServicesPublic, ScriptedAnswerWalkedThroughTheTables) {
     zelto_manager_tree_add_value(track, "zelto_val_tracknumber", "7");
     zelto_manager_tree_add_child(album, "zelto_ctx_track!matching", track);
     zelto_manager_tree_add_child(response, "zelto_ctx_album!", album);
-    zelto_manager_tree_release(track);
-    zelto_manager_tree_release(album);
+    for (auto item : {track, album}) zelto_manager_tree_release(item);
     ASSERT_EQ(zelto_script_answer(script, response, nullptr), 0u);
     zelto_manager_tree_release(response);
 

@@ -83,8 +83,7 @@ TEST_F(TextInputTest, ObjectInputFindsItsFullAlbumWithItsHistory) {
     EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "FUZZY");
     EXPECT_EQ(value_of(album, "zelto_val_toc_album"), "150 14672 27367 41225");
     EXPECT_EQ(count_of(album, "zelto_ctx_track!"), 5u);
-    zelto_manager_rvo_release(album);
-    zelto_manager_rvo_release(answer_object);
+    for (auto item : {album, answer_object}) zelto_manager_rvo_release(item);
 
     // Bad objects.
     EXPECT_EQ(zelto_cantrix_query_set_rvo(query_, nullptr), 0x90810001u);

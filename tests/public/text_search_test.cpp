@@ -82,8 +82,7 @@ TEST_F(TextSearchTest, AlbumSearchRequestAndScoresInProviderOrder) {
     zelto_rvo_handle first = child_of(response, "zelto_ctx_album!", 2);
     EXPECT_EQ(value_of(first, "_sdkmgr_val_lookup_type"), "TEXT");
     EXPECT_EQ(value_of(first, "_sdkmgr_val_match_type"), "FUZZY");
-    zelto_manager_rvo_release(first);
-    zelto_manager_rvo_release(response);
+    for (auto item : {first, response}) zelto_manager_rvo_release(item);
 }
 
 TEST_F(TextSearchTest, SingleModeReturnsTheBestAlbumCompleted) {
@@ -109,8 +108,7 @@ TEST_F(TextSearchTest, SingleModeReturnsTheBestAlbumCompleted) {
     EXPECT_EQ(value_of(row, "zelto_val_txtmatchscore"), "100");
     EXPECT_EQ(value_of(row, "zelto_val_track_matched"), "7");  // moved into the row's map
     EXPECT_EQ(value_of(row, "zelto_val_track_matched_pos"), "2");
-    zelto_manager_rvo_release(row);
-    zelto_manager_rvo_release(response);
+    for (auto item : {row, response}) zelto_manager_rvo_release(item);
     EXPECT_STREQ(zelto_script_request_data(script_, 1, "zelto_lookup_data_tui"), "42");
     EXPECT_STREQ(zelto_script_request_data(script_, 1, "zelto_lookup_data_track_matched"), "7");
 }
