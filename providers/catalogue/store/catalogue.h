@@ -406,6 +406,29 @@ std::string bounded_query(std::string_view text);
 uint32_t text_similarity(std::string_view query, std::string_view candidate);
 // Share 0..100 of the query words found in the candidate, paired as above.
 uint32_t text_coverage(std::string_view query, std::string_view candidate);
+// Edit distance as edit_distance counts it, when it is at most two;
+// three for any greater distance. Allocates nothing for words of up to
+// kShortWord code points.
+constexpr size_t kShortWord = 64;
+uint32_t edit_distance_within_two(std::string_view a, std::string_view b);
+// One query text folded once and scored against many candidates: the same
+// values as text_similarity and text_coverage, without folding the query
+// again nor allocating per candidate word.
+class QueryWords {
+   public:
+    explicit QueryWords(std::string_view query);
+    bool empty() const { return words_.empty(); }
+    uint32_t similarity(std::string_view candidate);
+    uint32_t coverage(std::string_view candidate);
+
+   private:
+    uint32_t paired(std::string_view candidate, size_t &candidate_words);
+    std::vector<std::string> words_;
+    std::vector<size_t> lengths_;        // code points of each word
+    std::string key_;                    // scratch: the candidate's search key
+    std::vector<std::string_view> cand_; // scratch: its words
+    std::vector<uint8_t> used_;          // scratch: candidate words paired so far
+};
 // Number of rows of the generated folding table.
 uint32_t fold_table_rows();
 
@@ -595,6 +618,14 @@ class Catalogue {
     Status search_artists(std::string_view name, Range range, ArtistSearchResult &out) noexcept;
     Status search_lyrics(const LyricQuery &query, Range range, LyricSearchResult &out) noexcept;
     Status search_matches(const TextQuery &query, Range range, MatchSearchResult &out) noexcept;
+    // search_albums as first written: every candidate expression read in
+    // rank order, every candidate read and scored by itself, all sorted.
+    // The reference search_albums is tested against (same hits, scores,
+    // order and totals).
+    Status search_albums_reference(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept;
+    // Candidates of each FTS expression (normally kCandidateCap, 5000):
+    // tests of the cap set a small one.
+    void set_search_candidate_cap(uint32_t cap) noexcept;
 
     // Rebuilds the word list used to correct misspelt query words. Runs by
     // itself before the first search after changes; imports run it at the end.

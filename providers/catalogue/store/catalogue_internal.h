@@ -53,6 +53,9 @@ class Stmt {
     sqlite3_stmt *s_;
 };
 
+// Candidates each FTS expression of a text search yields at most.
+constexpr int64_t kCandidateCap = 5000;
+
 struct Catalogue::Impl {
     sqlite3 *db = nullptr;
     std::mutex mutex;
@@ -73,6 +76,7 @@ struct Catalogue::Impl {
         } version;
     };
     std::optional<AlbumCopy> last_album;
+    int64_t search_candidate_cap = kCandidateCap;  // smaller only in tests of the cap
 
     ~Impl();
 

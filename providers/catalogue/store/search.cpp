@@ -19,7 +19,6 @@ namespace catalogue {
 
 namespace {
 
-constexpr int64_t kCandidateCap = 5000;
 constexpr size_t kMaxCorrections = 5;
 constexpr size_t kMaxMatchedTracks = 64;
 constexpr size_t kRestrictedAlbums = 2000;  // albums whose tracks are searched one album at a time
@@ -62,9 +61,53 @@ bool key_matches(const std::string &key, const FieldTerms &field) {
     return true;
 }
 
+// The fields of a text query, scored against candidate texts: by
+// text_similarity and text_coverage, or (fast) by the same values from
+// each field folded once.
+enum class Field : size_t { album_title, album_artist, track_title, track_artist, artist, composer, count };
+
+class FieldScorer {
+   public:
+    FieldScorer(const TextQuery &q, bool fast)
+        : texts_{&q.album_title, &q.album_artist, &q.track_title, &q.track_artist, &q.artist, &q.composer},
+          fast_(fast) {
+        if (fast)
+            for (const std::string *t : texts_) words_.emplace_back(*t);
+    }
+    const std::string &text(Field f) const { return *texts_[static_cast<size_t>(f)]; }
+    uint32_t similarity(Field f, std::string_view candidate) {
+        return fast_ ? words_[static_cast<size_t>(f)].similarity(candidate) : text_similarity(text(f), candidate);
+    }
+    uint32_t coverage(Field f, std::string_view candidate) {
+        return fast_ ? words_[static_cast<size_t>(f)].coverage(candidate) : text_coverage(text(f), candidate);
+    }
+
+   private:
+    const std::string *texts_[static_cast<size_t>(Field::count)];
+    bool fast_;
+    std::vector<QueryWords> words_;
+};
+
+// Rows of an FTS expression read in no order, and the order FTS5 ranks
+// them in: by rank, rows of equal rank by rowid (FTS5 reads rows by rowid
+// and its sort keeps rows of equal rank in the order it was given them).
+template <typename Row>
+bool rank_order(const Row &a, const Row &b) {
+    return a.rank != b.rank ? a.rank < b.rank : a.id < b.id;
+}
+
+// Keeps the `cap` best rows by rank_order, in no particular order.
+template <typename Row>
+void keep_best(std::vector<Row> &rows, int64_t cap) {
+    const auto n = static_cast<size_t>(std::max<int64_t>(cap, 0));
+    if (rows.size() <= n) return;
+    std::nth_element(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(n), rows.end(), rank_order<Row>);
+    rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(n), rows.end());
+}
+
 class Searcher {
    public:
-    explicit Searcher(Catalogue::Impl &impl) : impl_(impl) {}
+    explicit Searcher(Catalogue::Impl &impl) : impl_(impl), cap_(impl.search_candidate_cap) {}
 
     Status prepare_spelling() {
         return impl_.spelling_stale && !impl_.read_only ? impl_.refresh_spelling() : Status{};
@@ -112,6 +155,9 @@ class Searcher {
     struct Candidate {
         double rank = 0;
         std::vector<int64_t> tracks;
+        // The album's title and artist, when the candidate query read them.
+        bool has_album = false;
+        std::string title, artist;
     };
     using Candidates = std::unordered_map<int64_t, Candidate>;
 
@@ -124,7 +170,7 @@ class Searcher {
         Stmt q(impl_.prepare(sql.c_str(), st));
         if (!q) return st;
         q.bind(1, match);
-        q.bind(2, kCandidateCap);
+        q.bind(2, cap_);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW) found.emplace_back(q.i64(0), q.real(1));
         return rc == SQLITE_DONE ? Status{} : impl_.db_error(what);
@@ -135,7 +181,7 @@ class Searcher {
         Stmt q(impl_.prepare("SELECT rowid, rank FROM album_fts WHERE album_fts MATCH ? ORDER BY rank LIMIT ?", st));
         if (!q) return st;
         q.bind(1, match);
-        q.bind(2, kCandidateCap);
+        q.bind(2, cap_);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW) out[q.i64(0)].rank = q.real(1);
         return rc == SQLITE_DONE ? Status{} : impl_.db_error("album search");
@@ -149,7 +195,7 @@ class Searcher {
                              st));
         if (!q) return st;
         q.bind(1, match);
-        q.bind(2, kCandidateCap);
+        q.bind(2, cap_);
         int rc;
         while ((rc = q.step()) == SQLITE_ROW) {
             int64_t track = q.i64(0), album = q.i64(1);
@@ -159,6 +205,89 @@ class Searcher {
             if (it->second.tracks.size() < kMaxMatchedTracks) it->second.tracks.push_back(track);
             if (tracks) tracks->emplace_back(track, rank);
         }
+        return rc == SQLITE_DONE ? Status{} : impl_.db_error("track search");
+    }
+
+    // The candidates album_matches finds, with the title and artist of each
+    // album read in the same query. FTS5 computes the rank of every matching
+    // row whether the rows are asked in rank order or not; asked in order,
+    // it sorts them all on top, so they are read as they come and the best
+    // kept here.
+    Status album_rows(const std::string &match, Candidates &out) {
+        struct Row {
+            int64_t id;
+            double rank;
+            bool has_album;
+            std::string title, artist;
+        };
+        std::vector<Row> rows;
+        {
+            Status st;
+            Stmt q(impl_.prepare("SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
+                                 " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
+                                 st));
+            if (!q) return st;
+            q.bind(1, match);
+            int rc;
+            while ((rc = q.step()) == SQLITE_ROW) rows.push_back({q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)});
+            if (rc != SQLITE_DONE) return impl_.db_error("album search");
+        }
+        keep_best(rows, cap_);
+        for (Row &r : rows) {
+            Candidate &c = out[r.id];
+            c.rank = r.rank;
+            c.has_album = r.has_album;
+            c.title = std::move(r.title);
+            c.artist = std::move(r.artist);
+        }
+        return {};
+    }
+
+    // The candidates track_matches finds, read as album_rows reads them and
+    // then taken in rank order (an album keeps its first kMaxMatchedTracks).
+    Status track_rows(const std::string &match, Candidates &out) {
+        struct Row {
+            int64_t id, album;
+            double rank;
+        };
+        std::vector<Row> rows;
+        {
+            Status st;
+            Stmt q(impl_.prepare("SELECT t.id, t.album_id, f.rank FROM track_fts f JOIN tracks t ON t.id = f.rowid"
+                                 " WHERE track_fts MATCH ?",
+                                 st));
+            if (!q) return st;
+            q.bind(1, match);
+            int rc;
+            while ((rc = q.step()) == SQLITE_ROW) rows.push_back({q.i64(0), q.i64(1), q.real(2)});
+            if (rc != SQLITE_DONE) return impl_.db_error("track search");
+        }
+        keep_best(rows, cap_);
+        std::sort(rows.begin(), rows.end(), rank_order<Row>);
+        for (const Row &r : rows) {
+            auto [it, inserted] = out.try_emplace(r.album);
+            if (inserted || r.rank < it->second.rank) it->second.rank = r.rank;
+            if (it->second.tracks.size() < kMaxMatchedTracks) it->second.tracks.push_back(r.id);
+        }
+        return {};
+    }
+
+    // Whether a track matching `match` is on an album not in `known`; read
+    // without ranks. When none is, the tracks' candidates add nothing to
+    // `known`, whichever of them the cap would keep.
+    Status tracks_outside(const std::string &match, const Candidates &known, bool &outside) {
+        outside = false;
+        Status st;
+        Stmt q(impl_.prepare("SELECT t.album_id FROM track_fts f JOIN tracks t ON t.id = f.rowid WHERE track_fts MATCH ?",
+                             st));
+        if (!q) return st;
+        q.bind(1, match);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW)
+            if (!known.count(q.i64(0))) {
+                outside = true;
+                return {};
+            }
         return rc == SQLITE_DONE ? Status{} : impl_.db_error("track search");
     }
 
@@ -193,9 +322,13 @@ class Searcher {
         return {};
     }
 
-    // Albums of `query`, scored, in order. `ok_empty` false if the query had
-    // no searchable field.
-    Status albums(const TextQuery &query, std::vector<AlbumHit> &out) {
+    // Albums of `query`, scored, in order; only the hits of `page` need be
+    // complete and in place (the others keep their scores, title and
+    // artist). `fast` false is the plain reading of the search: each
+    // candidate expression read in FTS rank order, each candidate read and
+    // scored by itself, all of them sorted. The fast reading gives the same
+    // hits (see album_rows, track_rows, tracks_outside, QueryWords).
+    Status albums(const TextQuery &query, std::vector<AlbumHit> &out, bool fast, Range page, bool complete = true) {
         Status st = prepare_spelling();
         if (!st.ok()) return st;
         std::vector<Candidates> sets;
@@ -215,14 +348,21 @@ class Searcher {
         if (!album_expr.empty()) {
             sets.emplace_back();
             from_tracks.push_back(false);
-            st = album_matches(album_expr, sets.back());
+            st = fast ? album_rows(album_expr, sets.back()) : album_matches(album_expr, sets.back());
             if (!st.ok()) return st;
         }
         if (!artist_expr.empty()) {
             // The artist of the album, or else of some of its tracks.
             Candidates by_album, by_track;
-            st = album_matches("artist : (" + artist_expr + ")", by_album);
-            if (st.ok()) st = track_matches("artist : (" + artist_expr + ")", by_track, nullptr);
+            const std::string match = "artist : (" + artist_expr + ")";
+            st = fast ? album_rows(match, by_album) : album_matches(match, by_album);
+            if (st.ok() && !fast) st = track_matches(match, by_track, nullptr);
+            if (st.ok() && fast) {
+                // Tracks only add albums the album artists did not find.
+                bool outside = false;
+                st = tracks_outside(match, by_album, outside);
+                if (st.ok() && outside) st = track_rows(match, by_track);
+            }
             if (!st.ok()) return st;
             for (auto &[id, c] : by_track)
                 if (!by_album.count(id)) by_album.emplace(id, std::move(c));
@@ -235,7 +375,7 @@ class Searcher {
             // then cannot push the wanted album out of the candidate limit.
             std::vector<int64_t> within;
             bool restrict = !sets.empty();
-            for (const auto &set : sets) restrict = restrict && set.size() < static_cast<size_t>(kCandidateCap);
+            for (const auto &set : sets) restrict = restrict && set.size() < static_cast<size_t>(cap_);
             if (restrict) {
                 for (const auto &[id, c] : sets[0]) {
                     bool everywhere = true;
@@ -247,6 +387,7 @@ class Searcher {
             sets.emplace_back();
             from_tracks.push_back(true);
             st = restrict ? track_matches_in(query, within, sets.back())
+                 : fast   ? track_rows(track_expr, sets.back())
                           : track_matches(track_expr, sets.back(), nullptr);
             if (!st.ok()) return st;
         }
@@ -271,34 +412,60 @@ class Searcher {
 
         out.clear();
         out.reserve(result.size());
+        FieldScorer scorer(query, fast);
         for (auto &[id, cand] : result) {
             AlbumHit hit;
-            st = score_album(query, id, cand, hit);
+            st = score_album(query, id, cand, hit, scorer);
             if (!st.ok()) return st;
             out.push_back(std::move(hit));
         }
-        std::sort(out.begin(), out.end(), [](const AlbumHit &a, const AlbumHit &b) {
+        auto order = [](const AlbumHit &a, const AlbumHit &b) {
             if (a.score != b.score) return a.score > b.score;
             if (a.rank != b.rank) return a.rank < b.rank;
             return a.album_id < b.album_id;
-        });
+        };
+        if (!fast) {
+            std::sort(out.begin(), out.end(), order);
+            return {};
+        }
+        // The order is total, so the first hits of a partial sort are those
+        // of a whole one.
+        const size_t end = std::min<size_t>(page.end, out.size());
+        std::partial_sort(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(end), out.end(), order);
+        for (size_t i = page.start - 1; complete && i < end; ++i) {
+            st = read_album_row(out[i].album_id, out[i]);
+            if (!st.ok()) return st;
+        }
         return {};
     }
 
-    Status score_album(const TextQuery &query, int64_t id, Candidate &cand, AlbumHit &hit) {
+    // The stored fields of an album hit.
+    Status read_album_row(int64_t id, AlbumHit &hit) {
         Status st;
-        {
-            Stmt q(impl_.prepare("SELECT tui, tag, title, artist, revision, track_count FROM albums WHERE id = ?", st));
-            if (!q) return st;
-            q.bind(1, id);
-            if (q.step() != SQLITE_ROW) return impl_.db_error("read album");
+        Stmt q(impl_.prepare("SELECT tui, tag, title, artist, revision, track_count FROM albums WHERE id = ?", st));
+        if (!q) return st;
+        q.bind(1, id);
+        if (q.step() != SQLITE_ROW) return impl_.db_error("read album");
+        hit.album_id = id;
+        hit.tui = q.text(0);
+        hit.tag = q.text(1);
+        hit.title = q.text(2);
+        hit.artist = q.text(3);
+        hit.revision = q.u32(4);
+        hit.album_track_count = q.u32(5);
+        return {};
+    }
+
+    Status score_album(const TextQuery &query, int64_t id, Candidate &cand, AlbumHit &hit, FieldScorer &scorer) {
+        Status st;
+        if (cand.has_album) {
             hit.album_id = id;
-            hit.tui = q.text(0);
-            hit.tag = q.text(1);
-            hit.title = q.text(2);
-            hit.artist = q.text(3);
-            hit.revision = q.u32(4);
-            hit.album_track_count = q.u32(5);
+            hit.title = std::move(cand.title);
+            hit.artist = std::move(cand.artist);
+            hit.rank = cand.rank;
+        } else {
+            st = read_album_row(id, hit);
+            if (!st.ok()) return st;
             hit.rank = cand.rank;
         }
         // Credited performers count like the album's display credit.
@@ -323,35 +490,35 @@ class Searcher {
                 st = track_composers(track, composers.back());
                 if (!st.ok()) return st;
             }
-            if (!query.track_title.empty()) hit.track_score = std::max(hit.track_score, text_similarity(query.track_title, m.title));
+            if (!query.track_title.empty()) hit.track_score = std::max(hit.track_score, scorer.similarity(Field::track_title, m.title));
             hit.matched_tracks.push_back(std::move(m));
         }
         std::sort(hit.matched_tracks.begin(), hit.matched_tracks.end(),
                   [](const MatchedTrack &a, const MatchedTrack &b) { return a.position < b.position; });
         uint32_t fields = 0, sum = 0;
         if (!query.album_title.empty()) {
-            hit.album_score = text_similarity(query.album_title, hit.title);
+            hit.album_score = scorer.similarity(Field::album_title, hit.title);
             sum += hit.album_score;
             ++fields;
         }
         bool any_artist = false;
-        auto contributor = [&](const std::string &text, bool album_level, bool track_level) {
-            if (text.empty()) return;
+        auto contributor = [&](Field field, bool album_level, bool track_level) {
+            if (scorer.text(field).empty()) return;
             any_artist = true;
             if (album_level)
                 for (const auto &a : album_artists)
-                    hit.contributor_score = std::max(hit.contributor_score, text_similarity(text, a));
+                    hit.contributor_score = std::max(hit.contributor_score, scorer.similarity(field, a));
             if (track_level)
                 for (const auto &a : track_artists)
-                    hit.contributor_score = std::max(hit.contributor_score, text_similarity(text, a));
+                    hit.contributor_score = std::max(hit.contributor_score, scorer.similarity(field, a));
         };
-        contributor(query.album_artist, true, false);
-        contributor(query.artist, true, true);
-        contributor(query.track_artist, track_artists.empty(), true);
+        contributor(Field::album_artist, true, false);
+        contributor(Field::artist, true, true);
+        contributor(Field::track_artist, track_artists.empty(), true);
         if (!query.composer.empty()) {
             any_artist = true;
             for (const auto &c : composers)
-                hit.contributor_score = std::max(hit.contributor_score, text_coverage(query.composer, c));
+                hit.contributor_score = std::max(hit.contributor_score, scorer.coverage(Field::composer, c));
         }
         if (any_artist) {
             sum += hit.contributor_score;
@@ -409,7 +576,7 @@ class Searcher {
             st = album_matches(album_expr, albums);
             if (!st.ok()) return st;
         }
-        bool narrowed = !album_expr.empty() && albums.size() < static_cast<size_t>(kCandidateCap) &&
+        bool narrowed = !album_expr.empty() && albums.size() < static_cast<size_t>(cap_) &&
                         albums.size() <= kRestrictedAlbums;
         if (!track_expr.empty() && narrowed) {
             // Only the tracks of the albums found, as for album searches.
@@ -709,6 +876,7 @@ class Searcher {
     }
 
     Catalogue::Impl &impl_;
+    const int64_t cap_;  // candidates of each FTS expression
 };
 
 }  // namespace
@@ -745,7 +913,17 @@ Status paged_search(Impl &impl, Range range, Result &out, Search search) {
 
 Status Catalogue::search_albums(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept {
     return guarded([&] {
-        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<AlbumHit> &all) { return s.albums(bounded(query), all); });
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<AlbumHit> &all) {
+            return s.albums(bounded(query), all, true, range);
+        });
+    });
+}
+
+Status Catalogue::search_albums_reference(const TextQuery &query, Range range, AlbumSearchResult &out) noexcept {
+    return guarded([&] {
+        return paged_search(*impl_, range, out, [&](Searcher &s, std::vector<AlbumHit> &all) {
+            return s.albums(bounded(query), all, false, range);
+        });
     });
 }
 
@@ -774,7 +952,8 @@ Status Catalogue::search_matches(const TextQuery &given, Range range, MatchSearc
         std::lock_guard lock(impl_->mutex);
         Searcher searcher(*impl_);
         std::vector<AlbumHit> albums;
-        Status st = searcher.albums(query, albums);
+        // Every album hit in order; only their titles and scores are used.
+        Status st = searcher.albums(query, albums, true, {1, UINT32_MAX}, false);
         if (!st.ok()) return st;
         std::vector<MatchHit> all;
         for (const auto &a : albums) {
@@ -815,6 +994,11 @@ Status Catalogue::search_matches(const TextQuery &given, Range range, MatchSearc
         out = std::move(result);
         return {};
     });
+}
+
+void Catalogue::set_search_candidate_cap(uint32_t cap) noexcept {
+    std::lock_guard lock(impl_->mutex);
+    impl_->search_candidate_cap = cap;
 }
 
 }  // namespace catalogue

@@ -238,6 +238,115 @@ uint32_t text_coverage(std::string_view query, std::string_view candidate) {
     return std::min<uint32_t>(paired_closeness(q, c) / static_cast<uint32_t>(q.size()), 100);
 }
 
+namespace {
+
+// The code points of a word into `out` (an invalid byte as U+FFFD, as
+// edit_distance reads it); false if it has more than kShortWord.
+bool short_code_points(std::string_view text, char32_t (&out)[kShortWord], size_t &n) {
+    n = 0;
+    for (size_t i = 0; i < text.size();) {
+        if (n == kShortWord) return false;
+        const int32_t cp = next_code_point(text, i);
+        out[n++] = static_cast<char32_t>(cp < 0 ? 0xFFFD : cp);
+    }
+    return true;
+}
+
+}  // namespace
+
+uint32_t edit_distance_within_two(std::string_view a, std::string_view b) {
+    char32_t x[kShortWord], y[kShortWord];
+    size_t n = 0, m = 0;
+    if (!short_code_points(a, x, n) || !short_code_points(b, y, m)) return std::min<uint32_t>(edit_distance(a, b), 3);
+    if (n > m + 2 || m > n + 2) return 3;
+    // The table of edit_distance, three rows kept; once two rows in a row
+    // exceed two, so does every later cell (a cell comes from the row above,
+    // or from two rows above by a transposition).
+    uint32_t rows[3][kShortWord + 1];
+    uint32_t *before = rows[0], *previous = rows[1], *row = rows[2];
+    for (size_t j = 0; j <= m; ++j) previous[j] = static_cast<uint32_t>(j);
+    bool previous_over = false;
+    for (size_t i = 1; i <= n; ++i) {
+        row[0] = static_cast<uint32_t>(i);
+        uint32_t least = row[0];
+        for (size_t j = 1; j <= m; ++j) {
+            const uint32_t cost = x[i - 1] == y[j - 1] ? 0 : 1;
+            uint32_t v = std::min({previous[j] + 1, row[j - 1] + 1, previous[j - 1] + cost});
+            if (i > 1 && j > 1 && x[i - 1] == y[j - 2] && x[i - 2] == y[j - 1]) v = std::min(v, before[j - 2] + 1);
+            row[j] = v;
+            least = std::min(least, v);
+        }
+        if (least > 2 && previous_over) return 3;
+        previous_over = least > 2;
+        uint32_t *t = before;
+        before = previous;
+        previous = row;
+        row = t;
+    }
+    return std::min<uint32_t>(previous[m], 3);
+}
+
+QueryWords::QueryWords(std::string_view query) : words_(fold_words(query)) {
+    for (const auto &w : words_) lengths_.push_back(code_point_count(w));
+}
+
+// word_closeness and paired_closeness over the folded query: the same
+// pairing, with the distance bounded at two.
+uint32_t QueryWords::paired(std::string_view candidate, size_t &candidate_words) {
+    key_ = fold(candidate);
+    cand_.clear();
+    for (size_t pos = 0; pos < key_.size();) {
+        size_t end = key_.find(' ', pos);
+        if (end == std::string::npos) end = key_.size();
+        if (end > pos) cand_.emplace_back(key_.data() + pos, end - pos);
+        pos = end + 1;
+    }
+    candidate_words = cand_.size();
+    if (words_.empty() || cand_.empty()) return 0;
+    used_.assign(cand_.size(), 0);
+    uint32_t sum = 0;
+    for (size_t k = 0; k < words_.size(); ++k) {
+        const std::string_view q = words_[k];
+        uint32_t best = 0;
+        size_t best_index = cand_.size();
+        for (size_t j = 0; j < cand_.size() && best < 100; ++j) {
+            if (used_[j]) continue;
+            const std::string_view c = cand_[j];
+            uint32_t v = 0;
+            if (q == c) v = 100;
+            else if (q.size() >= 3 && c.size() > q.size() && c.substr(0, q.size()) == q) v = 90;
+            else if (q.size() >= 4 && best < 75) {
+                const size_t lc = code_point_count(c);
+                if (lengths_[k] <= lc + 2 && lc <= lengths_[k] + 2) {
+                    const uint32_t d = edit_distance_within_two(q, c);
+                    v = d == 1 ? 75 : d == 2 && q.size() >= 6 ? 50 : 0;
+                }
+            }
+            if (v > best) {
+                best = v;
+                best_index = j;
+            }
+        }
+        if (best_index < cand_.size()) used_[best_index] = 1;
+        sum += best;
+    }
+    return sum;
+}
+
+uint32_t QueryWords::similarity(std::string_view candidate) {
+    size_t words = 0;
+    const uint32_t sum = paired(candidate, words);
+    if (words_.empty() || words == 0) return 0;
+    return std::min<uint32_t>(static_cast<uint32_t>((2u * sum) / static_cast<uint32_t>(words_.size() + words)), 100);
+}
+
+uint32_t QueryWords::coverage(std::string_view candidate) {
+    size_t words = 0;
+    const uint32_t sum = paired(candidate, words);
+    if (words_.empty() || words == 0) return 0;
+    return std::min<uint32_t>(sum / static_cast<uint32_t>(words_.size()), 100);
+}
+
 Status parse_toc(std::string_view text, std::vector<uint32_t> &out) {
     std::vector<uint32_t> offsets;
     size_t i = 0;
