@@ -75,6 +75,7 @@ class FieldScorer {
             for (const std::string *t : texts_) words_.emplace_back(*t);
     }
     const std::string &text(Field f) const { return *texts_[static_cast<size_t>(f)]; }
+    bool fast() const { return fast_; }
     uint32_t similarity(Field f, std::string_view candidate) {
         return fast_ ? words_[static_cast<size_t>(f)].similarity(candidate) : text_similarity(text(f), candidate);
     }
@@ -469,8 +470,14 @@ class Searcher {
             hit.rank = cand.rank;
         }
         // Credited performers count like the album's display credit.
+        // When the display credit alone already scores 100 against an
+        // artist field (the best a score can be), they cannot change the
+        // contributor score and the fast reading does not read them.
         std::vector<std::string> album_artists{hit.artist};
-        if (!query.artist.empty() || !query.album_artist.empty()) {
+        bool settled = false;
+        for (Field f : {Field::album_artist, Field::artist})
+            settled = settled || (scorer.fast() && !scorer.text(f).empty() && scorer.similarity(f, hit.artist) == 100);
+        if ((!query.artist.empty() || !query.album_artist.empty()) && !settled) {
             Stmt q(impl_.prepare("SELECT a.name FROM album_contributors c JOIN artists a ON a.id = c.artist_id"
                                  " WHERE c.album_id = ? AND c.role = 'performer'",
                                  st));
