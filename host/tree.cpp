@@ -130,6 +130,7 @@ struct zelto_manager_tree {
     List<Child> children;
     bool has_number = false;
     uint32_t number = 0;
+    zelto_manager_tree *next_doomed = nullptr;  // see tree_drop
     Arena arena;
 };
 
@@ -144,17 +145,22 @@ bool live_tree(const zelto_manager_tree *tree) { return tree && host::handles_va
 
 void tree_retain(zelto_manager_tree *tree) { ++tree->refs; }
 
+// Drops one reference; the last one deletes the node and drops its
+// children's, iteratively so that deep trees do not recurse: nodes whose
+// last reference went wait on a stack linked through the nodes themselves.
 void tree_drop(zelto_manager_tree *tree) {
-    // Children are released iteratively so that deep trees do not recurse.
-    std::vector<zelto_manager_tree *> pending{tree};
-    while (!pending.empty()) {
-        zelto_manager_tree *node = pending.back();
-        pending.pop_back();
-        if (--node->refs != 0) continue;
+    if (--tree->refs != 0) return;
+    zelto_manager_tree *doomed = tree;
+    while (doomed) {
+        zelto_manager_tree *node = doomed;
+        doomed = node->next_doomed;
         host::handles_remove(node);
         for (Child *child = node->children.first; child; child = child->next) {
             --child->node->parents;
-            pending.push_back(child->node);
+            if (--child->node->refs == 0) {
+                child->node->next_doomed = doomed;
+                doomed = child->node;
+            }
         }
         delete node;
         --g_tree_live;
