@@ -188,33 +188,36 @@ Status Catalogue::Impl::exec(const char *sql) {
     return {};
 }
 
-Status Catalogue::Impl::index_text(const char *sql, const char *what, int64_t rowid,
-                                   std::initializer_list<std::string_view> texts) {
-    if (defer_text) {
-        text_rows.add(sql, what, rowid, texts);
+Status Catalogue::Impl::index_row(const char *sql, const char *what, int64_t rowid,
+                                  std::initializer_list<std::string_view> texts, std::initializer_list<int64_t> numbers) {
+    if (defer_index) {
+        index_rows.add(sql, what, rowid, texts, numbers);
         return {};
     }
     Status st;
     Stmt s(prepare(sql, st));
     if (!s) return st;
-    s.bind(1, rowid);
-    int index = 1;
+    int index = 0;
+    s.bind(++index, rowid);
     for (std::string_view t : texts) s.bind(++index, t);
+    for (int64_t n : numbers) s.bind(++index, n);
     return s.step() == SQLITE_DONE ? Status{} : db_error(what);
 }
 
-Status Catalogue::Impl::flush_text() {
+Status Catalogue::Impl::flush_index() {
     Status st;
-    text_rows.each([&](const TextRows::Row &row, const std::string_view *texts) {
+    index_rows.each([&](const IndexRows::Row &row, const std::string_view *texts) {
         Stmt s(prepare(row.sql, st));
         if (!s) return false;
-        s.bind(1, row.rowid);
-        for (uint32_t c = 0; c < row.count; ++c) s.bind(static_cast<int>(c + 2), texts[c]);
+        int index = 0;
+        s.bind(++index, row.rowid);
+        for (uint32_t c = 0; c < row.texts; ++c) s.bind(++index, texts[c]);
+        for (uint32_t c = 0; c < row.numbers; ++c) s.bind(++index, row.values[c]);
         if (s.step() == SQLITE_DONE) return true;
         st = db_error(row.what);
         return false;
     });
-    text_rows.clear();
+    index_rows.clear();
     return st;
 }
 
@@ -359,7 +362,7 @@ Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id) {
     st = impl.write("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)",
                     "insert artist", &id, ident, c.name, c.sort_name, c.source_id, int64_t{c.collaboration ? 1 : 0});
     if (!st.ok()) return st;
-    return impl.index_text("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", id,
+    return impl.index_row("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", id,
                            {fold(c.name + " " + c.sort_name)});
 }
 
@@ -402,7 +405,7 @@ Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &compose
     if (!st.ok()) return st;
     std::string performers = album.artist;
     add_credit_names(album.contributors, performers, composers);
-    return impl.index_text("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", album.id,
+    return impl.index_row("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", album.id,
                            {fold(album.title), fold(performers)});
 }
 
@@ -429,14 +432,11 @@ struct TocShape {
 
 Status store_toc_shape(Catalogue::Impl &impl, int64_t toc_id, const std::vector<uint32_t> &offsets) {
     const TocShape shape(offsets);
-    Status st;
-    Stmt s(impl.prepare("INSERT INTO toc_shape VALUES(?1, ?2, ?2, ?3, ?3, ?4, ?4, ?5, ?5, ?6, ?6)", st));
-    if (!s) return st;
-    s.bind(1, toc_id);
-    s.bind(2, int64_t{shape.tracks});
-    s.bind(3, int64_t{shape.length});
-    for (size_t i = 0; i < TocShape::kTrackLengths; ++i) s.bind(static_cast<int>(4 + i), int64_t{shape.track_lengths[i]});
-    return s.step() == SQLITE_DONE ? Status{} : impl.db_error("index TOC");
+    static_assert(TocShape::kTrackLengths == 3);
+    return impl.index_row("INSERT INTO toc_shape VALUES(?1, ?2, ?2, ?3, ?3, ?4, ?4, ?5, ?5, ?6, ?6)", "index TOC",
+                          toc_id, {},
+                          {shape.tracks, shape.length, shape.track_lengths[0], shape.track_lengths[1],
+                           shape.track_lengths[2]});
 }
 
 Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, Toc &toc) {
@@ -471,7 +471,7 @@ Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, 
     std::string artist = track.artist.empty() ? album.artist : track.artist;
     std::string composers = album_composers;
     add_credit_names(track.contributors, artist, composers);
-    return impl.index_text("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track",
+    return impl.index_row("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track",
                            track.id, {fold(track.title), fold(artist), fold(composers)});
 }
 
@@ -504,10 +504,10 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged)
     std::string stored_digest;
     if (!(st = replaced_album(*this, album, existing, stored_digest)).ok()) return st;
     const std::string digest = album_digest(album);
-    // Removing the album replaced deletes from the text indexes, which
-    // must hold every queued row first.
-    if (existing && !(st = flush_text()).ok()) return st;
-    const size_t queued = text_rows.size();
+    // Removing the album replaced deletes from the virtual-table indexes,
+    // which must first hold every queued row (see IndexRows).
+    if (existing && !(st = flush_index()).ok()) return st;
+    const size_t queued = index_rows.size();
 
     // All rows of one album go in, or none. An unchanged album is written
     // again too: the digest only tells, it never decides what is stored.
@@ -520,7 +520,7 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged)
         return s.ok() ? mark_changed() : s;
     });
     if (!st.ok()) {
-        text_rows.truncate(queued);
+        index_rows.truncate(queued);
         album.id = 0;
         return st;
     }
@@ -1037,7 +1037,7 @@ Status Catalogue::add_album(Album &album, bool *replaced) noexcept {
 Status Catalogue::remove_album(int64_t album_id) noexcept {
     return guarded([&] {
         std::lock_guard lock(impl_->mutex);
-        Status st = impl_->flush_text();
+        Status st = impl_->flush_index();
         return st.ok() ? impl_->savepoint("remove_album", [&] { return impl_->remove_album(album_id); }) : st;
     });
 }

@@ -55,28 +55,35 @@ class Stmt {
     sqlite3_stmt *s_;
 };
 
-// Rows of the text indexes held back while an import runs, written a few
-// thousand at a time. Each album is stored under a savepoint, and a
-// savepoint makes every full-text table written in the transaction flush
-// what it holds in memory into a new segment: rows written one album at a
-// time make one tiny segment per album, and merging those costs most of an
-// import's time and writes. Rows queued here reach the tables between
-// albums, outside any savepoint, so each flush makes one large segment.
-class TextRows {
+// Rows of the virtual-table indexes (full-text tables, the TOC shape
+// R*Tree) held back while an import runs, written a few thousand at a
+// time. Each album is stored under a savepoint, and a savepoint makes every
+// full-text table written in the transaction flush what it holds in memory
+// into a new segment (and the R*Tree drop its open node handle): rows
+// written one album at a time make one tiny segment per album, and merging
+// those costs most of an import's time and writes. Rows queued here reach
+// the tables between albums, outside any savepoint, so each flush makes
+// one large segment.
+class IndexRows {
    public:
+    static constexpr size_t kMaxTexts = 3, kMaxNumbers = 5;
+    // A row binds its rowid, then its texts, then its numbers.
     struct Row {
-        const char *sql;   // the INSERT, rowid first then the texts
+        const char *sql;   // the INSERT
         const char *what;  // names the write in a failure
         int64_t rowid;
-        uint32_t count;
-        uint32_t lengths[3];
+        uint32_t texts, numbers;
+        uint32_t lengths[kMaxTexts];
+        int64_t values[kMaxNumbers];
     };
-    void add(const char *sql, const char *what, int64_t rowid, std::initializer_list<std::string_view> texts) {
-        Row row{sql, what, rowid, 0, {}};
+    void add(const char *sql, const char *what, int64_t rowid, std::initializer_list<std::string_view> texts,
+             std::initializer_list<int64_t> numbers) {
+        Row row{sql, what, rowid, 0, 0, {}, {}};
         for (std::string_view t : texts) {
-            row.lengths[row.count++] = static_cast<uint32_t>(t.size());
+            row.lengths[row.texts++] = static_cast<uint32_t>(t.size());
             text_.append(t);
         }
+        for (int64_t n : numbers) row.values[row.numbers++] = n;
         rows_.push_back(row);
     }
     size_t size() const { return rows_.size(); }
@@ -85,7 +92,7 @@ class TextRows {
     void truncate(size_t n) {
         size_t keep = 0;
         for (size_t i = 0; i < n && i < rows_.size(); ++i)
-            for (uint32_t c = 0; c < rows_[i].count; ++c) keep += rows_[i].lengths[c];
+            for (uint32_t c = 0; c < rows_[i].texts; ++c) keep += rows_[i].lengths[c];
         rows_.resize(std::min(n, rows_.size()));
         text_.resize(keep);
     }
@@ -95,19 +102,18 @@ class TextRows {
         rows_.shrink_to_fit();
         text_.shrink_to_fit();
     }
-    // Calls `f(row, texts)` for each row in order.
+    // Calls `f(row, texts)` for each row in order, while it returns true.
     template <typename F>
-    bool each(F &&f) const {
+    void each(F &&f) const {
         size_t at = 0;
         for (const Row &row : rows_) {
-            std::string_view texts[3];
-            for (uint32_t c = 0; c < row.count; ++c) {
+            std::string_view texts[kMaxTexts];
+            for (uint32_t c = 0; c < row.texts; ++c) {
                 texts[c] = std::string_view(text_).substr(at, row.lengths[c]);
                 at += row.lengths[c];
             }
-            if (!f(row, texts)) return false;
+            if (!f(row, texts)) return;
         }
-        return true;
     }
 
    private:
@@ -135,12 +141,12 @@ struct Catalogue::Impl {
         } version;
     };
     std::optional<AlbumCopy> last_album;
-    // While an import runs, text index rows wait in `text_rows` (see
-    // TextRows) until flush_text(): before each commit, before anything
-    // that deletes from a text index, and when they reach kTextRowsBytes.
-    bool defer_text = false;
-    TextRows text_rows;
-    static constexpr size_t kTextRowsBytes = 4u << 20;
+    // While an import runs, virtual-table index rows wait in `index_rows`
+    // (see IndexRows) until flush_index(): before each commit, before
+    // anything that deletes from those tables, and at kIndexRowsBytes.
+    bool defer_index = false;
+    IndexRows index_rows;
+    static constexpr size_t kIndexRowsBytes = 4u << 20;
 
     ~Impl();
 
@@ -163,10 +169,11 @@ struct Catalogue::Impl {
         return {};
     }
 
-    // Writes one text index row now, or queues it while an import runs.
-    Status index_text(const char *sql, const char *what, int64_t rowid, std::initializer_list<std::string_view> texts);
-    // Writes the queued text index rows; the queue is empty afterwards.
-    Status flush_text();
+    // Writes one virtual-table index row now, or queues it while an import runs.
+    Status index_row(const char *sql, const char *what, int64_t rowid, std::initializer_list<std::string_view> texts,
+                     std::initializer_list<int64_t> numbers = {});
+    // Writes the queued index rows; the queue is empty afterwards.
+    Status flush_index();
 
     Status begin();
     Status commit();

@@ -638,7 +638,7 @@ class ImportRun {
 
     // Commits what is pending and refreshes the word list.
     Status finish() {
-        Status st = impl_.flush_text();
+        Status st = impl_.flush_index();
         if (!st.ok()) {
             abandon();
             return st;
@@ -649,7 +649,7 @@ class ImportRun {
         return impl_.refresh_spelling();
     }
     void abandon() {
-        impl_.text_rows.clear();
+        impl_.index_rows.clear();
         impl_.rollback();
     }
 
@@ -672,12 +672,12 @@ class ImportRun {
 
     Status tick() {
         if (report_.records % kBatch == 0 && impl_.tx_depth == 1) {
-            Status st = impl_.flush_text();
+            Status st = impl_.flush_index();
             if (st.ok()) st = impl_.commit();
             if (st.ok()) st = impl_.begin();
             if (!st.ok()) return st;
-        } else if (impl_.text_rows.bytes() >= Catalogue::Impl::kTextRowsBytes) {
-            if (Status st = impl_.flush_text(); !st.ok()) return st;
+        } else if (impl_.index_rows.bytes() >= Catalogue::Impl::kIndexRowsBytes) {
+            if (Status st = impl_.flush_index(); !st.ok()) return st;
         }
         if (report_.records % kProgressEvery == 0) report_progress();
         return {};
@@ -782,19 +782,19 @@ Status import_xmcd_data(ImportRun &run, std::string_view text, const std::string
 
 // The bulk-load settings for the length of one import; the connection's
 // own come back when it ends, whatever way. They change speed only, so a
-// setting that cannot be made is left as it was. Text index rows are
-// queued meanwhile (see TextRows); the import writes or drops them before
+// setting that cannot be made is left as it was. Index rows are
+// queued meanwhile (see IndexRows); the import writes or drops them before
 // it ends.
 class BulkSettings {
    public:
     explicit BulkSettings(Catalogue::Impl &impl) : impl_(impl), db_(impl.db) {
         saved_ = read("PRAGMA cache_size", cache_) && read("PRAGMA wal_autocheckpoint", checkpoint_);
         if (saved_) set(-kImportCacheKiB, kImportCheckpointPages);
-        impl_.defer_text = true;
+        impl_.defer_index = true;
     }
     ~BulkSettings() {
-        impl_.defer_text = false;
-        impl_.text_rows.clear();
+        impl_.defer_index = false;
+        impl_.index_rows.clear();
         if (saved_) set(cache_, checkpoint_);
     }
     BulkSettings(const BulkSettings &) = delete;
