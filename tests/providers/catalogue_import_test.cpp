@@ -2,9 +2,7 @@
 // catalogue.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
-#include <unistd.h>
 
 #include "catalogue_fixtures.h"
 #include "providers/catalogue/store/json_stream.h"
@@ -12,6 +10,8 @@
 
 using namespace catalogue;
 using catalogue_test::open_memory;
+using catalogue_test::temp_dir;
+using catalogue_test::write;
 
 namespace {
 
@@ -46,17 +46,6 @@ const char *kXmcd =
     "# Revision: 3\n#\nDISCID=1e022303,abcdef01\nDTITLE=Mira Solenne / Lanterns of Glass\nDYEAR=2004\n"
     "DGENRE=Folk\nTTITLE0=Quiet Harbour\nTTITLE1=Paper \nTTITLE1=Comets\nTTITLE2=Guest / The Long Thaw\n"
     "EXTD=Some notes\\nmore\nPLAYORDER=\n";
-
-std::string temp_dir() {
-    char tmpl[] = "/tmp/catalogue_import_XXXXXX";
-    EXPECT_NE(mkdtemp(tmpl), nullptr);
-    return tmpl;
-}
-
-void write(const std::string &path, const std::string &text) {
-    std::ofstream out(path, std::ios::binary);
-    out << text;
-}
 
 }  // namespace
 
@@ -477,14 +466,9 @@ TEST(CatalogueImport, FilesImportedByContentNotName) {
     ASSERT_TRUE(cat->lookup_toc("150 14672 27367 41175", {1, 10}, toc).ok());
     ASSERT_EQ(toc.kind, MatchKind::single);
     EXPECT_EQ(toc.hits[0].title, "Lanterns of Glass");
-    LyricQuery q;
-    q.fragment = "salt window";
-    LyricSearchResult lyrics;
-    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, lyrics).ok());
+    const auto lyrics = catalogue_test::find_lyrics(*cat, "", "salt window");
     ASSERT_EQ(lyrics.total, 1u);
-    Lyric l;
-    ASSERT_TRUE(cat->get_lyric(lyrics.hits[0].lyric_id, l).ok());
-    EXPECT_NE(l.track_id, 0);  // linked: the release was there first
+    EXPECT_NE(lyrics.first.track_id, 0);  // linked: the release was there first
 
     // One file at a time, the same.
     ASSERT_TRUE(cat->import_file(dir + "/notes.txt", report).ok());
@@ -542,17 +526,12 @@ TEST(CatalogueImport, LyricsLinkToTracks) {
     EXPECT_EQ(report.imported, 1u);
     EXPECT_EQ(report.skipped, 2u);
     EXPECT_EQ(report.messages[1], dir + "/lyrics.jsonl:3: lyric without text");
-    LyricSearchResult r;
-    LyricQuery q;
-    q.fragment = "comets";
-    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, r).ok());
-    ASSERT_EQ(r.total, 1u);
-    Lyric l;
-    ASSERT_TRUE(cat->get_lyric(r.hits[0].lyric_id, l).ok());
-    EXPECT_NE(l.track_id, 0);
+    const auto lyrics = catalogue_test::find_lyrics(*cat, "", "comets");
+    ASSERT_EQ(lyrics.total, 1u);
+    EXPECT_NE(lyrics.first.track_id, 0);
     IdentifierHit hit;
     ASSERT_TRUE(cat->lookup_tui("rel-a-1-2", "", hit).ok());
-    EXPECT_EQ(l.track_id, hit.track_id);
+    EXPECT_EQ(lyrics.first.track_id, hit.track_id);
     std::filesystem::remove_all(dir);
 }
 
@@ -596,12 +575,9 @@ TEST(CatalogueImport, SampleCatalogue) {
     ASSERT_EQ(s.total, 1u);
     EXPECT_EQ(s.hits[0].title, "Fjärran Öar");
 
-    LyricQuery lq;
-    lq.fragment = "uber die brucke";
-    LyricSearchResult lr;
-    ASSERT_TRUE(cat->search_lyrics(lq, {1, 10}, lr).ok());
-    ASSERT_EQ(lr.total, 1u);
-    EXPECT_EQ(lr.hits[0].artist, "Jürgen Hößl");
+    const auto lyrics = catalogue_test::find_lyrics(*cat, "", "uber die brucke");
+    ASSERT_EQ(lyrics.total, 1u);
+    EXPECT_EQ(lyrics.hits[0].artist, "Jürgen Hößl");
 
     // Importing again replaces every album and lyric (same revisions, same
     // content: unchanged) and adds nothing.
