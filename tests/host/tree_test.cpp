@@ -167,6 +167,25 @@ TEST_F(TreeTest, CyclesAreRefused) {
     zelto_manager_tree_release(disc);
 }
 
+// The cycle test follows which nodes still hold a child: a node shared by
+// two parents stays below the second when the first is gone.
+TEST_F(TreeTest, CyclesThroughASharedChildAreRefusedAfterOneParentIsGone) {
+    zelto_manager_tree *first = node("zelto_ctx_disc"), *second = node("zelto_ctx_disc");
+    zelto_manager_tree *shared = node("zelto_ctx_track", {{"zelto_val_tracknumber", "1"}});
+    ASSERT_EQ(zelto_manager_tree_add_child(first, "zelto_ctx_track!", shared), 0u);
+    ASSERT_EQ(zelto_manager_tree_add_child(second, "zelto_ctx_track!", shared), 0u);
+    zelto_manager_tree_release(first);
+    EXPECT_EQ(zelto_manager_tree_add_child(shared, "zelto_ctx_disc!", second), ZELTO_RVO_BAD_ARG);
+    // Once no node holds it, the former child may take its former parent.
+    zelto_manager_tree_release(second);
+    zelto_manager_tree *again = node("zelto_ctx_disc");
+    ASSERT_EQ(zelto_manager_tree_add_child(shared, "zelto_ctx_disc!", again), 0u);
+    EXPECT_EQ(zelto_manager_tree_add_child(again, "zelto_ctx_track!", shared), ZELTO_RVO_BAD_ARG);
+    zelto_manager_tree_release(again);
+    EXPECT_EQ(dump(shared), "zelto_ctx_track\n  zelto_val_tracknumber = \"1\"\n  zelto_ctx_disc! 1\n    zelto_ctx_disc\n");
+    zelto_manager_tree_release(shared);
+}
+
 TEST_F(TreeTest, ChildOutlivesParentObjectAndTree) {
     zelto_rvo_handle track = nullptr;
     ASSERT_EQ(zelto_manager_rvo_child_get(object_, "zelto_ctx_track!matching", 1, 1, &track), 0u);

@@ -1125,6 +1125,35 @@ Status read_contributors(Catalogue::Impl &impl, const char *sql, int64_t owner, 
     return {};
 }
 
+// The credits of every track of a disc, read in one statement rather than
+// one per track: rows come by track, each track's in credit order.
+Status read_track_contributors(Catalogue::Impl &impl, Disc &disc) {
+    if (disc.tracks.empty()) return {};
+    Status st;
+    Stmt q(impl.prepare("SELECT c.track_id, a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
+                        "tracks t JOIN track_contributors c ON c.track_id = t.id JOIN artists a ON a.id = c.artist_id "
+                        "WHERE t.disc_id = ? ORDER BY c.track_id, c.position",
+                        st));
+    if (!q) return st;
+    q.bind(1, disc.id);
+    size_t at = 0;  // the track of the last row; rows of one track come together
+    while (q.step() == SQLITE_ROW) {
+        const int64_t track_id = q.i64(0);
+        for (size_t n = 0; n < disc.tracks.size() && disc.tracks[at].id != track_id; ++n)
+            at = (at + 1) % disc.tracks.size();
+        if (disc.tracks[at].id != track_id) continue;
+        Contributor c;
+        c.artist_id = q.i64(1);
+        c.name = q.text(2);
+        c.sort_name = q.text(3);
+        c.source_id = q.text(4);
+        c.collaboration = q.i64(5) != 0;
+        c.role = q.text(6);
+        disc.tracks[at].contributors.push_back(std::move(c));
+    }
+    return {};
+}
+
 }  // namespace
 
 Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
@@ -1227,14 +1256,7 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                     disc.tracks.push_back(std::move(t));
                 }
             }
-            for (auto &track : disc.tracks) {
-                st = read_contributors(impl,
-                                       "SELECT a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
-                                       "track_contributors c JOIN artists a ON a.id = c.artist_id WHERE c.track_id = ? "
-                                       "ORDER BY c.position",
-                                       track.id, track.contributors);
-                if (!st.ok()) return st;
-            }
+            if (!(st = read_track_contributors(impl, disc)).ok()) return st;
         }
         impl.last_album = Impl::AlbumCopy{album, version};
         out = std::move(album);
