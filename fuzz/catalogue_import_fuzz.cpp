@@ -30,8 +30,7 @@
 
 #include <unistd.h>
 
-#include "fuzz/fuzz_support.h"
-#include "providers/catalogue/store/catalogue.h"
+#include "fuzz/catalogue_fuzz_support.h"
 #include "providers/catalogue/store/utf8.h"
 
 namespace {
@@ -39,25 +38,6 @@ namespace {
 using fuzz::require;
 
 constexpr const char *kEarlierToc = "150 14672 27367 41225";
-
-std::unique_ptr<catalogue::Catalogue> fresh_catalogue() {
-    std::unique_ptr<catalogue::Catalogue> cat;
-    require(catalogue::Catalogue::open(":memory:", cat).ok(), "open");
-    catalogue::Album album;
-    album.title = "Lanterns of Glass";
-    album.artist = "Mira Solenne";
-    catalogue::Disc disc;
-    for (uint32_t n = 1; n <= 3; ++n) {
-        catalogue::Track track;
-        track.number = n;
-        track.title = "Track " + std::to_string(n);
-        disc.tracks.push_back(track);
-    }
-    disc.tocs.push_back({{150, 14672, 27367, 41225}, "", ""});
-    album.discs.push_back(disc);
-    require(cat->add_album(album).ok(), "earlier album");
-    return cat;
-}
 
 // The indexed and the linear fuzzy TOC lookups give the same hits in the
 // same order, for the TOC and for it shifted with one track moved.
@@ -183,7 +163,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     // One catalogue for the whole run; each import runs inside a
     // transaction that is rolled back afterwards.
-    static std::unique_ptr<catalogue::Catalogue> cat = fresh_catalogue();
+    static std::unique_ptr<catalogue::Catalogue> cat = fuzz::catalogue_with_album(
+        "", "Lanterns of Glass", "Mira Solenne", {"Track 1", "Track 2", "Track 3"}, {150, 14672, 27367, 41225});
     require(cat->begin().ok(), "begin");
     uint64_t before = 0;
     require(cat->album_count(before).ok() && before == 1, "one album before");

@@ -14,31 +14,11 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/fuzz_support.h"
-#include "providers/catalogue/store/catalogue.h"
+#include "fuzz/catalogue_fuzz_support.h"
 
 namespace {
 
 using fuzz::require;
-
-std::unique_ptr<catalogue::Catalogue> fresh_catalogue() {
-    std::unique_ptr<catalogue::Catalogue> cat;
-    require(catalogue::Catalogue::open(":memory:", cat).ok(), "open");
-    catalogue::Album album;
-    album.tui = "rel-a";
-    album.title = "Salt Roads";
-    album.artist = "Ilse Varga";
-    catalogue::Disc disc;
-    for (uint32_t n = 1; n <= 2; ++n) {
-        catalogue::Track track;
-        track.number = n;
-        track.title = n == 1 ? "Tide" : "Brine";
-        disc.tracks.push_back(track);
-    }
-    album.discs.push_back(disc);
-    require(cat->add_album(album).ok(), "album");
-    return cat;
-}
 
 uint64_t lyric_count(catalogue::Catalogue &cat) {
     catalogue::Statistics stats;
@@ -68,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     upper.artist = ascii_upper(upper.artist);
     require(catalogue::lyric_key(upper) == catalogue::lyric_key(lyric), "the key ignores case", std::string(text));
 
-    static std::unique_ptr<catalogue::Catalogue> cat = fresh_catalogue();
+    static std::unique_ptr<catalogue::Catalogue> cat =
+        fuzz::catalogue_with_album("rel-a", "Salt Roads", "Ilse Varga", {"Tide", "Brine"});
     require(cat->begin().ok(), "begin");
     const uint64_t before = lyric_count(*cat);
     bool replaced = true, unchanged = true;

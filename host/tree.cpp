@@ -3,14 +3,16 @@
 // goes through a small view record that adds the object's data flags and
 // locale. Also here: interned locale handles and the readable dump of
 // result objects.
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host_internal.h"
@@ -18,11 +20,73 @@
 
 namespace {
 
+// Bump allocator of one node: its values, children and their texts live
+// here until the node is deleted, so texts handed out never move and a node
+// costs a few allocations instead of several per value.
+class Arena {
+ public:
+    Arena() = default;
+    Arena(const Arena &) = delete;
+    Arena &operator=(const Arena &) = delete;
+    ~Arena() {
+        while (blocks_) {
+            Block *next = blocks_->next;
+            ::operator delete(blocks_);
+            blocks_ = next;
+        }
+    }
+
+    // `size` bytes aligned for pointers.
+    void *allocate(size_t size) {
+        size = (size + kAlign - 1) & ~(kAlign - 1);
+        if (static_cast<size_t>(end_ - next_) < size) grow(size);
+        void *p = next_;
+        next_ += size;
+        return p;
+    }
+    const char *copy(const char *text, size_t length) {
+        auto *p = static_cast<char *>(allocate(length + 1));
+        std::memcpy(p, text, length);
+        p[length] = '\0';
+        return p;
+    }
+    template <typename T>
+    T *make() {
+        return new (allocate(sizeof(T))) T{};
+    }
+
+ private:
+    static constexpr size_t kAlign = alignof(void *);
+    struct Block {
+        Block *next;
+    };
+    static constexpr size_t kHeader = (sizeof(Block) + kAlign - 1) & ~(kAlign - 1);
+
+    void grow(size_t size) {
+        const size_t bytes = std::max(size + kHeader, block_size_);
+        if (block_size_ < 16384) block_size_ *= 2;
+        auto *block = static_cast<Block *>(::operator new(bytes));
+        block->next = blocks_;
+        blocks_ = block;
+        next_ = reinterpret_cast<char *>(block) + kHeader;
+        end_ = reinterpret_cast<char *>(block) + bytes;
+    }
+
+    alignas(kAlign) char inline_[160];
+    char *next_ = inline_;
+    char *end_ = inline_ + sizeof inline_;
+    Block *blocks_ = nullptr;
+    size_t block_size_ = 512;
+};
+
+// Values and children are singly linked in insertion order; the structs
+// and their texts live in the node's arena.
 struct Value {
-    std::string key;
-    std::string text;
-    std::string language;  // canonical code, empty for none
-    uint32_t required = 0;
+    Value *next;
+    const char *key;
+    const char *text;
+    const char *language;  // canonical code (a static text), null for none
+    uint32_t required;
 };
 
 }  // namespace
@@ -32,9 +96,24 @@ struct zelto_manager_tree;
 namespace {
 
 struct Child {
-    std::string base;               // "zelto_ctx_track"
-    std::vector<std::string> tags;  // "matching", "off", ...
-    zelto_manager_tree *node = nullptr;
+    Child *next;
+    std::string_view base;  // "zelto_ctx_track"
+    const char *const *tags;  // "matching", "off", ...
+    uint32_t tag_count;
+    zelto_manager_tree *node;
+};
+
+template <typename T>
+struct List {
+    T *first = nullptr;
+    T *last = nullptr;
+    void append(T *item) {
+        if (last)
+            last->next = item;
+        else
+            first = item;
+        last = item;
+    }
 };
 
 }  // namespace
@@ -42,13 +121,17 @@ struct Child {
 struct zelto_manager_tree {
     uint32_t magic = host::kTreeMagic;
     std::atomic<uint32_t> refs{1};
-    std::string context;
+    // Parents holding this node as a child: a node that no other node holds
+    // cannot lie below anything, which spares most cycle checks.
+    std::atomic<uint32_t> parents{0};
+    const char *context = nullptr;  // in the arena, fixed at creation
     mutable std::mutex mutex;
-    // Held by pointer so that texts handed out stay put while values are added.
-    std::vector<std::unique_ptr<Value>> values;
-    std::vector<Child> children;
+    List<Value> values;
+    List<Child> children;
     bool has_number = false;
     uint32_t number = 0;
+    zelto_manager_tree *next_doomed = nullptr;  // see tree_drop
+    Arena arena;
 };
 
 namespace {
@@ -56,43 +139,57 @@ namespace {
 std::atomic<uint32_t> g_tree_live{0};
 
 constexpr const char kCtxPrefix[] = ZELTO_CTX_PREFIX;
+constexpr size_t kCtxPrefixLength = sizeof(kCtxPrefix) - 1;
 
 bool live_tree(const zelto_manager_tree *tree) { return tree && host::handles_valid(tree, host::kTreeMagic); }
 
 void tree_retain(zelto_manager_tree *tree) { ++tree->refs; }
 
+// Drops one reference; the last one deletes the node and drops its
+// children's, iteratively so that deep trees do not recurse: nodes whose
+// last reference went wait on a stack linked through the nodes themselves.
 void tree_drop(zelto_manager_tree *tree) {
-    // Children are released iteratively so that deep trees do not recurse.
-    std::vector<zelto_manager_tree *> pending{tree};
-    while (!pending.empty()) {
-        zelto_manager_tree *node = pending.back();
-        pending.pop_back();
-        if (--node->refs != 0) continue;
+    if (--tree->refs != 0) return;
+    zelto_manager_tree *doomed = tree;
+    while (doomed) {
+        zelto_manager_tree *node = doomed;
+        doomed = node->next_doomed;
         host::handles_remove(node);
-        for (Child &child : node->children) pending.push_back(child.node);
+        for (Child *child = node->children.first; child; child = child->next) {
+            --child->node->parents;
+            if (--child->node->refs == 0) {
+                child->node->next_doomed = doomed;
+                doomed = child->node;
+            }
+        }
         delete node;
         --g_tree_live;
     }
 }
 
-bool starts_with(const char *text, const char *prefix) { return std::strncmp(text, prefix, std::strlen(prefix)) == 0; }
+template <size_t N>
+bool starts_with(const char *text, const char (&prefix)[N]) {
+    return std::strncmp(text, prefix, N - 1) == 0;
+}
 
 bool is_value_key(const char *key) {
-    return starts_with(key, ZELTO_VAL_PREFIX) || starts_with(key, ZELTO_SDKMGR_VAL_PREFIX);
+    static constexpr char kVal[] = ZELTO_VAL_PREFIX;
+    static constexpr char kSdk[] = ZELTO_SDKMGR_VAL_PREFIX;
+    return starts_with(key, kVal) || starts_with(key, kSdk);
 }
 
 // Splits "zelto_ctx_track!matching" into base and selector. A child key must
 // begin with "zelto_ctx_", have a name, and contain the "!".
-bool split_child_key(const char *key, std::string *base, std::string *selector, bool bang_required) {
+bool split_child_key(const char *key, std::string_view *base, std::string_view *selector, bool bang_required) {
     if (!starts_with(key, kCtxPrefix)) return false;
     const char *bang = std::strchr(key, '!');
     if (!bang) {
         if (bang_required) return false;
         bang = key + std::strlen(key);
     }
-    if (bang == key + sizeof(kCtxPrefix) - 1) return false;
-    base->assign(key, bang);
-    selector->assign(*bang ? bang + 1 : bang);
+    if (bang == key + kCtxPrefixLength) return false;
+    *base = std::string_view(key, static_cast<size_t>(bang - key));
+    *selector = *bang ? std::string_view(bang + 1) : std::string_view();
     return true;
 }
 
@@ -135,46 +232,62 @@ View *make_view(zelto_manager_tree *node, uint32_t flags, zelto_locale_handle lo
     return view;
 }
 
-// The values of a key that a view sees, in order. Sets *withheld when the key
-// has values that the view's data flags hide all of. Caller holds the lock.
-std::vector<const Value *> visible_values(const View *view, const char *key, bool *withheld) {
-    std::vector<const Value *> allowed;
-    bool any = false;
-    for (auto &value : view->node->values) {
-        if (value->key != key) continue;
-        any = true;
-        if ((view->flags & value->required) == value->required) allowed.push_back(value.get());
+// The values of a key that a view sees, in order: those its data flags
+// allow, narrowed to the view's language, else to those without one, when
+// any match. `visit` gets each in turn and may stop the walk by returning
+// false. Returns the number seen, and sets *withheld when the key has values
+// that the flags hide all of. Caller holds the lock.
+template <typename Visit>
+uint32_t visible_values(const View *view, const char *key, bool *withheld, Visit visit) {
+    const zelto_manager_tree *node = view->node;
+    uint32_t any = 0, allowed = 0, in_language = 0, plain = 0;
+    const std::string *language = nullptr;
+    const zelto_locale_handle locale = view->locale.load();
+    if (locale) language = locale_language(locale);
+    auto allows = [&](const Value *value) { return (view->flags & value->required) == value->required; };
+    auto speaks = [&](const Value *value) { return value->language && *language == value->language; };
+    for (const Value *value = node->values.first; value; value = value->next) {
+        if (std::strcmp(value->key, key) != 0) continue;
+        ++any;
+        if (!allows(value)) continue;
+        ++allowed;
+        if (!value->language)
+            ++plain;
+        else if (language && speaks(value))
+            ++in_language;
     }
-    *withheld = any && allowed.empty();
-    if (allowed.empty()) return allowed;
-    const std::string *language = locale_language(view->locale.load());
-    std::vector<const Value *> chosen;
-    if (language)
-        for (const Value *value : allowed)
-            if (value->language == *language) chosen.push_back(value);
-    if (chosen.empty())
-        for (const Value *value : allowed)
-            if (value->language.empty()) chosen.push_back(value);
-    return chosen.empty() ? allowed : chosen;
+    *withheld = any != 0 && allowed == 0;
+    if (allowed == 0) return 0;
+    enum class Pick { by_language, without_language, all };
+    const Pick pick = in_language ? Pick::by_language : plain ? Pick::without_language : Pick::all;
+    for (const Value *value = node->values.first; value; value = value->next) {
+        if (std::strcmp(value->key, key) != 0 || !allows(value)) continue;
+        if (pick == Pick::by_language && !speaks(value)) continue;
+        if (pick == Pick::without_language && value->language) continue;
+        if (!visit(value)) break;
+    }
+    return pick == Pick::by_language ? in_language : pick == Pick::without_language ? plain : allowed;
 }
 
-bool has_tag(const Child &child, const std::string &tag) {
-    for (auto &t : child.tags)
-        if (t == tag) return true;
+bool has_tag(const Child &child, std::string_view tag) {
+    for (uint32_t i = 0; i < child.tag_count; ++i)
+        if (child.tags[i] == tag) return true;
     return false;
 }
 
 // Number of a node for "!number": explicit, else "zelto_val_<name>number".
-bool node_number(zelto_manager_tree *node, const std::string &base, uint32_t *out) {
+bool node_number(zelto_manager_tree *node, std::string_view base, uint32_t *out) {
     std::lock_guard<std::mutex> guard(node->mutex);
     if (node->has_number) {
         *out = node->number;
         return true;
     }
-    std::string key = ZELTO_VAL_PREFIX + base.substr(sizeof(kCtxPrefix) - 1) + "number";
-    for (auto &value : node->values) {
-        if (value->key != key) continue;
-        const std::string &text = value->text;
+    std::string key = ZELTO_VAL_PREFIX;
+    key.append(base.substr(kCtxPrefixLength));
+    key += "number";
+    for (const Value *value = node->values.first; value; value = value->next) {
+        if (key != value->key) continue;
+        const std::string_view text = value->text;
         if (text.empty() || text.size() > 10) return false;
         uint64_t n = 0;
         for (char c : text) {
@@ -188,34 +301,36 @@ bool node_number(zelto_manager_tree *node, const std::string &base, uint32_t *ou
     return false;
 }
 
-// Children that a key selects, in order. For "!number" each entry is paired
-// with its number. Caller holds the node's lock.
-struct Selected {
-    zelto_manager_tree *node;
-    uint32_t number;
-};
-
-std::vector<Selected> select_children(zelto_manager_tree *node, const std::string &base, const std::string &selector) {
-    std::vector<Selected> out;
+// The children that a key selects, in order, handed to `visit` with their
+// number for "!number" (0 otherwise) until it returns false. Returns the
+// number visited (all of them when `visit` never stops). Caller holds the node's lock.
+template <typename Visit>
+uint32_t select_children(zelto_manager_tree *node, std::string_view base, std::string_view selector, Visit visit) {
+    uint32_t seen = 0;
     if (selector == "number") {
-        for (auto &child : node->children) {
+        for (const Child *child = node->children.first; child; child = child->next) {
             uint32_t n = 0;
-            if (child.base == base && node_number(child.node, base, &n)) out.push_back({child.node, n});
+            if (child->base != base || !node_number(child->node, base, &n)) continue;
+            ++seen;
+            if (!visit(child->node, n)) break;
         }
-        return out;
+        return seen;
     }
-    for (auto &child : node->children)
-        if (child.base == base && (selector.empty() || has_tag(child, selector))) out.push_back({child.node, 0});
-    if (out.empty() && selector == "off") {
+    for (const Child *child = node->children.first; child; child = child->next) {
+        if (child->base != base || !(selector.empty() || has_tag(*child, selector))) continue;
+        ++seen;
+        if (!visit(child->node, 0u)) return seen;
+    }
+    if (seen == 0 && selector == "off") {
         // A base with no child tagged official: its first child stands for it.
-        for (auto &child : node->children) {
-            if (child.base == base) {
-                out.push_back({child.node, 0});
-                break;
+        for (const Child *child = node->children.first; child; child = child->next) {
+            if (child->base == base) {
+                visit(child->node, 0u);
+                return 1;
             }
         }
     }
-    return out;
+    return seen;
 }
 
 // ---- Provider slots ------------------------------------------------------------
@@ -223,7 +338,7 @@ std::vector<Selected> select_children(zelto_manager_tree *node, const std::strin
 uint32_t tp_get_context(void *record, const char **out_context) {
     auto *view = static_cast<View *>(record);
     if (!view || !out_context) return ZELTO_RVO_BAD_ARG;
-    *out_context = view->node->context.c_str();  // fixed at creation
+    *out_context = view->node->context;  // fixed at creation
     return 0;
 }
 
@@ -232,7 +347,7 @@ uint32_t tp_get_value_count(void *record, const char *key, uint32_t *out_count) 
     if (!view || !key || !out_count || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     std::lock_guard<std::mutex> guard(view->node->mutex);
     bool withheld = false;
-    *out_count = static_cast<uint32_t>(visible_values(view, key, &withheld).size());
+    *out_count = visible_values(view, key, &withheld, [](const Value *) { return true; });
     return 0;
 }
 
@@ -241,48 +356,64 @@ uint32_t tp_get_value(void *record, const char *key, uint32_t ordinal, const cha
     if (!view || !key || !out_value || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     std::lock_guard<std::mutex> guard(view->node->mutex);
     bool withheld = false;
-    auto values = visible_values(view, key, &withheld);
+    const Value *found = nullptr;
+    uint32_t seen = 0;
+    visible_values(view, key, &withheld, [&](const Value *value) {
+        if (++seen != ordinal) return true;
+        found = value;
+        return false;
+    });
     if (withheld) return ZELTO_RVO_WITHHELD;
-    if (ordinal == 0 || ordinal > values.size()) return ZELTO_RVO_NOT_FOUND;
-    *out_value = values[ordinal - 1]->text.c_str();
+    if (!found) return ZELTO_RVO_NOT_FOUND;
+    *out_value = found->text;
     return 0;
 }
 
 uint32_t tp_get_child_count(void *record, const char *key, uint32_t *out_count) {
     auto *view = static_cast<View *>(record);
-    std::string base, selector;
+    std::string_view base, selector;
     if (!view || !key || !out_count || !split_child_key(key, &base, &selector, true)) return ZELTO_RVO_BAD_ARG;
     std::lock_guard<std::mutex> guard(view->node->mutex);
-    *out_count = static_cast<uint32_t>(select_children(view->node, base, selector).size());
+    *out_count = select_children(view->node, base, selector, [](zelto_manager_tree *, uint32_t) { return true; });
     return 0;
 }
 
 uint32_t tp_get_child(void *record, const char *key, uint32_t ordinal, uint8_t /*flag*/, void **out_child,
                       const zelto_rvo_provider **out_provider) {
     auto *view = static_cast<View *>(record);
-    std::string base, selector;
+    std::string_view base, selector;
     if (!view || !key || !out_child || !out_provider || !split_child_key(key, &base, &selector, true))
         return ZELTO_RVO_BAD_ARG;
     if (ordinal == 0) return ZELTO_RVO_NOT_FOUND;
     zelto_manager_tree *found = nullptr;
     {
         std::lock_guard<std::mutex> guard(view->node->mutex);
-        auto selected = select_children(view->node, base, selector);
-        if (selector == "number") {
-            for (auto &entry : selected) {
-                if (entry.number == ordinal) {
-                    found = entry.node;
-                    break;
-                }
-            }
-        } else if (ordinal <= selected.size()) {
-            found = selected[ordinal - 1].node;
-        }
+        // "!number" picks the child numbered `ordinal`, any other selector
+        // the ordinal-th child.
+        const bool by_number = selector == "number";
+        uint32_t seen = 0;
+        select_children(view->node, base, selector, [&](zelto_manager_tree *node, uint32_t number) {
+            if (by_number ? number != ordinal : ++seen != ordinal) return true;
+            found = node;
+            return false;
+        });
         if (!found) return ZELTO_RVO_NOT_FOUND;
         *out_child = make_view(found, view->flags, view->locale.load());
     }
     *out_provider = &g_provider;
     return 0;
+}
+
+// Keys of a node's values in the order of their first appearance. Caller
+// holds the lock.
+std::vector<const char *> value_keys(const zelto_manager_tree *node) {
+    std::vector<const char *> keys;
+    for (const Value *value = node->values.first; value; value = value->next) {
+        bool seen = false;
+        for (const char *k : keys) seen = seen || std::strcmp(k, value->key) == 0;
+        if (!seen) keys.push_back(value->key);
+    }
+    return keys;
 }
 
 // Enumerates the visible values of all keys, in the order of their keys'
@@ -291,21 +422,19 @@ uint32_t tp_render_value(void *record, uint32_t index, const char **out_name, co
     auto *view = static_cast<View *>(record);
     if (!view || !out_name || !out_value) return ZELTO_RVO_BAD_ARG;
     std::lock_guard<std::mutex> guard(view->node->mutex);
-    std::vector<const std::string *> keys;
-    for (auto &value : view->node->values) {
-        bool seen = false;
-        for (auto *k : keys) seen = seen || *k == value->key;
-        if (!seen) keys.push_back(&value->key);
-    }
     uint32_t n = 0;
-    for (auto *k : keys) {
+    const Value *found = nullptr;
+    for (const char *k : value_keys(view->node)) {
         bool withheld = false;
-        for (const Value *value : visible_values(view, k->c_str(), &withheld)) {
-            if (n++ == index) {
-                *out_name = value->key.c_str();
-                *out_value = value->text.c_str();
-                return 0;
-            }
+        visible_values(view, k, &withheld, [&](const Value *value) {
+            if (n++ != index) return true;
+            found = value;
+            return false;
+        });
+        if (found) {
+            *out_name = found->key;
+            *out_value = found->text;
+            return 0;
         }
     }
     return ZELTO_RVO_NOT_FOUND;
@@ -348,15 +477,18 @@ const zelto_rvo_provider g_provider = {
     .release = tp_release,
 };
 
-// True if `target` is `root` or lies below it.
+// True if `target` is `root` or lies below it. A target that no node
+// holds as a child lies below nothing.
 bool reaches(zelto_manager_tree *root, const zelto_manager_tree *target) {
+    if (root == target) return true;
+    if (target->parents.load() == 0) return false;
     std::vector<zelto_manager_tree *> pending{root};
     while (!pending.empty()) {
         zelto_manager_tree *node = pending.back();
         pending.pop_back();
         if (node == target) return true;
         std::lock_guard<std::mutex> guard(node->mutex);
-        for (auto &child : node->children) pending.push_back(child.node);
+        for (const Child *child = node->children.first; child; child = child->next) pending.push_back(child->node);
     }
     return false;
 }
@@ -475,18 +607,21 @@ struct Dumper {
         std::vector<std::pair<std::string, std::vector<std::string>>> bases;
         {
             std::lock_guard<std::mutex> guard(node->mutex);
-            for (auto &value : node->values) {
+            for (const Value *value = node->values.first; value; value = value->next) {
                 bool seen = false;
                 for (auto &k : keys) seen = seen || k == value->key;
                 if (!seen) keys.push_back(value->key);
             }
-            for (auto &child : node->children) {
+            for (const Child *child = node->children.first; child; child = child->next) {
                 std::string joined;
-                for (auto &tag : child.tags) joined += (joined.empty() ? "" : ",") + tag;
+                for (uint32_t i = 0; i < child->tag_count; ++i) {
+                    if (i) joined += ',';
+                    joined += child->tags[i];
+                }
                 auto it = bases.begin();
-                while (it != bases.end() && it->first != child.base) ++it;
+                while (it != bases.end() && it->first != child->base) ++it;
                 if (it == bases.end()) {
-                    bases.push_back({child.base, {}});
+                    bases.push_back({std::string(child->base), {}});
                     it = bases.end() - 1;
                 }
                 it->second.push_back(joined);
@@ -531,7 +666,7 @@ HOST_EXPORT const char *zelto_manager_locale_language(zelto_locale_handle locale
 HOST_EXPORT uint32_t zelto_manager_tree_create(const char *context, zelto_manager_tree **out_tree) {
     if (!context || !*context || !out_tree) return ZELTO_RVO_BAD_ARG;
     auto *tree = new zelto_manager_tree;
-    tree->context = context;
+    tree->context = tree->arena.copy(context, std::strlen(context));
     host::handles_add(tree, host::kTreeMagic);
     ++g_tree_live;
     *out_tree = tree;
@@ -554,17 +689,16 @@ HOST_EXPORT uint32_t zelto_manager_tree_release(zelto_manager_tree *tree) {
 HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, const char *key, const char *text,
                                                      const char *language, uint32_t required_flags) {
     if (!live_tree(tree) || !key || !text || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
-    auto value = std::make_unique<Value>();
-    if (language) {
-        const char *code = host::language_canonical(language);
-        if (!code) return ZELTO_LISTS_UNKNOWN;
-        value->language = code;
-    }
-    value->key = key;
-    value->text = text;
-    value->required = required_flags;
+    const char *code = nullptr;
+    if (language && !(code = host::language_canonical(language))) return ZELTO_LISTS_UNKNOWN;
+    const size_t key_length = std::strlen(key), text_length = std::strlen(text);
     std::lock_guard<std::mutex> guard(tree->mutex);
-    tree->values.push_back(std::move(value));
+    auto *value = tree->arena.make<Value>();
+    value->key = tree->arena.copy(key, key_length);
+    value->text = tree->arena.copy(text, text_length);
+    value->language = code;
+    value->required = required_flags;
+    tree->values.append(value);
     return 0;
 }
 
@@ -574,26 +708,40 @@ HOST_EXPORT uint32_t zelto_manager_tree_add_value(zelto_manager_tree *tree, cons
 
 HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, const char *key,
                                                   zelto_manager_tree *child) {
-    std::string base, selector;
+    std::string_view base, selector;
     if (!live_tree(tree) || !live_tree(child) || !key || !split_child_key(key, &base, &selector, false))
         return ZELTO_RVO_BAD_ARG;
-    Child entry;
-    entry.base = base;
-    size_t start = 0;
-    while (start < selector.size()) {
-        size_t comma = selector.find(',', start);
-        if (comma == std::string::npos) comma = selector.size();
-        std::string tag = selector.substr(start, comma - start);
-        if (tag.empty() || tag == "number") return ZELTO_RVO_BAD_ARG;
-        entry.tags.push_back(tag);
-        start = comma + 1;
-    }
-    if (!selector.empty() && selector.back() == ',') return ZELTO_RVO_BAD_ARG;
+    // The selector's tags, comma separated; none may be empty or "number".
+    auto each_tag = [&](auto visit) {
+        size_t start = 0;
+        while (start < selector.size()) {
+            size_t comma = selector.find(',', start);
+            if (comma == std::string_view::npos) comma = selector.size();
+            visit(selector.substr(start, comma - start));
+            start = comma + 1;
+        }
+    };
+    uint32_t tag_count = 0;
+    bool bad_tag = !selector.empty() && selector.back() == ',';
+    each_tag([&](std::string_view tag) {
+        bad_tag = bad_tag || tag.empty() || tag == "number";
+        ++tag_count;
+    });
+    if (bad_tag) return ZELTO_RVO_BAD_ARG;
     if (reaches(child, tree)) return ZELTO_RVO_BAD_ARG;
     tree_retain(child);
-    entry.node = child;
+    ++child->parents;
     std::lock_guard<std::mutex> guard(tree->mutex);
-    tree->children.push_back(std::move(entry));
+    Arena &arena = tree->arena;
+    auto *entry = arena.make<Child>();
+    entry->base = std::string_view(arena.copy(base.data(), base.size()), base.size());
+    if (tag_count) {
+        auto *texts = static_cast<const char **>(arena.allocate(tag_count * sizeof(const char *)));
+        each_tag([&](std::string_view tag) { texts[entry->tag_count++] = arena.copy(tag.data(), tag.size()); });
+        entry->tags = texts;
+    }
+    entry->node = child;
+    tree->children.append(entry);
     return 0;
 }
 
@@ -606,7 +754,7 @@ HOST_EXPORT uint32_t zelto_manager_tree_set_number(zelto_manager_tree *tree, uin
 }
 
 HOST_EXPORT const char *zelto_manager_tree_context(const zelto_manager_tree *tree) {
-    return live_tree(tree) ? tree->context.c_str() : nullptr;
+    return live_tree(tree) ? tree->context : nullptr;
 }
 
 HOST_EXPORT uint32_t zelto_manager_tree_to_rvo(zelto_manager_tree *tree, void *user, const char *locale_group,

@@ -104,23 +104,22 @@ void print_track_lines(const Row &album, const std::vector<Row> &tracks) {
 // JSON output.
 struct EditionField {
     const char *text_name, *json_name;
-    const std::string *value;
+    std::string Row::*value;
 };
-std::vector<EditionField> edition_fields(const Row &album) {
-    return {{"country", "country", &album.country},
-            {"date", "release_date", &album.release_date},
-            {"label", "label", &album.label},
-            {"catalogue number", "catalogue_number", &album.catalogue_number},
-            {"barcode", "barcode", &album.barcode},
-            {"format", "format", &album.format}};
-}
+constexpr EditionField kEditionFields[] = {{"country", "country", &Row::country},
+                                           {"date", "release_date", &Row::release_date},
+                                           {"label", "label", &Row::label},
+                                           {"catalogue number", "catalogue_number", &Row::catalogue_number},
+                                           {"barcode", "barcode", &Row::barcode},
+                                           {"format", "format", &Row::format}};
 
 // A line of the edition fields an album has ("    country: GB  date:
 // 1999"), none if it has none.
 void print_edition_text(const Row &album) {
     std::string line;
-    for (const EditionField &f : edition_fields(album))
-        if (!f.value->empty()) line += std::string(line.empty() ? "    " : "  ") + f.text_name + ": " + shown(*f.value);
+    for (const EditionField &f : kEditionFields)
+        if (!(album.*f.value).empty())
+            line += std::string(line.empty() ? "    " : "  ") + f.text_name + ": " + shown(album.*f.value);
     if (!line.empty()) std::printf("%s\n", line.c_str());
 }
 
@@ -291,7 +290,7 @@ void row_json(Json &j, const Row &row) {
         j.str("toc", row.toc);
         j.num("disc_count", row.disc_count);
         j.num("disc_number", row.disc_number);
-        for (const EditionField &f : edition_fields(row)) j.str(f.json_name, *f.value);
+        for (const EditionField &f : kEditionFields) j.str(f.json_name, row.*f.value);
         tracks_json(j, row.tracks);
         if (!row.disc_number.empty()) {
             // The matched disc: its TOC and its tracks numbered on it.

@@ -189,10 +189,18 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
             const bool matching = contains(shape.matched, position);
             if (!shape.full && !matching) continue;
             Node t = track_node(album, disc, track, position);
-            if (matching)
+            const bool extra_values = matching && !shape.matched_values.empty();
+            if (extra_values)
                 for (const auto &[key, text] : shape.matched_values) t.value(key, text);
             a.child(matching ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK, t);
-            if (&disc == matched) disc_node.child(ZELTO_CHILD_TRACK, track_node(album, disc, track, track.number));
+            if (&disc == matched) {
+                // Where the disc's own numbering equals the album's, the
+                // disc holds the very same node: its values would be equal.
+                if (track.number == position && !extra_values)
+                    disc_node.child(ZELTO_CHILD_TRACK, t);
+                else
+                    disc_node.child(ZELTO_CHILD_TRACK, track_node(album, disc, track, track.number));
+            }
         }
     }
     if (matched) a.child(ZELTO_CHILD_DISC_MATCHING, disc_node);

@@ -1,10 +1,14 @@
 // Result-object service over a hand-written provider: reference counting,
 // dispatch, null slots, child wrapping, locales, and the service as the
 // manager hands it out.
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <random>
+#include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "host_fixture.h"
 #include "out_param.h"
@@ -149,6 +153,44 @@ TEST_F(RvoTest, HandleManagerValidatesLiveObjectsOnly) {
     EXPECT_EQ(handles->handle_validate_rvo(&record), 0x90090321u);
     zelto_manager_rvo_release(object);
     EXPECT_EQ(handles->handle_validate_rvo(object), 0x90090321u);
+    handles->release(handles);
+}
+
+// Many records registered and removed in a shuffled order, the table
+// growing on the way: each validates exactly while it is registered, with
+// its own magic word, against a plain set kept beside.
+TEST_F(RvoTest, HandleRegistryAgreesWithASetThroughGrowthAndRemovals) {
+    const auto *handles = static_cast<const zelto_handlemanager_interface *>(nullptr);
+    const zelto_manager_table *manager = zelto_manager_get_table();
+    ASSERT_EQ(manager->interface_get("_zelto_handlemanager_interface", 0, 0, reinterpret_cast<const void **>(&handles)), 0u);
+    const uint32_t before = zelto_manager_handle_count();
+    std::vector<uint32_t> records(5000);
+    for (size_t i = 0; i < records.size(); ++i) records[i] = 0x51000000u + static_cast<uint32_t>(i % 7);
+    std::set<size_t> live;
+    std::mt19937 random(7);
+    for (int round = 0; round < 4; ++round) {
+        for (size_t i = 0; i < records.size(); ++i)
+            if (random() % 2 && live.insert(i).second) {
+                ASSERT_EQ(handles->handle_add(&records[i]), 0u);
+            }
+        std::vector<size_t> gone(live.begin(), live.end());
+        std::shuffle(gone.begin(), gone.end(), random);
+        gone.resize(gone.size() / 2);
+        for (size_t i : gone) {
+            ASSERT_EQ(handles->handle_remove(&records[i]), 0u);
+            live.erase(i);
+        }
+        for (size_t i = 0; i < records.size(); ++i) {
+            const uint32_t expected = live.count(i) ? 0u : 0x90090321u;
+            ASSERT_EQ(handles->handle_validate(&records[i], records[i]), expected) << i;
+            if (live.count(i)) {
+                ASSERT_EQ(handles->handle_validate(&records[i], records[i] + 1), 0x90090321u);
+            }
+        }
+        EXPECT_EQ(zelto_manager_handle_count(), before + live.size());
+    }
+    for (size_t i : live) handles->handle_remove(&records[i]);
+    EXPECT_EQ(zelto_manager_handle_count(), before);
     handles->release(handles);
 }
 

@@ -526,64 +526,6 @@ TEST_F(FsTest, ReopenNeverTruncatesOrCreatesAgain) {
     EXPECT_EQ(ombr::fsmgr::counts().handles, 0u);
 }
 
-// 200 logical files over 8 descriptors, written and read at random
-// positions in random order; every byte is checked against a model and no
-// more than 8 descriptors are ever held.
-TEST_F(FsTest, TwoHundredFilesOverEightDescriptors) {
-    constexpr int kFiles = 200, kLimit = 8, kSteps = 4000, kSize = 512;
-    set_limit(kLimit);
-    std::vector<ombr_file_t> files;
-    std::vector<std::string> model(kFiles);
-    for (int i = 0; i < kFiles; ++i) {
-        files.push_back(open_rw("f" + std::to_string(i)));
-        ASSERT_NE(files.back(), nullptr);
-        ASSERT_LE(fds_here(), kLimit);
-    }
-    std::mt19937 rng(2024);
-    int most = 0;
-    for (int step = 0; step < kSteps; ++step) {
-        const int i = static_cast<int>(rng() % kFiles);
-        std::string &m = model[i];
-        const uint64_t at = rng() % (m.size() + 1);
-        uint32_t n = 0;
-        switch (rng() % 4) {
-            case 0: {  // write at the position after a seek
-                std::string data(1 + rng() % 40, static_cast<char>('a' + rng() % 26));
-                if (at + data.size() > kSize) break;
-                ASSERT_EQ(ombr_fs_file_seek(files[i], at, OMBR_FS_SEEK_START), 0u);
-                ASSERT_EQ(write_all(files[i], data), 0u);
-                m.resize(std::max<size_t>(m.size(), at + data.size()));
-                m.replace(at, data.size(), data);
-                break;
-            }
-            case 1: {  // positioned write
-                std::string data(1 + rng() % 40, static_cast<char>('A' + rng() % 26));
-                if (at + data.size() > kSize) break;
-                ASSERT_EQ(ombr_fs_file_write_at(files[i], at, data.data(), static_cast<uint32_t>(data.size()), &n), 0u);
-                m.resize(std::max<size_t>(m.size(), at + data.size()));
-                m.replace(at, data.size(), data);
-                break;
-            }
-            case 2: {  // read at the position
-                ASSERT_EQ(ombr_fs_file_seek(files[i], at, OMBR_FS_SEEK_START), 0u);
-                ASSERT_EQ(read_some(files[i], 64), m.substr(at, 64)) << "file " << i << " at " << at;
-                break;
-            }
-            default: {  // positioned read
-                char buf[64];
-                ASSERT_EQ(ombr_fs_file_read_at(files[i], at, buf, sizeof buf, &n), 0u);
-                ASSERT_EQ(std::string(buf, n), m.substr(at, 64)) << "file " << i << " at " << at;
-            }
-        }
-        const int held = fds_here();
-        most = std::max(most, held);
-        ASSERT_LE(held, kLimit);
-    }
-    EXPECT_EQ(most, kLimit);
-    for (int i = 0; i < kFiles; ++i) ASSERT_EQ(ombr_fs_file_close(files[i]), 0u);
-    for (int i = 0; i < kFiles; ++i) EXPECT_EQ(read_file(path("f" + std::to_string(i))), model[i]) << i;
-}
-
 // ---- Allocation failures ---------------------------------------------------------------
 
 TEST_F(FsTest, EveryAllocationFailureOfOpenLeavesNothing) {

@@ -6,12 +6,14 @@
 
 #include <filesystem>
 #include <fstream>
-#include <unistd.h>
 
 #include "catalogue_fixtures.h"
 
 using namespace catalogue;
+using catalogue_test::find_lyrics;
 using catalogue_test::open_memory;
+using catalogue_test::temp_dir;
+using catalogue_test::write;
 
 namespace {
 
@@ -115,14 +117,6 @@ TEST(CatalogueLyrics, NaturalKeys) {
     EXPECT_EQ(lyric_key(cases[4].lyric), lyric_key(lyric("", "", "salt, on the ROAD", "", 0, 0)));
 }
 
-std::string temp_dir() {
-    char tmpl[] = "/tmp/catalogue_lyrics_XXXXXX";
-    EXPECT_NE(mkdtemp(tmpl), nullptr);
-    return tmpl;
-}
-
-void write(const std::string &path, const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
-
 const char *kLyrics =
     R"({"title": "Brine", "artist": "Ilse Varga", "release": "ed-uk", "track": 2, "text": "Salt on the window"})" "\n"
     R"({"title": "Gull", "artist": "Ilse Varga", "release": "ed-uk", "disc": 1, "track": 3, "text": "White wings"})" "\n"
@@ -165,15 +159,10 @@ TEST(CatalogueLyrics, ReimportIsIdempotent) {
         EXPECT_EQ(stats.lyrics, s.lyrics);
     }
     // The replaced texts are what a search finds, once.
-    LyricQuery q;
-    q.fragment = "no album";
-    LyricSearchResult r;
-    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, r).ok());
-    ASSERT_EQ(r.total, 1u);
-    EXPECT_EQ(r.hits[0].snippet, "No album, no track");
-    q.fragment = "window";
-    ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, r).ok());
-    EXPECT_EQ(r.total, 0u);
+    const auto found = find_lyrics(*cat, "", "no album");
+    ASSERT_EQ(found.total, 1u);
+    EXPECT_EQ(found.hits[0].snippet, "No album, no track");
+    EXPECT_EQ(find_lyrics(*cat, "", "window").total, 0u);
     // A single add reports like an import.
     Lyric again = lyric("Free Verse 2", "Ilse Varga", "More", "", 0, 0);
     bool replaced = false, unchanged = false;
@@ -202,13 +191,9 @@ TEST(CatalogueLyrics, ReadBackWithTheirAlbumAndTrack) {
     };
     for (const Place &p : places) {
         SCOPED_TRACE(p.title);
-        LyricQuery q;
-        q.title = p.title;
-        LyricSearchResult r;
-        ASSERT_TRUE(cat->search_lyrics(q, {1, 1}, r).ok());
-        ASSERT_EQ(r.hits.size(), 1u);
-        Lyric l;
-        ASSERT_TRUE(cat->get_lyric(r.hits[0].lyric_id, l).ok());
+        const auto found = find_lyrics(*cat, p.title, "");
+        ASSERT_EQ(found.total, 1u);
+        const Lyric &l = found.first;
         EXPECT_EQ(l.album_tui + " " + std::to_string(l.disc_number) + " " + std::to_string(l.track_number) + " " +
                       l.album_artist + "|" + l.album_title + "|" + l.track_title,
                   p.where);
@@ -311,17 +296,10 @@ TEST_F(CatalogueMigration, EarlierSchemaOpensMigratedWithItsAlbumsAndOneCopyOfEa
             EXPECT_EQ(r.hits.size(), 2u);
             // The copies imported last stayed, each found once, and the lyric
             // without its disc number is on disc 1.
-            LyricQuery q;
-            q.fragment = "again";
-            LyricSearchResult found;
-            ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
-            EXPECT_EQ(found.total, 4u);
-            q.title = "brine";
-            ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
-            ASSERT_EQ(found.total, 1u);
-            Lyric brine;
-            ASSERT_TRUE(cat->get_lyric(found.hits[0].lyric_id, brine).ok());
-            EXPECT_EQ(brine.track_title, "Brine");
+            EXPECT_EQ(find_lyrics(*cat, "", "again").total, 4u);
+            const auto brine = find_lyrics(*cat, "brine", "again");
+            ASSERT_EQ(brine.total, 1u);
+            EXPECT_EQ(brine.first.track_title, "Brine");
             // Importing the same lyrics again replaces the four.
             ImportReport report;
             ASSERT_TRUE(cat->import_lyrics_file(dir_ + "/lyrics.jsonl", report).ok());
@@ -357,14 +335,9 @@ TEST_F(CatalogueMigration, EarlierSchemaReadOnlyIsReadAsItIs) {
         ASSERT_TRUE(cat->get_album(r.hits[1].album_id, album).ok());
         EXPECT_EQ(album.discs.size(), 1u);
         EXPECT_EQ(album.discs[0].format, "");
-        LyricQuery q;
-        q.title = "gull";
-        LyricSearchResult found;
-        ASSERT_TRUE(cat->search_lyrics(q, {1, 10}, found).ok());
-        ASSERT_EQ(found.total, 2u);
-        Lyric gull;
-        ASSERT_TRUE(cat->get_lyric(found.hits[0].lyric_id, gull).ok());
-        EXPECT_EQ(gull.album_title, "Salt Roads");
+        const auto gull = find_lyrics(*cat, "gull", "");
+        ASSERT_EQ(gull.total, 2u);
+        EXPECT_EQ(gull.first.album_title, "Salt Roads");
     }
     EXPECT_TRUE(contents() == before) << "the file was changed";
     EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "4;");

@@ -4,10 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
+#include <fstream>
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "providers/catalogue/store/catalogue.h"
 
@@ -44,6 +48,38 @@ inline int64_t add(catalogue::Catalogue &cat, catalogue::Album album) {
     catalogue::Status st = cat.add_album(album);
     EXPECT_TRUE(st.ok()) << st.message;
     return album.id;
+}
+
+// A fresh folder under /tmp (the test removes it), and a file of `text`.
+inline std::string temp_dir() {
+    char tmpl[] = "/tmp/catalogue_test_XXXXXX";
+    EXPECT_NE(mkdtemp(tmpl), nullptr);
+    return tmpl;
+}
+
+inline void write(const std::string &path, const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
+
+// A lyric search by title and by words of the text (either may be empty),
+// first page of ten, and its first hit read back whole.
+struct LyricsFound {
+    uint64_t total = 0;
+    std::vector<catalogue::LyricHit> hits;
+    catalogue::Lyric first;
+};
+
+inline LyricsFound find_lyrics(catalogue::Catalogue &cat, const std::string &title, const std::string &fragment) {
+    catalogue::LyricQuery query;
+    query.title = title;
+    query.fragment = fragment;
+    LyricsFound found;
+    catalogue::LyricSearchResult r;
+    EXPECT_TRUE(cat.search_lyrics(query, {1, 10}, r).ok());
+    found.total = r.total;
+    found.hits = r.hits;
+    if (!r.hits.empty()) {
+        EXPECT_TRUE(cat.get_lyric(r.hits[0].lyric_id, found.first).ok());
+    }
+    return found;
 }
 
 inline std::filesystem::path source_root() {

@@ -144,7 +144,26 @@ TEST_F(CatalogueTest, ExactTocIdentifiesTheAlbumInFull) {
     EXPECT_EQ(value_of(album, "zelto_val_full_result"), "1");
     EXPECT_EQ(track_titles(album), (std::vector<std::string>{"1 Quiet Harbour 193626", "2 Paper Comets 169266",
                                                              "3 The Long Thaw 184773"}));
-    for (auto item : {album, response}) zelto_manager_rvo_release(item);
+    // On a disc of its own the matched disc's tracks, numbered on the disc,
+    // read exactly as the album's.
+    zelto_rvo_handle disc = child_of(album, "zelto_ctx_disc!matching", 1, 0);
+    EXPECT_EQ(track_titles(disc), track_titles(album));
+    for (uint32_t i = 1; i <= 3; ++i) {
+        zelto_rvo_handle on_album = child_of(album, "zelto_ctx_track!", i, 0);
+        zelto_rvo_handle on_disc = child_of(disc, "zelto_ctx_track!", i, 0);
+        const char *values[] = {ZELTO_VAL_TRACKNUMBER, ZELTO_VAL_TUI,      ZELTO_VAL_TUI_TAG, ZELTO_VAL_DISCNUMBER,
+                                ZELTO_VAL_DURATION,    ZELTO_VAL_DISPLAY, nullptr};
+        const char *children[] = {ZELTO_CHILD_TITLE_OFFICIAL, ZELTO_CHILD_ARTIST, ZELTO_CHILD_NAME_OFFICIAL, nullptr};
+        char *a = nullptr, *d = nullptr;
+        ASSERT_EQ(zelto_manager_rvo_dump(on_album, values, children, &a), 0u);
+        ASSERT_EQ(zelto_manager_rvo_dump(on_disc, values, children, &d), 0u);
+        EXPECT_STREQ(a, d);
+        EXPECT_NE(std::string(a).find("zelto_val_tui"), std::string::npos);
+        zelto_manager_text_free(a);
+        zelto_manager_text_free(d);
+        for (auto item : {on_album, on_disc}) zelto_manager_rvo_release(item);
+    }
+    for (auto item : {disc, album, response}) zelto_manager_rvo_release(item);
     // Progress: started, sent, found, one album built, ready, then the same
     // for the completion lookup.
     EXPECT_EQ(events_, (std::vector<uint32_t>{10, 20, 30, 40, 50, 100, 10, 20, 30, 40, 50, 100}));
