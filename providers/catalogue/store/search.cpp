@@ -214,11 +214,7 @@ class Searcher {
     // row whether the rows are asked in rank order or not; asked in order,
     // it sorts them all on top, so they are read as they come and the best
     // kept here.
-    //
-    // With `defer_ranks`, when no more rows match than the cap keeps (so
-    // that every one is a candidate), the ranks are not read and `ranked`
-    // is false: see rank_page.
-    Status album_rows(const std::string &match, Candidates &out, bool defer_ranks, bool &ranked) {
+    Status album_rows(const std::string &match, Candidates &out) {
         struct Row {
             int64_t id;
             double rank;
@@ -226,25 +222,16 @@ class Searcher {
             std::string title, artist;
         };
         std::vector<Row> rows;
-        ranked = !defer_ranks;
-        for (;;) {
+        {
             Status st;
-            int rc = SQLITE_DONE;
-            Stmt q(impl_.prepare(ranked ? "SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
-                                          " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?"
-                                        : "SELECT f.rowid, 0, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
-                                          " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
+            Stmt q(impl_.prepare("SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
+                                 " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
                                  st));
             if (!q) return st;
             q.bind(1, match);
-            while ((ranked || rows.size() <= static_cast<size_t>(cap_)) && (rc = q.step()) == SQLITE_ROW)
-                rows.push_back({q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)});
-            if (ranked || rows.size() <= static_cast<size_t>(cap_)) {
-                if (rc != SQLITE_DONE) return impl_.db_error("album search");
-                break;
-            }
-            rows.clear();  // more than the cap: the best by rank are needed
-            ranked = true;
+            int rc;
+            while ((rc = q.step()) == SQLITE_ROW) rows.push_back({q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)});
+            if (rc != SQLITE_DONE) return impl_.db_error("album search");
         }
         keep_best(rows, cap_);
         for (Row &r : rows) {
@@ -347,7 +334,6 @@ class Searcher {
         if (!st.ok()) return st;
         std::vector<Candidates> sets;
         std::vector<bool> from_tracks;
-        bool defer_ranks = false;
 
         std::string album_expr, artist_expr, track_expr;
         st = columns_expr({{"title", query.album_title}, {"artist", query.album_artist}}, album_expr);
@@ -363,19 +349,14 @@ class Searcher {
         if (!album_expr.empty()) {
             sets.emplace_back();
             from_tracks.push_back(false);
-            // Alone, the album fields need the ranks of the hits on the page only.
-            defer_ranks = fast && artist_expr.empty() && track_expr.empty();
-            bool ranked = true;
-            st = fast ? album_rows(album_expr, sets.back(), defer_ranks, ranked) : album_matches(album_expr, sets.back());
-            defer_ranks = !ranked;
+            st = fast ? album_rows(album_expr, sets.back()) : album_matches(album_expr, sets.back());
             if (!st.ok()) return st;
         }
         if (!artist_expr.empty()) {
             // The artist of the album, or else of some of its tracks.
             Candidates by_album, by_track;
             const std::string match = "artist : (" + artist_expr + ")";
-            bool ranked = true;
-            st = fast ? album_rows(match, by_album, false, ranked) : album_matches(match, by_album);
+            st = fast ? album_rows(match, by_album) : album_matches(match, by_album);
             if (st.ok() && !fast) st = track_matches(match, by_track, nullptr);
             if (st.ok() && fast) {
                 // Tracks only add albums the album artists did not find.
@@ -451,54 +432,12 @@ class Searcher {
         // The order is total, so the first hits of a partial sort are those
         // of a whole one.
         const size_t end = std::min<size_t>(page.end, out.size());
-        if (defer_ranks) {
-            st = rank_page(album_expr, out, end);
-            if (!st.ok()) return st;
-        }
         std::partial_sort(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(end), out.end(), order);
         for (size_t i = page.start - 1; complete && i < end; ++i) {
             st = read_album_row(out[i].album_id, out[i]);
             if (!st.ok()) return st;
         }
         return {};
-    }
-
-    // The ranks of the hits that can be among the first `end`: those whose
-    // score is at least the end-th best score. The rest keep rank 0; their
-    // lower scores order them after those whatever their ranks. FTS5 ranks a
-    // row alike whichever other rows a query reads (the weights of the
-    // words come from the whole index), and the rowid filter, kept out of
-    // FTS5's hands by the "+", makes it rank only the rows asked for.
-    Status rank_page(const std::string &match, std::vector<AlbumHit> &hits, size_t end) {
-        if (end == 0) return {};
-        std::vector<uint32_t> scores;
-        scores.reserve(hits.size());
-        for (const AlbumHit &h : hits) scores.push_back(h.score);
-        std::nth_element(scores.begin(), scores.begin() + static_cast<std::ptrdiff_t>(end - 1), scores.end(),
-                         std::greater<>());
-        const uint32_t least = scores[end - 1];
-        std::unordered_map<int64_t, size_t> wanted;
-        std::string ids = "[";
-        for (size_t i = 0; i < hits.size(); ++i)
-            if (hits[i].score >= least) {
-                wanted.emplace(hits[i].album_id, i);
-                if (ids.size() > 1) ids += ',';
-                ids += std::to_string(hits[i].album_id);
-            }
-        ids += "]";
-        const bool all = wanted.size() == hits.size();
-        Status st;
-        Stmt q(impl_.prepare(all ? "SELECT rowid, rank FROM album_fts WHERE album_fts MATCH ?1"
-                                 : "SELECT rowid, rank FROM album_fts WHERE album_fts MATCH ?1"
-                                   " AND +rowid IN (SELECT value FROM json_each(?2))",
-                             st));
-        if (!q) return st;
-        q.bind(1, match);
-        if (!all) q.bind(2, ids);
-        int rc;
-        while ((rc = q.step()) == SQLITE_ROW)
-            if (auto it = wanted.find(q.i64(0)); it != wanted.end()) hits[it->second].rank = q.real(1);
-        return rc == SQLITE_DONE ? Status{} : impl_.db_error("album search");
     }
 
     // The stored fields of an album hit.
