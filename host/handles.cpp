@@ -87,11 +87,11 @@ class Registry {
     size_t capacity_ = 0, count_ = 0;
 };
 
+// Constant-initialised and never destroyed: usable from any static
+// constructor or destructor, and no guard on each use.
 host::SpinLock g_lock;
-Registry &live() {
-    static auto *r = new Registry;
-    return *r;
-}
+Registry g_registry;
+Registry &live() { return g_registry; }
 
 uint32_t handle_add(void *record) {
     if (!record) return kBadArg;

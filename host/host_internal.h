@@ -88,6 +88,13 @@ void append_quoted(std::string &out, const char *text);
 // Canonical three-letter code of a language in any accepted form, or null.
 const char *language_canonical(const char *language);
 
+// zelto_manager_tree_add_value_ex and _add_child for trees the caller made
+// and holds, without looking them up in the handle registry (the catalogue
+// provider builds its answers through these).
+uint32_t tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language = nullptr,
+                        uint32_t required_flags = 0);
+uint32_t tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child);
+
 // Handle registry shared by the handle manager, users and result objects.
 void handles_add(const void *p, uint32_t magic);
 void handles_remove(const void *p);

@@ -132,7 +132,64 @@ struct zelto_manager_tree {
     uint32_t number = 0;
     zelto_manager_tree *next_doomed = nullptr;  // see tree_drop
     Arena arena;
+
+    // Answers are built and dropped node by node, dozens per lookup: freed
+    // nodes are kept for reuse (up to a bound) instead of going back to
+    // the heap each time.
+    static void *operator new(size_t size);
+    static void operator delete(void *p) noexcept;
 };
+
+namespace {
+
+struct FreeNode {
+    FreeNode *next;
+};
+// None kept under AddressSanitizer, so that it still sees every node's
+// use after free.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr uint32_t kKeptNodes = 0;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr uint32_t kKeptNodes = 0;
+#else
+constexpr uint32_t kKeptNodes = 1024;
+#endif
+#else
+constexpr uint32_t kKeptNodes = 1024;
+#endif
+host::SpinLock g_free_lock;
+FreeNode *g_free_nodes = nullptr;
+uint32_t g_free_count = 0;
+
+}  // namespace
+
+void *zelto_manager_tree::operator new(size_t size) {
+    {
+        std::lock_guard<host::SpinLock> guard(g_free_lock);
+        if (FreeNode *node = g_free_nodes) {
+            g_free_nodes = node->next;
+            --g_free_count;
+            return node;
+        }
+    }
+    return ::operator new(size);
+}
+
+void zelto_manager_tree::operator delete(void *p) noexcept {
+    if (!p) return;
+    {
+        std::lock_guard<host::SpinLock> guard(g_free_lock);
+        if (g_free_count < kKeptNodes) {
+            auto *node = static_cast<FreeNode *>(p);
+            node->next = g_free_nodes;
+            g_free_nodes = node;
+            ++g_free_count;
+            return;
+        }
+    }
+    ::operator delete(p);
+}
 
 namespace {
 
@@ -686,9 +743,9 @@ HOST_EXPORT uint32_t zelto_manager_tree_release(zelto_manager_tree *tree) {
     return 0;
 }
 
-HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, const char *key, const char *text,
-                                                     const char *language, uint32_t required_flags) {
-    if (!live_tree(tree) || !key || !text || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
+uint32_t host::tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language,
+                              uint32_t required_flags) {
+    if (!key || !text || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     const char *code = nullptr;
     if (language && !(code = host::language_canonical(language))) return ZELTO_LISTS_UNKNOWN;
     const size_t key_length = std::strlen(key), text_length = std::strlen(text);
@@ -702,15 +759,9 @@ HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, c
     return 0;
 }
 
-HOST_EXPORT uint32_t zelto_manager_tree_add_value(zelto_manager_tree *tree, const char *key, const char *text) {
-    return zelto_manager_tree_add_value_ex(tree, key, text, nullptr, 0);
-}
-
-HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, const char *key,
-                                                  zelto_manager_tree *child) {
+uint32_t host::tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child) {
     std::string_view base, selector;
-    if (!live_tree(tree) || !live_tree(child) || !key || !split_child_key(key, &base, &selector, false))
-        return ZELTO_RVO_BAD_ARG;
+    if (!key || !split_child_key(key, &base, &selector, false)) return ZELTO_RVO_BAD_ARG;
     // The selector's tags, comma separated; none may be empty or "number".
     auto each_tag = [&](auto visit) {
         size_t start = 0;
@@ -743,6 +794,22 @@ HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, cons
     entry->node = child;
     tree->children.append(entry);
     return 0;
+}
+
+HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, const char *key, const char *text,
+                                                     const char *language, uint32_t required_flags) {
+    if (!live_tree(tree)) return ZELTO_RVO_BAD_ARG;
+    return host::tree_add_value(tree, key, text, language, required_flags);
+}
+
+HOST_EXPORT uint32_t zelto_manager_tree_add_value(zelto_manager_tree *tree, const char *key, const char *text) {
+    return zelto_manager_tree_add_value_ex(tree, key, text, nullptr, 0);
+}
+
+HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, const char *key,
+                                                  zelto_manager_tree *child) {
+    if (!live_tree(tree) || !live_tree(child)) return ZELTO_RVO_BAD_ARG;
+    return host::tree_add_child(tree, key, child);
 }
 
 HOST_EXPORT uint32_t zelto_manager_tree_set_number(zelto_manager_tree *tree, uint32_t number) {
