@@ -16,16 +16,16 @@ class TreeTest : public HostObjectsTest {
     // an official title and a second one.
     void SetUp() override {
         HostObjectsTest::SetUp();
-        album_ = node("zelto_ctx_album", {{"zelto_val_full_result", "1"}, {"zelto_val_albumtrackcnt", "3"}});
-        zelto_manager_tree *official = node("zelto_ctx_title", {{"zelto_val_display", "Blue Train"}});
-        zelto_manager_tree *other = node("zelto_ctx_title", {{"zelto_val_display", "Blue Train (Remaster)"}});
+        album_ = make_node("zelto_ctx_album", {{"zelto_val_full_result", "1"}, {"zelto_val_albumtrackcnt", "3"}});
+        zelto_manager_tree *official = make_node("zelto_ctx_title", {{"zelto_val_display", "Blue Train"}});
+        zelto_manager_tree *other = make_node("zelto_ctx_title", {{"zelto_val_display", "Blue Train (Remaster)"}});
         adopt(album_, "zelto_ctx_title!", other);
         adopt(album_, "zelto_ctx_title!off", official);
         for (int n = 1; n <= 3; ++n) {
             std::string number = std::to_string(n);
             std::string title = "Track " + number;
             zelto_manager_tree *track =
-                node("zelto_ctx_track", {{"zelto_val_tracknumber", number.c_str()}, {"zelto_val_title", title.c_str()}});
+                make_node("zelto_ctx_track", {{"zelto_val_tracknumber", number.c_str()}, {"zelto_val_title", title.c_str()}});
             adopt(album_, n == 2 ? "zelto_ctx_track!matching" : "zelto_ctx_track!", track);
         }
         ASSERT_EQ(zelto_manager_tree_to_rvo(album_, nullptr, "zelto_locale_music", 0, &object_), 0u);
@@ -112,7 +112,7 @@ TEST_F(TreeTest, NumberSelectsByTrackNumber) {
     EXPECT_EQ(child_title("zelto_ctx_track!number", 0), kNotFound);
 
     // An explicit number wins over the value; children without one are skipped.
-    zelto_manager_tree *bonus = node("zelto_ctx_track", {{"zelto_val_title", "Bonus"}});
+    zelto_manager_tree *bonus = make_node("zelto_ctx_track", {{"zelto_val_title", "Bonus"}});
     adopt(album_, "zelto_ctx_track!", bonus);
     EXPECT_EQ(child_count("zelto_ctx_track!number"), 3u);
     EXPECT_EQ(zelto_manager_tree_set_number(bonus, 12), 0u);
@@ -127,8 +127,8 @@ TEST_F(TreeTest, OfficialTitleIsTheTaggedOneOrTheFirst) {
     EXPECT_EQ(child_title("zelto_ctx_title!off", 1), "Blue Train");
     EXPECT_EQ(child_title("zelto_ctx_title!", 1), "Blue Train (Remaster)");
 
-    zelto_manager_tree *artist = node("zelto_ctx_artist");
-    zelto_manager_tree *name = node("zelto_ctx_name", {{"zelto_val_display", "John Coltrane"}});
+    zelto_manager_tree *artist = make_node("zelto_ctx_artist");
+    zelto_manager_tree *name = make_node("zelto_ctx_name", {{"zelto_val_display", "John Coltrane"}});
     adopt(artist, "zelto_ctx_name", name);
     adopt(album_, "zelto_ctx_artist!", artist);
     zelto_rvo_handle a = nullptr, n = nullptr;
@@ -148,7 +148,7 @@ TEST_F(TreeTest, MalformedChildKeysAreRefused) {
         EXPECT_EQ(zelto_manager_rvo_child_get(object_, key, 1, 1, &child), ZELTO_RVO_BAD_ARG) << key;
     }
     EXPECT_EQ(child, nullptr);
-    zelto_manager_tree *t = node("zelto_ctx_track");
+    zelto_manager_tree *t = make_node("zelto_ctx_track");
     EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_track!number", t), ZELTO_RVO_BAD_ARG);
     EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_track!a,", t), ZELTO_RVO_BAD_ARG);
     EXPECT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_track!,a", t), ZELTO_RVO_BAD_ARG);
@@ -160,7 +160,7 @@ TEST_F(TreeTest, MalformedChildKeysAreRefused) {
 }
 
 TEST_F(TreeTest, CyclesAreRefused) {
-    zelto_manager_tree *disc = node("zelto_ctx_disc");
+    zelto_manager_tree *disc = make_node("zelto_ctx_disc");
     ASSERT_EQ(zelto_manager_tree_add_child(album_, "zelto_ctx_disc!", disc), 0u);
     EXPECT_EQ(zelto_manager_tree_add_child(disc, "zelto_ctx_album!", album_), ZELTO_RVO_BAD_ARG);
     EXPECT_EQ(zelto_manager_tree_add_child(disc, "zelto_ctx_disc!", disc), ZELTO_RVO_BAD_ARG);
@@ -170,15 +170,15 @@ TEST_F(TreeTest, CyclesAreRefused) {
 // The cycle test follows which nodes still hold a child: a node shared by
 // two parents stays below the second when the first is gone.
 TEST_F(TreeTest, CyclesThroughASharedChildAreRefusedAfterOneParentIsGone) {
-    zelto_manager_tree *first = node("zelto_ctx_disc"), *second = node("zelto_ctx_disc");
-    zelto_manager_tree *shared = node("zelto_ctx_track", {{"zelto_val_tracknumber", "1"}});
+    zelto_manager_tree *first = make_node("zelto_ctx_disc"), *second = make_node("zelto_ctx_disc");
+    zelto_manager_tree *shared = make_node("zelto_ctx_track", {{"zelto_val_tracknumber", "1"}});
     ASSERT_EQ(zelto_manager_tree_add_child(first, "zelto_ctx_track!", shared), 0u);
     ASSERT_EQ(zelto_manager_tree_add_child(second, "zelto_ctx_track!", shared), 0u);
     zelto_manager_tree_release(first);
     EXPECT_EQ(zelto_manager_tree_add_child(shared, "zelto_ctx_disc!", second), ZELTO_RVO_BAD_ARG);
     // Once no node holds it, the former child may take its former parent.
     zelto_manager_tree_release(second);
-    zelto_manager_tree *again = node("zelto_ctx_disc");
+    zelto_manager_tree *again = make_node("zelto_ctx_disc");
     ASSERT_EQ(zelto_manager_tree_add_child(shared, "zelto_ctx_disc!", again), 0u);
     EXPECT_EQ(zelto_manager_tree_add_child(again, "zelto_ctx_track!", shared), ZELTO_RVO_BAD_ARG);
     zelto_manager_tree_release(again);
@@ -217,7 +217,7 @@ TEST_F(TreeTest, DataFlagsWithholdValues) {
     EXPECT_EQ(value_of(linked, "zelto_val_xid"), "xid-1");
     EXPECT_EQ(value_of(linked, "zelto_val_genre", 2), "Bop");
     // Children read through the object inherit its flags.
-    zelto_manager_tree *track = node("zelto_ctx_track");
+    zelto_manager_tree *track = make_node("zelto_ctx_track");
     zelto_manager_tree_add_value_ex(track, "zelto_val_xid", "xid-t", nullptr, ZELTO_DATA_LINK);
     adopt(album_, "zelto_ctx_track!", track);
     zelto_rvo_handle child = nullptr;
@@ -249,7 +249,7 @@ TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
     EXPECT_EQ(value_of(object_, "zelto_val_genre", 1), "Jazz (de)");
     EXPECT_EQ(value_of(object_, "zelto_val_genre", 2), "Jazz (ger)");
     // A child read after the locale was set takes it along.
-    zelto_manager_tree *track = node("zelto_ctx_track");
+    zelto_manager_tree *track = make_node("zelto_ctx_track");
     zelto_manager_tree_add_value(track, "zelto_val_title", "Night");
     zelto_manager_tree_add_value_ex(track, "zelto_val_title", "Nacht", "German", 0);
     adopt(album_, "zelto_ctx_track!", track);
@@ -327,7 +327,7 @@ TEST_F(TreeTest, DumpShowsEverythingIndented) {
 }
 
 TEST_F(TreeTest, TagsListSeveralNames) {
-    zelto_manager_tree *t = node("zelto_ctx_track", {{"zelto_val_title", "Both"}});
+    zelto_manager_tree *t = make_node("zelto_ctx_track", {{"zelto_val_title", "Both"}});
     adopt(album_, "zelto_ctx_track!matching,bonus", t);
     EXPECT_EQ(child_count("zelto_ctx_track!matching"), 2u);
     EXPECT_EQ(child_count("zelto_ctx_track!bonus"), 1u);
@@ -376,7 +376,7 @@ TEST_F(TreeTest, ConcurrentReadsAndAdditions) {
     for (int i = 0; i < 300; ++i) {
         zelto_manager_tree_add_value(album_, "zelto_val_genre", "Jazz");
         std::string number = std::to_string(100 + i);
-        zelto_manager_tree *track = node("zelto_ctx_track", {{"zelto_val_tracknumber", number.c_str()}});
+        zelto_manager_tree *track = make_node("zelto_ctx_track", {{"zelto_val_tracknumber", number.c_str()}});
         adopt(album_, "zelto_ctx_track!", track);
     }
     while (reads.load() < 100) std::this_thread::yield();

@@ -183,17 +183,6 @@ TEST_F(QueryInputTest, BuilderNeverWritesPastItsBuffer) {
     EXPECT_EQ(_cantrix_build_toc_string(query_, buffer, 0), 0x90810001u);
 }
 
-TEST_F(QueryInputTest, TocAllocationFailures) {
-    for_each_allocation_failure([&](uint64_t) {
-        uint32_t status = zelto_cantrix_query_set_toc_string(query_, "150 14672 27367 41225");
-        if (zelto_manager_memory_failure_fired())
-            EXPECT_EQ(status, 0x90810002u);
-        else
-            EXPECT_EQ(status, 0u);
-    });
-    EXPECT_EQ(offsets(), (Offsets{150, 14672, 27367, 41225}));
-}
-
 }  // namespace
 
 namespace {

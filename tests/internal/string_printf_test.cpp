@@ -74,16 +74,9 @@ TEST_F(FormatEngine, IntegersAgreeWithTheSystemLibrary) {
     EXPECT_EQ(fmt("%ld|%lu", -5L, 5UL), sys("%ld|%lu", -5L, 5UL));
 }
 
+// Binary and pointer forms, and values beyond the table above.
 TEST_F(FormatEngine, IntegerForms) {
-    EXPECT_EQ(fmt("%5d", 42), "   42");
-    EXPECT_EQ(fmt("%-5d|", 42), "42   |");
-    EXPECT_EQ(fmt("%05d", -42), "-0042");
-    EXPECT_EQ(fmt("%#x", 255), "0xff");
-    EXPECT_EQ(fmt("%#x", 0), "0");
     EXPECT_EQ(fmt("%#o", 8), "010");
-    EXPECT_EQ(fmt("%#o", 0), "0");
-    EXPECT_EQ(fmt("%x", 255), "ff");
-    EXPECT_EQ(fmt("%X", 255), "FF");
     EXPECT_EQ(fmt("%b", 5), "101");
     EXPECT_EQ(fmt("%b", 0), "0");
     EXPECT_EQ(fmt("%llb", 1ULL << 40), "1" + std::string(40, '0'));

@@ -50,8 +50,8 @@ class ScriptTest : public HostObjectsTest {
 
     // An album answer with one track.
     static zelto_manager_tree *album(const char *title) {
-        zelto_manager_tree *a = node("zelto_ctx_response_album", {{"_sdkmgr_val_response_code", "zelto_result_single_match"}});
-        zelto_manager_tree *al = node("zelto_ctx_album", {{"zelto_val_title", title}});
+        zelto_manager_tree *a = make_node("zelto_ctx_response_album", {{"_sdkmgr_val_response_code", "zelto_result_single_match"}});
+        zelto_manager_tree *al = make_node("zelto_ctx_album", {{"zelto_val_title", title}});
         zelto_manager_tree_add_value_ex(al, "zelto_val_xid", "x-1", nullptr, ZELTO_DATA_LINK);
         adopt(a, "zelto_ctx_album!", al);
         return a;

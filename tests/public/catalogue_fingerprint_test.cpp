@@ -7,6 +7,7 @@
 
 #include "module_fixture.h"
 #include "out_param.h"
+#include "rvo_read.h"
 #include "synth_song.h"
 #include "zelto/zelto_catalogue.h"
 #include "zelto/zelto_host_services.h"
@@ -72,27 +73,12 @@ class CatalogueFingerprintTest : public WithQuery<ModuleTest> {
         return r;
     }
 
-    static std::string value(zelto_rvo_handle o, const char *key) {
-        const char *v = nullptr;
-        return zelto_manager_rvo_value_get(o, key, 1, &v) == 0 && v ? v : "";
-    }
-    static zelto_rvo_handle child(zelto_rvo_handle o, const char *key, uint32_t ordinal = 1) {
-        zelto_rvo_handle c = nullptr;
-        EXPECT_EQ(zelto_manager_rvo_child_get(o, key, ordinal, 0, &c), 0u) << key;
-        return c;
-    }
     static std::string title(zelto_rvo_handle o) {
-        zelto_rvo_handle t = child(o, "zelto_ctx_title!off");
-        const std::string text = value(t, "zelto_val_display");
+        zelto_rvo_handle t = child_of(o, "zelto_ctx_title!off", 1, 0);
+        const std::string text = value_of(t, "zelto_val_display");
         zelto_manager_rvo_release(t);
         return text;
     }
-    static uint32_t count(zelto_rvo_handle o, const char *key) {
-        uint32_t n = 0;
-        EXPECT_EQ(zelto_manager_rvo_child_count(o, key, &n), 0u);
-        return n;
-    }
-
     zelto_catalogue *catalogue_ = nullptr;
 };
 
@@ -100,27 +86,27 @@ TEST_F(CatalogueFingerprintTest, AnExcerptFindsItsAlbumAndTrackWithScoreAndOffse
     fingerprint(pcm(2, 12, 22));
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
-    ASSERT_EQ(count(response, "zelto_ctx_album!"), 1u);
-    zelto_rvo_handle album = child(response, "zelto_ctx_album!");
+    ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 1u);
+    zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
     EXPECT_EQ(title(album), "Night Drive");
-    EXPECT_EQ(count(album, "zelto_ctx_track!"), 3u);  // the full album, no second lookup
-    EXPECT_EQ(value(album, "_sdkmgr_val_match_type"), "SINGLE");
-    EXPECT_EQ(value(album, "_sdkmgr_val_lookup_type"), "FP");
-    zelto_rvo_handle track = child(album, "zelto_ctx_track!matching");
+    EXPECT_EQ(count_of(album, "zelto_ctx_track!"), 3u);  // the full album, no second lookup
+    EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "SINGLE");
+    EXPECT_EQ(value_of(album, "_sdkmgr_val_lookup_type"), "FP");
+    zelto_rvo_handle track = child_of(album, "zelto_ctx_track!matching", 1, 0);
     EXPECT_EQ(title(track), "Title 2");
-    const int offset = std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_OFFSET));
+    const int offset = std::stoi(value_of(track, ZELTO_CATALOGUE_VAL_FP_OFFSET));
     EXPECT_NEAR(offset, 12000, 130);
-    EXPECT_GE(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_SCORE)), 90);
-    EXPECT_EQ(value(album, ZELTO_CATALOGUE_VAL_FP_SCORE), value(track, ZELTO_CATALOGUE_VAL_FP_SCORE));
-    EXPECT_NEAR(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_COMPARED)), 19000, 1500);
+    EXPECT_GE(std::stoi(value_of(track, ZELTO_CATALOGUE_VAL_FP_SCORE)), 90);
+    EXPECT_EQ(value_of(album, ZELTO_CATALOGUE_VAL_FP_SCORE), value_of(track, ZELTO_CATALOGUE_VAL_FP_SCORE));
+    EXPECT_NEAR(std::stoi(value_of(track, ZELTO_CATALOGUE_VAL_FP_COMPARED)), 19000, 1500);
     for (auto item : {track, album, response}) zelto_manager_rvo_release(item);
 
     // The track find answers with the track itself.
     ASSERT_EQ(zelto_cantrix_query_find_tracks(query_, &response), 0u);
-    ASSERT_EQ(count(response, "zelto_ctx_track!"), 1u);
-    track = child(response, "zelto_ctx_track!");
+    ASSERT_EQ(count_of(response, "zelto_ctx_track!"), 1u);
+    track = child_of(response, "zelto_ctx_track!", 1, 0);
     EXPECT_EQ(title(track), "Title 2");
-    EXPECT_NEAR(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_OFFSET)), 12000, 130);
+    EXPECT_NEAR(std::stoi(value_of(track, ZELTO_CATALOGUE_VAL_FP_OFFSET)), 12000, 130);
     for (auto item : {track, response}) zelto_manager_rvo_release(item);
 }
 
@@ -129,15 +115,15 @@ TEST_F(CatalogueFingerprintTest, StoredTextSetAsDataFindsTheSameAndStrangersFind
     ASSERT_EQ(zelto_cantrix_query_set_fp_data(query_, text.c_str(), "zelto_cantrix_fp_tvx"), 0u);
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_tracks(query_, &response), 0u);
-    ASSERT_EQ(count(response, "zelto_ctx_track!"), 1u);
-    zelto_rvo_handle track = child(response, "zelto_ctx_track!");
+    ASSERT_EQ(count_of(response, "zelto_ctx_track!"), 1u);
+    zelto_rvo_handle track = child_of(response, "zelto_ctx_track!", 1, 0);
     EXPECT_EQ(title(track), "Title 3");
     for (auto item : {track, response}) zelto_manager_rvo_release(item);
 
     fingerprint(pcm(7, 0, 40));  // never stored
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
-    EXPECT_EQ(count(response, "zelto_ctx_album!"), 0u);
-    EXPECT_EQ(value(response, "zelto_val_resultcount"), "0");
+    EXPECT_EQ(count_of(response, "zelto_ctx_album!"), 0u);
+    EXPECT_EQ(value_of(response, "zelto_val_resultcount"), "0");
     zelto_manager_rvo_release(response);
 }
 
@@ -149,10 +135,10 @@ TEST_F(CatalogueFingerprintTest, TheSameRecordingOnTwoAlbumsIsAMultipleMatch) {
     fingerprint(pcm(1, 20, 20));
     zelto_rvo_handle response = nullptr;
     ASSERT_EQ(zelto_cantrix_query_find_albums(query_, &response), 0u);
-    ASSERT_EQ(count(response, "zelto_ctx_album!"), 2u);
+    ASSERT_EQ(count_of(response, "zelto_ctx_album!"), 2u);
     for (uint32_t i = 1; i <= 2; ++i) {
-        zelto_rvo_handle album = child(response, "zelto_ctx_album!", i);
-        EXPECT_EQ(value(album, "_sdkmgr_val_match_type"), "MULTI");
+        zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", i, 0);
+        EXPECT_EQ(value_of(album, "_sdkmgr_val_match_type"), "MULTI");
         zelto_manager_rvo_release(album);
     }
     zelto_manager_rvo_release(response);
@@ -205,11 +191,11 @@ TEST_F(CatalogueFingerprintTest, TheProviderReadsXmlDescriptionsAndRefusesBadDat
         if (c.status == 0) {
             zelto_rvo_handle result = nullptr;
             ASSERT_EQ(table->lookup_request_get_result(request, "CNX_1", &result), 0u);
-            EXPECT_EQ(value(result, "_sdkmgr_val_response_code"), "zelto_result_single_match");
-            zelto_rvo_handle album = child(result, "zelto_ctx_album!");
-            zelto_rvo_handle track = child(album, "zelto_ctx_track!matching");
+            EXPECT_EQ(value_of(result, "_sdkmgr_val_response_code"), "zelto_result_single_match");
+            zelto_rvo_handle album = child_of(result, "zelto_ctx_album!", 1, 0);
+            zelto_rvo_handle track = child_of(album, "zelto_ctx_track!matching", 1, 0);
             EXPECT_EQ(title(track), "Title 1");
-            EXPECT_NEAR(std::stoi(value(track, ZELTO_CATALOGUE_VAL_FP_OFFSET)), 8000, 130);
+            EXPECT_NEAR(std::stoi(value_of(track, ZELTO_CATALOGUE_VAL_FP_OFFSET)), 8000, 130);
             for (auto item : {track, album, result}) zelto_manager_rvo_release(item);
         }
         EXPECT_EQ(table->lookup_request_release(request), 0u);

@@ -288,8 +288,10 @@ TEST_F(FaultSweepTest, CatalogueProviderAnswers) {
     }
 }
 
-// From nothing to nothing: initialise, user, query, input, find, walk,
-// release, shutdown, with each allocation of the module failing in turn.
+// From nothing to nothing: initialise, user, query, input (a TOC and a
+// language), the find of a partial album completed by a second lookup,
+// walk, release, shutdown, with each allocation of the module failing in
+// turn.
 // Wherever the failure strikes, the flow stops with that failure, gives back
 // what it made, and the module is down at the end.
 TEST(FaultSweepWholeFlow, InitializeToShutdown) {
@@ -329,6 +331,7 @@ TEST(FaultSweepWholeFlow, InitializeToShutdown) {
         then("user", [&] { return zelto_manager_user_create("flow", &user); });
         then("query", [&] { return zelto_cantrix_query_create(user, nullptr, nullptr, &query); });
         then("toc", [&] { return zelto_cantrix_query_set_toc_string(query, "150 14672 27367 41225"); });
+        then("language", [&] { return zelto_cantrix_query_option_set(query, "zelto_cantrix_preferred_lang", "eng"); });
         then("find", [&] { return zelto_cantrix_query_find_albums(query, &response); });
         then("walk", [&] { return response_walk::walk(response).failure; });
         const bool fired = zelto_manager_memory_failure_fired() != 0;
@@ -338,6 +341,10 @@ TEST(FaultSweepWholeFlow, InitializeToShutdown) {
             EXPECT_TRUE(fired) << "allocation " << n << " " << step;
             EXPECT_TRUE(status == ZELTO_CANTRIX_NO_MEMORY || status == ZELTO_CANTRIX_INIT_FAILED)
                 << "allocation " << n << " " << step << ": " << response_walk::hex(status);
+            // Past the bring-up and the host's user, the module's own "no memory".
+            if (std::string(step) != "initialize" && std::string(step) != "user") {
+                EXPECT_EQ(status, ZELTO_CANTRIX_NO_MEMORY) << "allocation " << n << " " << step;
+            }
             // No output from a failed call (a failed read leaves the response).
             if (std::string(step) != "walk") {
                 EXPECT_EQ(response, nullptr) << "allocation " << n;

@@ -1,5 +1,6 @@
 // Fixture for tests of the host's services: fails a test that leaves result
-// objects, tree nodes or decoded serial blocks behind.
+// objects, tree nodes or decoded serial blocks behind; builds trees with
+// tree_build.h.
 #ifndef HOST_FIXTURE_H
 #define HOST_FIXTURE_H
 
@@ -7,6 +8,7 @@
 
 #include <string>
 
+#include "tree_build.h"
 #include "zelto/zelto_host_services.h"
 
 class HostObjectsTest : public ::testing::Test {
@@ -20,21 +22,6 @@ class HostObjectsTest : public ::testing::Test {
         EXPECT_EQ(zelto_manager_rvo_live_count(), rvos_) << "result objects leaked";
         EXPECT_EQ(zelto_manager_tree_live_count(), trees_) << "tree nodes leaked";
         EXPECT_EQ(zelto_manager_serial_live_blocks(), serial_) << "decoded blocks leaked";
-    }
-
-    // A node with a context and (key, text) values.
-    static zelto_manager_tree *node(const char *context,
-                                    std::initializer_list<std::pair<const char *, const char *>> values = {}) {
-        zelto_manager_tree *tree = nullptr;
-        EXPECT_EQ(zelto_manager_tree_create(context, &tree), 0u);
-        for (auto &v : values) EXPECT_EQ(zelto_manager_tree_add_value(tree, v.first, v.second), 0u);
-        return tree;
-    }
-
-    // Adds a child and drops the caller's reference to it.
-    static void adopt(zelto_manager_tree *parent, const char *key, zelto_manager_tree *child) {
-        EXPECT_EQ(zelto_manager_tree_add_child(parent, key, child), 0u);
-        zelto_manager_tree_release(child);
     }
 
     static std::string dump(zelto_manager_tree *tree) {

@@ -8,23 +8,8 @@
 #include <vector>
 
 #include "module_fixture.h"
+#include "tree_build.h"
 #include "zelto/zelto_script_provider.h"
-
-using KeyValues = std::vector<std::pair<std::string, std::string>>;
-
-// A tree node with values; the caller owns one reference.
-inline zelto_manager_tree *make_node(const char *context, const KeyValues &values = {}) {
-    zelto_manager_tree *node = nullptr;
-    EXPECT_EQ(zelto_manager_tree_create(context, &node), 0u);
-    for (auto &kv : values) EXPECT_EQ(zelto_manager_tree_add_value(node, kv.first.c_str(), kv.second.c_str()), 0u);
-    return node;
-}
-
-// Adds a child and drops the caller's reference on it.
-inline void adopt(zelto_manager_tree *parent, const char *key, zelto_manager_tree *child) {
-    EXPECT_EQ(zelto_manager_tree_add_child(parent, key, child), 0u);
-    zelto_manager_tree_release(child);
-}
 
 // An album with numbered tracks "<title> 1".."<title> n".
 inline zelto_manager_tree *make_album(const std::string &title, const std::string &artist, int tracks,

@@ -42,6 +42,15 @@ inline std::string layout(const disc::Disc &d) {
     return out + "leadout:" + (d.leadout ? std::to_string(*d.leadout) : "?");
 }
 
+// "line: message" of a refusal, or "accepted".
+template <typename T>
+std::string refusal(const disc::Expected<T> &result) {
+    return result ? "accepted" : std::to_string(result.error().line) + ": " + result.error().message;
+}
+
+// The same for an expected line and message.
+inline std::string refusal(size_t line, const std::string &message) { return std::to_string(line) + ": " + message; }
+
 }  // namespace disc_test
 
 #endif
