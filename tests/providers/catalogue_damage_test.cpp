@@ -316,6 +316,30 @@ TEST_F(CatalogueDamage, UnmarkedCatalogueIsMarkedWhenWritten) {
     expect_earlier_albums();
 }
 
+// An unmarked file is a catalogue only when its schema row holds a schema
+// number this program knows, written as it writes them.
+TEST_F(CatalogueDamage, UnmarkedCatalogueNeedsAKnownSchemaNumber) {
+    sql(path_, "PRAGMA application_id = 0; PRAGMA user_version = 0;");
+    const std::string current = std::to_string(catalogue::kSchemaVersion);
+    const struct {
+        std::string row;
+        bool known;
+    } rows[] = {{"1", true},  {current, true},  {"0", false},  {std::to_string(catalogue::kSchemaVersion + 1), false},
+                {"01", false}, {current + " ", false}, {"", false}, {"x", false}, {"99999999999", false}};
+    for (const auto &r : rows) {
+        SCOPED_TRACE("'" + r.row + "'");
+        sql(path_, ("UPDATE meta SET value = '" + r.row + "' WHERE key = 'schema';").c_str());
+        std::unique_ptr<catalogue::Catalogue> cat;
+        const catalogue::Status st = catalogue::Catalogue::open(path_, cat, catalogue::OpenMode::read_only);
+        if (r.known) {
+            EXPECT_TRUE(st.ok()) << st.message;
+            continue;
+        }
+        EXPECT_EQ(st.code, catalogue::Code::not_catalogue);
+        EXPECT_EQ(st.message, "catalogue " + path_ + ": not a catalogue: an SQLite database of another program");
+    }
+}
+
 // A catalogue in a read-only file inside a read-only folder (WAL mode, so
 // that its shared-memory file cannot be made) answers lookups and searches
 // when opened read-only; opening it for writing fails cleanly. Run as an

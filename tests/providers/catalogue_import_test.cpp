@@ -1,7 +1,10 @@
 // Catalogue: importers of release JSON, xmcd discs and lyrics; the sample
 // catalogue.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 #include "catalogue_fixtures.h"
@@ -234,6 +237,80 @@ TEST(CatalogueImport, MalformedReleasesAreSkippedWithMessages) {
     EXPECT_EQ(report.imported, 1u);
     ASSERT_TRUE(cat->album_count(n).ok());
     EXPECT_EQ(n, 5u);
+}
+
+// An import holds back the rows of the text indexes and the TOC shape
+// index and writes them between albums: an album that fails half-stored
+// leaves none of its rows, and an album replaced within the same import
+// leaves none of the replaced one's. Every album, track, artist and TOC
+// has exactly its index row afterwards.
+TEST(CatalogueImport, AlbumsFailedOrReplacedWithinOneImport) {
+    // A disc whose first track is `length` sectors long.
+    auto disc = [](const std::string &id, uint32_t length, const std::string &tracks) {
+        return R"({"id":")" + id + R"(","title":")" + "%T" + R"(","revision":%R,"artist-credit":[{"name":"Nadia Ferro"}],
+                  "media":[{"position":1,"discs":[{"id":")" + id + R"(-d","offsets":[150,)" + std::to_string(150 + length) +
+               R"(],"sectors":)" + std::to_string(20150 + length) + R"(}],"tracks":[)" + tracks + "]}]}";
+    };
+    auto with = [](std::string text, const std::string &title, int revision) {
+        text.replace(text.find("%T"), 2, title);
+        text.replace(text.find("%R"), 2, std::to_string(revision));
+        return text;
+    };
+    const std::string two = R"({"position":1,"title":"Hollow Bells"},{"position":2,"title":"Salt Roads"})";
+    // The first names track 1 twice: its tracks share an identifier.
+    const std::string lines =
+        with(disc("rel-clash", 20000, R"({"position":1,"title":"Hollow Bells"},{"position":1,"title":"Salt Roads"})"),
+             "Saffron Ledger", 1) + "\n" +
+        with(disc("rel-next", 25000, two), "Cobalt Orchard", 1) + "\n" +
+        with(disc("rel-twice", 30000, two), "Amber Viaduct", 1) + "\n" +
+        with(disc("rel-twice", 35000, two), "Velvet Quarry", 2) + "\n";
+    const std::string dir = temp_dir(), path = dir + "/c.db";
+    {
+        std::unique_ptr<Catalogue> cat;
+        ASSERT_TRUE(Catalogue::open(path, cat).ok());
+        ImportReport report;
+        ASSERT_TRUE(cat->import_musicbrainz_text(lines, report).ok());
+        EXPECT_EQ(report.imported, 3u);
+        EXPECT_EQ(report.replaced, 1u);
+        ASSERT_EQ(report.messages.size(), 1u);
+        EXPECT_EQ(report.messages[0], "input:1: insert track: UNIQUE constraint failed: tracks.tui");
+        for (const auto &[title, found] : {std::pair{"Saffron Ledger", 0u}, {"Cobalt Orchard", 1u},
+                                           {"Amber Viaduct", 0u}, {"Velvet Quarry", 1u}}) {
+            TextQuery query;
+            query.album_title = title;
+            AlbumSearchResult result;
+            ASSERT_TRUE(cat->search_albums(query, {}, result).ok());
+            EXPECT_EQ(std::count_if(result.hits.begin(), result.hits.end(),
+                                    [&](const AlbumHit &h) { return h.title == title; }),
+                      found)
+                << title;
+        }
+        TocResult toc;
+        ASSERT_TRUE(cat->lookup_toc(std::vector<uint32_t>{150, 20150, 40150}, {}, toc).ok());
+        EXPECT_EQ(toc.kind, MatchKind::none);
+        ASSERT_TRUE(cat->lookup_toc(std::vector<uint32_t>{150, 35150, 55150}, {}, toc).ok());
+        ASSERT_EQ(toc.hits.size(), 1u);
+        EXPECT_EQ(toc.hits[0].title, "Velvet Quarry");
+    }
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    for (const char *sql :
+         {"SELECT (SELECT count(*) FROM albums), (SELECT count(*) FROM album_fts WHERE rowid IN (SELECT id FROM albums))",
+          "SELECT (SELECT count(*) FROM album_fts), (SELECT count(*) FROM albums)",
+          "SELECT (SELECT count(*) FROM track_fts), (SELECT count(*) FROM track_fts WHERE rowid IN (SELECT id FROM tracks))",
+          "SELECT (SELECT count(*) FROM tracks), (SELECT count(*) FROM track_fts)",
+          "SELECT (SELECT count(*) FROM artist_fts), (SELECT count(*) FROM artists)",
+          "SELECT (SELECT count(*) FROM toc_shape), (SELECT count(*) FROM toc_shape WHERE id IN (SELECT id FROM tocs))",
+          "SELECT (SELECT count(*) FROM tocs), (SELECT count(*) FROM toc_shape)"}) {
+        sqlite3_stmt *q = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(db, sql, -1, &q, nullptr), SQLITE_OK) << sql;
+        ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
+        EXPECT_EQ(sqlite3_column_int64(q, 0), sqlite3_column_int64(q, 1)) << sql;
+        EXPECT_GT(sqlite3_column_int64(q, 0), 0) << sql;
+        sqlite3_finalize(q);
+    }
+    sqlite3_close(db);
+    std::filesystem::remove_all(dir);
 }
 
 TEST(CatalogueImport, Xmcd) {

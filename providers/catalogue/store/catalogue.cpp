@@ -105,13 +105,23 @@ CREATE VIRTUAL TABLE IF NOT EXISTS toc_shape USING rtree_i32(id, tracks_lo, trac
 CREATE TRIGGER IF NOT EXISTS tocs_shape_delete AFTER DELETE ON tocs BEGIN
   DELETE FROM toc_shape WHERE id = old.id;
 END;
-INSERT OR IGNORE INTO meta(key, value) VALUES('schema', '5');
 )sql";
 
 // Indexes on columns that migrations add, made once the columns exist.
 constexpr const char *kLateIndexes = R"sql(
 CREATE UNIQUE INDEX IF NOT EXISTS lyrics_key ON lyrics(natural_key);
 )sql";
+
+// The schema number of a catalogue's 'schema' row when it is one this
+// program knows (1 to kSchemaVersion, written as it writes them), else 0.
+int known_schema(std::string_view text) {
+    int n = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9' || n > kSchemaVersion) return 0;
+        n = n * 10 + (c - '0');
+    }
+    return text.empty() || text[0] == '0' || n > kSchemaVersion ? 0 : n;
+}
 
 bool is_composer_role(const std::string &role) {
     return role == "composer" || role == "lyricist" || role == "writer" || role == "librettist";
@@ -176,6 +186,39 @@ Status Catalogue::Impl::exec(const char *sql) {
         return st;
     }
     return {};
+}
+
+Status Catalogue::Impl::index_row(const char *sql, const char *what, int64_t rowid,
+                                  std::initializer_list<std::string_view> texts, std::initializer_list<int64_t> numbers) {
+    if (defer_index) {
+        index_rows.add(sql, what, rowid, texts, numbers);
+        return {};
+    }
+    Status st;
+    Stmt s(prepare(sql, st));
+    if (!s) return st;
+    int index = 0;
+    s.bind(++index, rowid);
+    for (std::string_view t : texts) s.bind(++index, t);
+    for (int64_t n : numbers) s.bind(++index, n);
+    return s.step() == SQLITE_DONE ? Status{} : db_error(what);
+}
+
+Status Catalogue::Impl::flush_index() {
+    Status st;
+    index_rows.each([&](const IndexRows::Row &row, const std::string_view *texts) {
+        Stmt s(prepare(row.sql, st));
+        if (!s) return false;
+        int index = 0;
+        s.bind(++index, row.rowid);
+        for (uint32_t c = 0; c < row.texts; ++c) s.bind(++index, texts[c]);
+        for (uint32_t c = 0; c < row.numbers; ++c) s.bind(++index, row.values[c]);
+        if (s.step() == SQLITE_DONE) return true;
+        st = db_error(row.what);
+        return false;
+    });
+    index_rows.clear();
+    return st;
 }
 
 Status Catalogue::Impl::begin() {
@@ -319,8 +362,8 @@ Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id) {
     st = impl.write("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)",
                     "insert artist", &id, ident, c.name, c.sort_name, c.source_id, int64_t{c.collaboration ? 1 : 0});
     if (!st.ok()) return st;
-    return impl.write("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", nullptr, id,
-                      fold(c.name + " " + c.sort_name));
+    return impl.index_row("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", id,
+                           {fold(c.name + " " + c.sort_name)});
 }
 
 // The credits of an album or a track, in order; nameless ones are skipped.
@@ -362,8 +405,8 @@ Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &compose
     if (!st.ok()) return st;
     std::string performers = album.artist;
     add_credit_names(album.contributors, performers, composers);
-    return impl.write("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", nullptr, album.id,
-                      fold(album.title), fold(performers));
+    return impl.index_row("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", album.id,
+                           {fold(album.title), fold(performers)});
 }
 
 // The shift-invariant shape of a TOC, as the fuzzy lookup's index keeps it:
@@ -389,14 +432,11 @@ struct TocShape {
 
 Status store_toc_shape(Catalogue::Impl &impl, int64_t toc_id, const std::vector<uint32_t> &offsets) {
     const TocShape shape(offsets);
-    Status st;
-    Stmt s(impl.prepare("INSERT INTO toc_shape VALUES(?1, ?2, ?2, ?3, ?3, ?4, ?4, ?5, ?5, ?6, ?6)", st));
-    if (!s) return st;
-    s.bind(1, toc_id);
-    s.bind(2, int64_t{shape.tracks});
-    s.bind(3, int64_t{shape.length});
-    for (size_t i = 0; i < TocShape::kTrackLengths; ++i) s.bind(static_cast<int>(4 + i), int64_t{shape.track_lengths[i]});
-    return s.step() == SQLITE_DONE ? Status{} : impl.db_error("index TOC");
+    static_assert(TocShape::kTrackLengths == 3);
+    return impl.index_row("INSERT INTO toc_shape VALUES(?1, ?2, ?2, ?3, ?3, ?4, ?4, ?5, ?5, ?6, ?6)", "index TOC",
+                          toc_id, {},
+                          {shape.tracks, shape.length, shape.track_lengths[0], shape.track_lengths[1],
+                           shape.track_lengths[2]});
 }
 
 Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, Toc &toc) {
@@ -431,8 +471,8 @@ Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, 
     std::string artist = track.artist.empty() ? album.artist : track.artist;
     std::string composers = album_composers;
     add_credit_names(track.contributors, artist, composers);
-    return impl.write("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track", nullptr,
-                      track.id, fold(track.title), fold(artist), fold(composers));
+    return impl.index_row("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track",
+                           track.id, {fold(track.title), fold(artist), fold(composers)});
 }
 
 // Every row of an album: the album, then each disc with its TOCs and tracks.
@@ -464,6 +504,10 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged)
     std::string stored_digest;
     if (!(st = replaced_album(*this, album, existing, stored_digest)).ok()) return st;
     const std::string digest = album_digest(album);
+    // Removing the album replaced deletes from the virtual-table indexes,
+    // which must first hold every queued row (see IndexRows).
+    if (existing && !(st = flush_index()).ok()) return st;
+    const size_t queued = index_rows.size();
 
     // All rows of one album go in, or none. An unchanged album is written
     // again too: the digest only tells, it never decides what is stored.
@@ -476,6 +520,7 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged)
         return s.ok() ? mark_changed() : s;
     });
     if (!st.ok()) {
+        index_rows.truncate(queued);
         album.id = 0;
         return st;
     }
@@ -736,13 +781,14 @@ void sql_fold(sqlite3_context *context, int, sqlite3_value **args) {
     }
 }
 
-// The schema number of a catalogue opened read-only, which is never migrated.
+// The schema number of a catalogue, from its 'schema' row; one that this
+// program does not know reads as the current one.
 Status read_schema(Catalogue::Impl &impl) {
     Status st;
     Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'schema'", st));
     if (!q) return st;
-    const std::string schema = q.step() == SQLITE_ROW ? q.text(0) : std::string();
-    impl.schema = schema.size() == 1 && schema[0] >= '1' && schema[0] <= '9' ? schema[0] - '0' : kSchemaVersion;
+    const int known = q.step() == SQLITE_ROW ? known_schema(q.text(0)) : 0;
+    impl.schema = known ? known : kSchemaVersion;
     return {};
 }
 
@@ -761,17 +807,16 @@ Status index_toc_shapes(Catalogue::Impl &impl) {
     return rc == SQLITE_DONE ? Status{} : impl.db_error("index TOCs");
 }
 
+// Brings a catalogue of an earlier schema (its 'schema' row, see
+// read_schema) to the current one, in place; a new catalogue gets its row.
 Status migrate(Catalogue::Impl &impl) {
-    Status st;
-    std::string schema;
-    {
-        Stmt q(impl.prepare("SELECT value FROM meta WHERE key = 'schema'", st));
-        if (!q) return st;
-        if (q.step() == SQLITE_ROW) schema = q.text(0);
-    }
+    Status st = impl.write("INSERT OR IGNORE INTO meta(key, value) VALUES('schema', ?)", "store schema", nullptr,
+                           std::to_string(kSchemaVersion));
+    if (!st.ok() || !(st = read_schema(impl)).ok()) return st;
     // Each step brings one schema to the next; all of them go in one
     // transaction, so a failed migration leaves the file as it was.
-    const int from = schema == "1" ? 1 : schema == "2" ? 2 : schema == "3" ? 3 : schema == "4" ? 4 : kSchemaVersion;
+    const int from = impl.schema;
+    impl.schema = kSchemaVersion;
     if (from == kSchemaVersion) return {};
     if (sqlite3_create_function_v2(impl.db, "catalogue_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sql_fold,
                                    nullptr, nullptr, nullptr) != SQLITE_OK)
@@ -860,7 +905,7 @@ int open_read_only(const std::string &path, sqlite3 *&db) noexcept {
 Status recognise(sqlite3 *db, bool &unmarked) noexcept {
     return guarded([&]() -> Status {
         unmarked = false;
-        int64_t id = 0, version = 0, pages = 0, tables = 0, schema_rows = 0;
+        int64_t id = 0, version = 0, pages = 0, tables = 0;
         int rc = SQLITE_OK;
         if (!query_int(db, "PRAGMA page_count", pages, &rc))
             return Status::error(Code::database, sqlite3_errstr(rc));
@@ -887,10 +932,15 @@ Status recognise(sqlite3 *db, bool &unmarked) noexcept {
                                      hex + ")");
         }
         // Made before the mark: the catalogue's tables and its schema row.
-        if (tables == 6 &&
-            query_int(db, "SELECT count(*) FROM meta WHERE key = 'schema' AND value IN ('1', '2', '3', '4', '5')",
-                      schema_rows) &&
-            schema_rows == 1) {
+        sqlite3_stmt *q = nullptr;
+        const bool known = tables == 6 &&
+                           sqlite3_prepare_v2(db, "SELECT value FROM meta WHERE key = 'schema'", -1, &q, nullptr) ==
+                               SQLITE_OK &&
+                           sqlite3_step(q) == SQLITE_ROW &&
+                           known_schema(std::string_view(reinterpret_cast<const char *>(sqlite3_column_blob(q, 0)),
+                                                         static_cast<size_t>(sqlite3_column_bytes(q, 0)))) != 0;
+        sqlite3_finalize(q);
+        if (known) {
             unmarked = true;
             return {};
         }
@@ -987,7 +1037,8 @@ Status Catalogue::add_album(Album &album, bool *replaced) noexcept {
 Status Catalogue::remove_album(int64_t album_id) noexcept {
     return guarded([&] {
         std::lock_guard lock(impl_->mutex);
-        return impl_->savepoint("remove_album", [&] { return impl_->remove_album(album_id); });
+        Status st = impl_->flush_index();
+        return st.ok() ? impl_->savepoint("remove_album", [&] { return impl_->remove_album(album_id); }) : st;
     });
 }
 

@@ -6,11 +6,13 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <map>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "providers/catalogue/store/catalogue.h"
@@ -53,6 +55,72 @@ class Stmt {
     sqlite3_stmt *s_;
 };
 
+// Rows of the virtual-table indexes (full-text tables, the TOC shape
+// R*Tree) held back while an import runs, written a few thousand at a
+// time. Each album is stored under a savepoint, and a savepoint makes every
+// full-text table written in the transaction flush what it holds in memory
+// into a new segment (and the R*Tree drop its open node handle): rows
+// written one album at a time make one tiny segment per album, and merging
+// those costs most of an import's time and writes. Rows queued here reach
+// the tables between albums, outside any savepoint, so each flush makes
+// one large segment.
+class IndexRows {
+   public:
+    static constexpr size_t kMaxTexts = 3, kMaxNumbers = 5;
+    // A row binds its rowid, then its texts, then its numbers.
+    struct Row {
+        const char *sql;   // the INSERT
+        const char *what;  // names the write in a failure
+        int64_t rowid;
+        uint32_t texts, numbers;
+        uint32_t lengths[kMaxTexts];
+        int64_t values[kMaxNumbers];
+    };
+    void add(const char *sql, const char *what, int64_t rowid, std::initializer_list<std::string_view> texts,
+             std::initializer_list<int64_t> numbers) {
+        Row row{sql, what, rowid, 0, 0, {}, {}};
+        for (std::string_view t : texts) {
+            row.lengths[row.texts++] = static_cast<uint32_t>(t.size());
+            text_.append(t);
+        }
+        for (int64_t n : numbers) row.values[row.numbers++] = n;
+        rows_.push_back(row);
+    }
+    size_t size() const { return rows_.size(); }
+    size_t bytes() const { return text_.size() + rows_.size() * sizeof(Row); }
+    // Forgets the rows after the first `n` (those of an album rolled back).
+    void truncate(size_t n) {
+        size_t keep = 0;
+        for (size_t i = 0; i < n && i < rows_.size(); ++i)
+            for (uint32_t c = 0; c < rows_[i].texts; ++c) keep += rows_[i].lengths[c];
+        rows_.resize(std::min(n, rows_.size()));
+        text_.resize(keep);
+    }
+    void clear() {
+        rows_.clear();
+        text_.clear();
+        rows_.shrink_to_fit();
+        text_.shrink_to_fit();
+    }
+    // Calls `f(row, texts)` for each row in order, while it returns true.
+    template <typename F>
+    void each(F &&f) const {
+        size_t at = 0;
+        for (const Row &row : rows_) {
+            std::string_view texts[kMaxTexts];
+            for (uint32_t c = 0; c < row.texts; ++c) {
+                texts[c] = std::string_view(text_).substr(at, row.lengths[c]);
+                at += row.lengths[c];
+            }
+            if (!f(row, texts)) return;
+        }
+    }
+
+   private:
+    std::vector<Row> rows_;
+    std::string text_;
+};
+
 struct Catalogue::Impl {
     sqlite3 *db = nullptr;
     std::mutex mutex;
@@ -73,6 +141,12 @@ struct Catalogue::Impl {
         } version;
     };
     std::optional<AlbumCopy> last_album;
+    // While an import runs, virtual-table index rows wait in `index_rows`
+    // (see IndexRows) until flush_index(): before each commit, before
+    // anything that deletes from those tables, and at kIndexRowsBytes.
+    bool defer_index = false;
+    IndexRows index_rows;
+    static constexpr size_t kIndexRowsBytes = 4u << 20;
 
     ~Impl();
 
@@ -95,23 +169,37 @@ struct Catalogue::Impl {
         return {};
     }
 
+    // Writes one virtual-table index row now, or queues it while an import runs.
+    Status index_row(const char *sql, const char *what, int64_t rowid, std::initializer_list<std::string_view> texts,
+                     std::initializer_list<int64_t> numbers = {});
+    // Writes the queued index rows; the queue is empty afterwards.
+    Status flush_index();
+
     Status begin();
     Status commit();
     Status rollback();
     // Runs `body` inside the savepoint `name`: its writes all stay, or
     // (when it or the release fails) none.
+    // The statements are prepared once: an import runs one per album.
     template <typename Body>
     Status savepoint(const char *name, Body &&body) {
         const std::string n(name);
-        Status st = exec(("SAVEPOINT " + n).c_str());
+        Status st = run("SAVEPOINT " + n);
         if (!st.ok()) return st;
         st = body();
-        if (st.ok()) st = exec(("RELEASE " + n).c_str());
+        if (st.ok()) st = run("RELEASE " + n);
         if (!st.ok()) {
-            exec(("ROLLBACK TO " + n).c_str());
-            exec(("RELEASE " + n).c_str());
+            run("ROLLBACK TO " + n);
+            run("RELEASE " + n);
         }
         return st;
+    }
+    // Runs one statement without arguments or results, prepared once.
+    Status run(const std::string &sql) {
+        Status st;
+        Stmt s(prepare(sql, st));
+        if (!s) return st;
+        return s.step() == SQLITE_DONE ? Status{} : Status::error(Code::database, sqlite3_errmsg(db));
     }
 
     // `unchanged`: the album replaced one of the same revision and content.

@@ -638,12 +638,20 @@ class ImportRun {
 
     // Commits what is pending and refreshes the word list.
     Status finish() {
-        Status st = impl_.commit();
+        Status st = impl_.flush_index();
+        if (!st.ok()) {
+            abandon();
+            return st;
+        }
+        st = impl_.commit();
         if (!st.ok()) return st;
         report_progress();
         return impl_.refresh_spelling();
     }
-    void abandon() { impl_.rollback(); }
+    void abandon() {
+        impl_.index_rows.clear();
+        impl_.rollback();
+    }
 
    private:
     // Counts a record the catalogue stored: new, replaced or unchanged.
@@ -664,9 +672,12 @@ class ImportRun {
 
     Status tick() {
         if (report_.records % kBatch == 0 && impl_.tx_depth == 1) {
-            Status st = impl_.commit();
+            Status st = impl_.flush_index();
+            if (st.ok()) st = impl_.commit();
             if (st.ok()) st = impl_.begin();
             if (!st.ok()) return st;
+        } else if (impl_.index_rows.bytes() >= Catalogue::Impl::kIndexRowsBytes) {
+            if (Status st = impl_.flush_index(); !st.ok()) return st;
         }
         if (report_.records % kProgressEvery == 0) report_progress();
         return {};
@@ -771,14 +782,19 @@ Status import_xmcd_data(ImportRun &run, std::string_view text, const std::string
 
 // The bulk-load settings for the length of one import; the connection's
 // own come back when it ends, whatever way. They change speed only, so a
-// setting that cannot be made is left as it was.
+// setting that cannot be made is left as it was. Index rows are
+// queued meanwhile (see IndexRows); the import writes or drops them before
+// it ends.
 class BulkSettings {
    public:
-    explicit BulkSettings(Catalogue::Impl &impl) : db_(impl.db) {
+    explicit BulkSettings(Catalogue::Impl &impl) : impl_(impl), db_(impl.db) {
         saved_ = read("PRAGMA cache_size", cache_) && read("PRAGMA wal_autocheckpoint", checkpoint_);
         if (saved_) set(-kImportCacheKiB, kImportCheckpointPages);
+        impl_.defer_index = true;
     }
     ~BulkSettings() {
+        impl_.defer_index = false;
+        impl_.index_rows.clear();
         if (saved_) set(cache_, checkpoint_);
     }
     BulkSettings(const BulkSettings &) = delete;
@@ -797,6 +813,7 @@ class BulkSettings {
                                 "; PRAGMA wal_autocheckpoint = " + std::to_string(checkpoint) + ";";
         sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
     }
+    Catalogue::Impl &impl_;
     sqlite3 *db_;
     bool saved_ = false;
     int64_t cache_ = 0, checkpoint_ = 0;
