@@ -24,7 +24,7 @@ class Registry {
     };
 
     void set(const void *p, uint32_t magic) {
-        if ((count_ + 1) * 4 > capacity_ * 3) grow();
+        if ((count_ + 1) * 2 > capacity_) grow();
         size_t i = home(p);
         while (slots_[i].key && slots_[i].key != p) i = (i + 1) & (capacity_ - 1);
         if (!slots_[i].key) ++count_;
@@ -87,11 +87,11 @@ class Registry {
     size_t capacity_ = 0, count_ = 0;
 };
 
-std::mutex g_mutex;
-Registry &live() {
-    static auto *r = new Registry;
-    return *r;
-}
+// Constant-initialised and never destroyed: usable from any static
+// constructor or destructor, and no guard on each use.
+host::SpinLock g_lock;
+Registry g_registry;
+Registry &live() { return g_registry; }
 
 uint32_t handle_add(void *record) {
     if (!record) return kBadArg;
@@ -137,17 +137,17 @@ namespace host {
 const void *handles_table() { return &g_table; }
 
 void handles_add(const void *p, uint32_t magic) {
-    std::lock_guard<std::mutex> guard(g_mutex);
+    std::lock_guard<host::SpinLock> guard(g_lock);
     live().set(p, magic);
 }
 
 void handles_remove(const void *p) {
-    std::lock_guard<std::mutex> guard(g_mutex);
+    std::lock_guard<host::SpinLock> guard(g_lock);
     live().erase(p);
 }
 
 bool handles_valid(const void *p, uint32_t magic) {
-    std::lock_guard<std::mutex> guard(g_mutex);
+    std::lock_guard<host::SpinLock> guard(g_lock);
     const Registry::Slot *slot = live().find(p);
     return slot && slot->magic == magic;
 }
@@ -155,7 +155,7 @@ bool handles_valid(const void *p, uint32_t magic) {
 }  // namespace host
 
 HOST_EXPORT uint32_t zelto_manager_handle_count(void) {
-    std::lock_guard<std::mutex> guard(g_mutex);
+    std::lock_guard<host::SpinLock> guard(g_lock);
     uint32_t n = 0;
     live().each([&](const Registry::Slot &slot) {
         if (!host::is_host_magic(slot.magic)) ++n;

@@ -2,14 +2,31 @@
 #ifndef ZELTO_HOST_INTERNAL_H
 #define ZELTO_HOST_INTERNAL_H
 
+#include <atomic>
 #include <cstdint>
 #include <string>
+#include <thread>
 
 #include "zelto/zelto_host_services.h"
 
 #define HOST_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace host {
+
+// A lock for critical sections of a few dozen instructions (a registry
+// lookup, an append to a tree node): far cheaper than a mutex when free,
+// and a waiter gives up the processor instead of spinning hard.
+class SpinLock {
+ public:
+    void lock() noexcept {
+        while (busy_.exchange(true, std::memory_order_acquire))
+            while (busy_.load(std::memory_order_relaxed)) std::this_thread::yield();
+    }
+    void unlock() noexcept { busy_.store(false, std::memory_order_release); }
+
+ private:
+    std::atomic<bool> busy_{false};
+};
 
 // Magic words of the host's own handles, kept in the handle registry.
 constexpr uint32_t kUserMagic = 0x05E4A11Bu;
@@ -70,6 +87,13 @@ void append_quoted(std::string &out, const char *text);
 
 // Canonical three-letter code of a language in any accepted form, or null.
 const char *language_canonical(const char *language);
+
+// zelto_manager_tree_add_value_ex and _add_child for trees the caller made
+// and holds, without looking them up in the handle registry (the catalogue
+// provider builds its answers through these).
+uint32_t tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language = nullptr,
+                        uint32_t required_flags = 0);
+uint32_t tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child);
 
 // Handle registry shared by the handle manager, users and result objects.
 void handles_add(const void *p, uint32_t magic);

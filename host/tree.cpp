@@ -125,14 +125,71 @@ struct zelto_manager_tree {
     // cannot lie below anything, which spares most cycle checks.
     std::atomic<uint32_t> parents{0};
     const char *context = nullptr;  // in the arena, fixed at creation
-    mutable std::mutex mutex;
+    mutable host::SpinLock lock;
     List<Value> values;
     List<Child> children;
     bool has_number = false;
     uint32_t number = 0;
     zelto_manager_tree *next_doomed = nullptr;  // see tree_drop
     Arena arena;
+
+    // Answers are built and dropped node by node, dozens per lookup: freed
+    // nodes are kept for reuse (up to a bound) instead of going back to
+    // the heap each time.
+    static void *operator new(size_t size);
+    static void operator delete(void *p) noexcept;
 };
+
+namespace {
+
+struct FreeNode {
+    FreeNode *next;
+};
+// None kept under AddressSanitizer, so that it still sees every node's
+// use after free.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr uint32_t kKeptNodes = 0;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr uint32_t kKeptNodes = 0;
+#else
+constexpr uint32_t kKeptNodes = 1024;
+#endif
+#else
+constexpr uint32_t kKeptNodes = 1024;
+#endif
+host::SpinLock g_free_lock;
+FreeNode *g_free_nodes = nullptr;
+uint32_t g_free_count = 0;
+
+}  // namespace
+
+void *zelto_manager_tree::operator new(size_t size) {
+    {
+        std::lock_guard<host::SpinLock> guard(g_free_lock);
+        if (FreeNode *node = g_free_nodes) {
+            g_free_nodes = node->next;
+            --g_free_count;
+            return node;
+        }
+    }
+    return ::operator new(size);
+}
+
+void zelto_manager_tree::operator delete(void *p) noexcept {
+    if (!p) return;
+    {
+        std::lock_guard<host::SpinLock> guard(g_free_lock);
+        if (g_free_count < kKeptNodes) {
+            auto *node = static_cast<FreeNode *>(p);
+            node->next = g_free_nodes;
+            g_free_nodes = node;
+            ++g_free_count;
+            return;
+        }
+    }
+    ::operator delete(p);
+}
 
 namespace {
 
@@ -277,7 +334,7 @@ bool has_tag(const Child &child, std::string_view tag) {
 
 // Number of a node for "!number": explicit, else "zelto_val_<name>number".
 bool node_number(zelto_manager_tree *node, std::string_view base, uint32_t *out) {
-    std::lock_guard<std::mutex> guard(node->mutex);
+    std::lock_guard<host::SpinLock> guard(node->lock);
     if (node->has_number) {
         *out = node->number;
         return true;
@@ -345,7 +402,7 @@ uint32_t tp_get_context(void *record, const char **out_context) {
 uint32_t tp_get_value_count(void *record, const char *key, uint32_t *out_count) {
     auto *view = static_cast<View *>(record);
     if (!view || !key || !out_count || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
-    std::lock_guard<std::mutex> guard(view->node->mutex);
+    std::lock_guard<host::SpinLock> guard(view->node->lock);
     bool withheld = false;
     *out_count = visible_values(view, key, &withheld, [](const Value *) { return true; });
     return 0;
@@ -354,7 +411,7 @@ uint32_t tp_get_value_count(void *record, const char *key, uint32_t *out_count) 
 uint32_t tp_get_value(void *record, const char *key, uint32_t ordinal, const char **out_value) {
     auto *view = static_cast<View *>(record);
     if (!view || !key || !out_value || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
-    std::lock_guard<std::mutex> guard(view->node->mutex);
+    std::lock_guard<host::SpinLock> guard(view->node->lock);
     bool withheld = false;
     const Value *found = nullptr;
     uint32_t seen = 0;
@@ -373,7 +430,7 @@ uint32_t tp_get_child_count(void *record, const char *key, uint32_t *out_count) 
     auto *view = static_cast<View *>(record);
     std::string_view base, selector;
     if (!view || !key || !out_count || !split_child_key(key, &base, &selector, true)) return ZELTO_RVO_BAD_ARG;
-    std::lock_guard<std::mutex> guard(view->node->mutex);
+    std::lock_guard<host::SpinLock> guard(view->node->lock);
     *out_count = select_children(view->node, base, selector, [](zelto_manager_tree *, uint32_t) { return true; });
     return 0;
 }
@@ -387,7 +444,7 @@ uint32_t tp_get_child(void *record, const char *key, uint32_t ordinal, uint8_t /
     if (ordinal == 0) return ZELTO_RVO_NOT_FOUND;
     zelto_manager_tree *found = nullptr;
     {
-        std::lock_guard<std::mutex> guard(view->node->mutex);
+        std::lock_guard<host::SpinLock> guard(view->node->lock);
         // "!number" picks the child numbered `ordinal`, any other selector
         // the ordinal-th child.
         const bool by_number = selector == "number";
@@ -421,7 +478,7 @@ std::vector<const char *> value_keys(const zelto_manager_tree *node) {
 uint32_t tp_render_value(void *record, uint32_t index, const char **out_name, const char **out_value) {
     auto *view = static_cast<View *>(record);
     if (!view || !out_name || !out_value) return ZELTO_RVO_BAD_ARG;
-    std::lock_guard<std::mutex> guard(view->node->mutex);
+    std::lock_guard<host::SpinLock> guard(view->node->lock);
     uint32_t n = 0;
     const Value *found = nullptr;
     for (const char *k : value_keys(view->node)) {
@@ -487,7 +544,7 @@ bool reaches(zelto_manager_tree *root, const zelto_manager_tree *target) {
         zelto_manager_tree *node = pending.back();
         pending.pop_back();
         if (node == target) return true;
-        std::lock_guard<std::mutex> guard(node->mutex);
+        std::lock_guard<host::SpinLock> guard(node->lock);
         for (const Child *child = node->children.first; child; child = child->next) pending.push_back(child->node);
     }
     return false;
@@ -606,7 +663,7 @@ struct Dumper {
         std::vector<std::string> keys;
         std::vector<std::pair<std::string, std::vector<std::string>>> bases;
         {
-            std::lock_guard<std::mutex> guard(node->mutex);
+            std::lock_guard<host::SpinLock> guard(node->lock);
             for (const Value *value = node->values.first; value; value = value->next) {
                 bool seen = false;
                 for (auto &k : keys) seen = seen || k == value->key;
@@ -686,13 +743,13 @@ HOST_EXPORT uint32_t zelto_manager_tree_release(zelto_manager_tree *tree) {
     return 0;
 }
 
-HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, const char *key, const char *text,
-                                                     const char *language, uint32_t required_flags) {
-    if (!live_tree(tree) || !key || !text || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
+uint32_t host::tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language,
+                              uint32_t required_flags) {
+    if (!key || !text || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     const char *code = nullptr;
     if (language && !(code = host::language_canonical(language))) return ZELTO_LISTS_UNKNOWN;
     const size_t key_length = std::strlen(key), text_length = std::strlen(text);
-    std::lock_guard<std::mutex> guard(tree->mutex);
+    std::lock_guard<host::SpinLock> guard(tree->lock);
     auto *value = tree->arena.make<Value>();
     value->key = tree->arena.copy(key, key_length);
     value->text = tree->arena.copy(text, text_length);
@@ -702,15 +759,9 @@ HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, c
     return 0;
 }
 
-HOST_EXPORT uint32_t zelto_manager_tree_add_value(zelto_manager_tree *tree, const char *key, const char *text) {
-    return zelto_manager_tree_add_value_ex(tree, key, text, nullptr, 0);
-}
-
-HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, const char *key,
-                                                  zelto_manager_tree *child) {
+uint32_t host::tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child) {
     std::string_view base, selector;
-    if (!live_tree(tree) || !live_tree(child) || !key || !split_child_key(key, &base, &selector, false))
-        return ZELTO_RVO_BAD_ARG;
+    if (!key || !split_child_key(key, &base, &selector, false)) return ZELTO_RVO_BAD_ARG;
     // The selector's tags, comma separated; none may be empty or "number".
     auto each_tag = [&](auto visit) {
         size_t start = 0;
@@ -731,7 +782,7 @@ HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, cons
     if (reaches(child, tree)) return ZELTO_RVO_BAD_ARG;
     tree_retain(child);
     ++child->parents;
-    std::lock_guard<std::mutex> guard(tree->mutex);
+    std::lock_guard<host::SpinLock> guard(tree->lock);
     Arena &arena = tree->arena;
     auto *entry = arena.make<Child>();
     entry->base = std::string_view(arena.copy(base.data(), base.size()), base.size());
@@ -745,9 +796,25 @@ HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, cons
     return 0;
 }
 
+HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, const char *key, const char *text,
+                                                     const char *language, uint32_t required_flags) {
+    if (!live_tree(tree)) return ZELTO_RVO_BAD_ARG;
+    return host::tree_add_value(tree, key, text, language, required_flags);
+}
+
+HOST_EXPORT uint32_t zelto_manager_tree_add_value(zelto_manager_tree *tree, const char *key, const char *text) {
+    return zelto_manager_tree_add_value_ex(tree, key, text, nullptr, 0);
+}
+
+HOST_EXPORT uint32_t zelto_manager_tree_add_child(zelto_manager_tree *tree, const char *key,
+                                                  zelto_manager_tree *child) {
+    if (!live_tree(tree) || !live_tree(child)) return ZELTO_RVO_BAD_ARG;
+    return host::tree_add_child(tree, key, child);
+}
+
 HOST_EXPORT uint32_t zelto_manager_tree_set_number(zelto_manager_tree *tree, uint32_t number) {
     if (!live_tree(tree)) return ZELTO_RVO_BAD_ARG;
-    std::lock_guard<std::mutex> guard(tree->mutex);
+    std::lock_guard<host::SpinLock> guard(tree->lock);
     tree->has_number = true;
     tree->number = number;
     return 0;

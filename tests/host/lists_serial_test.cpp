@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "host_fixture.h"
 
@@ -49,26 +50,14 @@ TEST_F(ListsTest, GeneratedTableRowCounts) {
 }
 
 TEST_F(ListsTest, CodesAndNamesInAnyCaseGiveTheTerminologyCode) {
-    EXPECT_EQ(get("de"), "deu");
-    EXPECT_EQ(get("DE"), "deu");
-    EXPECT_EQ(get("deu"), "deu");
-    EXPECT_EQ(get("ger"), "deu");
-    EXPECT_EQ(get("German"), "deu");
-    EXPECT_EQ(get("  gErMaN "), "deu");
-    EXPECT_EQ(get("en"), "eng");
-    EXPECT_EQ(get("English"), "eng");
-    EXPECT_EQ(get("fre"), "fra");
-    EXPECT_EQ(get("ja"), "jpn");
-    EXPECT_EQ(get("zh"), "zho");
-    EXPECT_EQ(get("chi"), "zho");
-    // Entries with several names accept each.
-    EXPECT_EQ(get("Spanish"), "spa");
-    EXPECT_EQ(get("castilian"), "spa");
-    EXPECT_EQ(get("Dutch"), "nld");
-    EXPECT_EQ(get("Flemish"), "nld");
-    // Languages without a two-letter code.
-    EXPECT_EQ(get("haw"), "haw");
-    EXPECT_EQ(get("Hawaiian"), "haw");
+    // Entries with several names accept each; languages without a
+    // two-letter code are found by their code and their name.
+    const std::pair<const char *, const char *> codes[] = {
+        {"de", "deu"}, {"DE", "deu"}, {"deu", "deu"}, {"ger", "deu"}, {"German", "deu"}, {"  gErMaN ", "deu"},
+        {"en", "eng"}, {"English", "eng"}, {"fre", "fra"}, {"ja", "jpn"}, {"zh", "zho"}, {"chi", "zho"},
+        {"Spanish", "spa"}, {"castilian", "spa"}, {"Dutch", "nld"}, {"Flemish", "nld"}, {"haw", "haw"},
+        {"Hawaiian", "haw"}};
+    for (const auto &[given, code] : codes) EXPECT_EQ(get(given), code) << given;
     EXPECT_STREQ(zelto_manager_list_language_name("es"), "Spanish; Castilian");
     EXPECT_EQ(zelto_manager_list_language_name("xx"), nullptr);
 }
@@ -146,18 +135,11 @@ TEST_F(SerialTest, RoundTripOfEveryByteAndLength) {
 }
 
 TEST_F(SerialTest, MalformedTextIsRefused) {
-    EXPECT_EQ(decode(""), kMalformed);
-    EXPECT_EQ(decode("   "), kMalformed);
-    EXPECT_EQ(decode("Zg="), kMalformed);     // not a multiple of four
-    EXPECT_EQ(decode("Zg"), kMalformed);      // padding missing
-    EXPECT_EQ(decode("Z==="), kMalformed);    // three pads
-    EXPECT_EQ(decode("===="), kMalformed);
-    EXPECT_EQ(decode("Zg==Zg=="), kMalformed);  // padding inside
-    EXPECT_EQ(decode("Zh=="), kMalformed);    // non-zero bits in the tail
-    EXPECT_EQ(decode("Zm9=="), kMalformed);
-    EXPECT_EQ(decode("Zm9v!mFy"), kMalformed);
-    EXPECT_EQ(decode("Zm9v-mFy"), kMalformed);  // URL-safe alphabet is not accepted
-    EXPECT_EQ(decode("<xml/>"), kMalformed);
+    // Empty, not a multiple of four, padding missing, three pads, padding
+    // inside, non-zero bits in the tail, foreign bytes, the URL-safe alphabet.
+    for (const char *text : {"", "   ", "Zg=", "Zg", "Z===", "====", "Zg==Zg==", "Zh==", "Zm9==", "Zm9v!mFy",
+                             "Zm9v-mFy", "<xml/>"})
+        EXPECT_EQ(decode(text), kMalformed) << text;
     EXPECT_EQ(zelto_manager_serial_live_blocks(), serial_);
 }
 

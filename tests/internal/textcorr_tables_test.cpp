@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "textcorr/ombr_textcorr_tables.h"
@@ -114,43 +115,22 @@ TEST(TextcorrTables, SampleRowsOfTheListedBlocks) {
     EXPECT_EQ(desc(u'A').cls, kClassLetter);
     EXPECT_TRUE(desc(u'z').cls == kClassLetter && desc(u'z').action == kActKeep);
     EXPECT_EQ(desc(u'$').action, kActLetterNeighbour);
-    EXPECT_EQ(repl(u'$'), u"s");
-    EXPECT_EQ(repl(u'%'), u"percent");
-    EXPECT_EQ(repl(u'&'), u"and");
+    const std::pair<char16_t, std::u16string> replacements[] = {
+        {u'$', u"s"}, {u'%', u"percent"}, {u'&', u"and"}, {0x00B2, u"2"}, {0x00D1, u"n"}, {0x00F2, u"o"},
+        {0x00DF, u"ss"}, {0x019C, u"m"}, {0x019F, u"o"}, {0x0391, u"α"}, {0x03D7, u"και"}, {0x0401, u"ё"},
+        {0x0419, u"и"}, {0x0531, u"ա"}, {0x3006, u"シメ"}, {0x304A, u"オ"}, {0x3094, u"ブ"}, {0xFB03, u"ffi"},
+        {0xFF10, u"0"}, {0xFF21, u"a"}, {0xFF41, u"a"}, {0xFF75, u"オ"}, {0xFF76, u"カ"}, {0xFF85, u"ナ"},
+        {0xFF8A, u"ハ"}, {0xFF8F, u"マ"}, {0xFF96, u"ヨ"}, {0xFF9B, u"ロ"}};
+    for (const auto &[c, text] : replacements) EXPECT_EQ(repl(c), text) << std::hex << unsigned(c);
     EXPECT_EQ(desc(u',').action, kActDigitJoiner);
     EXPECT_EQ(desc(u'*').action, kActInnerLetter);
     EXPECT_EQ(desc(u'\'').action, kActDelete);
     EXPECT_EQ(desc(u' ').cls, kClassSeparator);
     EXPECT_EQ(desc(0).cls, kClassSeparator);
-    EXPECT_EQ(repl(0x00B2), u"2");
-    EXPECT_EQ(repl(0x00D1), u"n");
-    EXPECT_EQ(repl(0x00F2), u"o");
-    EXPECT_EQ(repl(0x00DF), u"ss");
-    EXPECT_EQ(repl(0x019C), u"m");
-    EXPECT_EQ(repl(0x019F), u"o");
-    EXPECT_EQ(repl(0x0391), u"α");
-    EXPECT_EQ(repl(0x03D7), u"και");
-    EXPECT_EQ(repl(0x0401), u"ё");
-    EXPECT_EQ(repl(0x0419), u"и");
-    EXPECT_EQ(repl(0x0531), u"ա");
     EXPECT_EQ(desc(0x2019).cls, kClassSeparator);
     EXPECT_EQ(desc(0x2019).action, kActDelete);
     EXPECT_TRUE(is_default(desc(0x2018)));
-    EXPECT_EQ(repl(0x3006), u"シメ");
-    EXPECT_EQ(repl(0x304A), u"オ");
-    EXPECT_EQ(repl(0x3094), u"ブ");
-    EXPECT_EQ(repl(0xFB03), u"ffi");
-    EXPECT_EQ(repl(0xFF10), u"0");
     EXPECT_EQ(desc(0xFF10).cls, kClassDigit);
-    EXPECT_EQ(repl(0xFF21), u"a");
-    EXPECT_EQ(repl(0xFF41), u"a");
-    EXPECT_EQ(repl(0xFF75), u"オ");
-    EXPECT_EQ(repl(0xFF76), u"カ");
-    EXPECT_EQ(repl(0xFF85), u"ナ");
-    EXPECT_EQ(repl(0xFF8A), u"ハ");
-    EXPECT_EQ(repl(0xFF8F), u"マ");
-    EXPECT_EQ(repl(0xFF96), u"ヨ");
-    EXPECT_EQ(repl(0xFF9B), u"ロ");
     EXPECT_EQ(desc(0xFF9E).action, kActDelete);
     // Replacement text is big-endian in memory: high byte first.
     const UniDesc &a = desc(u'A');
@@ -245,21 +225,11 @@ TEST(TextcorrTables, WordLists) {
     auto rp = [](unsigned i) {
         return from_be(reppair[i].match, reppair[i].match_len) + u"=" + from_be(reppair[i].repl, reppair[i].repl_len);
     };
-    EXPECT_EQ(rp(0), u"the the=thethe");
-    EXPECT_EQ(rp(1), u"ヲ\uFF9E=ヺ");
-    EXPECT_EQ(rp(2), u"ウ\uFF9E=ブ");
-    EXPECT_EQ(rp(3), u"カ\uFF9E=ガ");
-    EXPECT_EQ(rp(5), u"グ\uFF9E=グ");
-    EXPECT_EQ(rp(18), u"ハ\uFF9E=バ");
-    EXPECT_EQ(rp(19), u"ハ\uFF9F=パ");
-    EXPECT_EQ(rp(28), u"ワ\uFF9E=ヷ");
-    EXPECT_EQ(rp(29), u"ヲ\u3099=ヺ");
-    EXPECT_EQ(rp(33), u"グ\u3099=グ");
-    EXPECT_EQ(rp(56), u"ワ\u3099=ヷ");
-    EXPECT_EQ(rp(57), u"ス\u309D=スス");
-    EXPECT_EQ(rp(60), u"ス\u30FE=スズ");
-    EXPECT_EQ(rp(61), u"ブア=バ");
-    EXPECT_EQ(rp(66), u"フイ=ヒ");
+    const std::pair<unsigned, std::u16string> rows[] = {
+        {0, u"the the=thethe"}, {1, u"ヲ\uFF9E=ヺ"}, {2, u"ウ\uFF9E=ブ"}, {3, u"カ\uFF9E=ガ"}, {5, u"グ\uFF9E=グ"},
+        {18, u"ハ\uFF9E=バ"}, {19, u"ハ\uFF9F=パ"}, {28, u"ワ\uFF9E=ヷ"}, {29, u"ヲ\u3099=ヺ"}, {33, u"グ\u3099=グ"},
+        {56, u"ワ\u3099=ヷ"}, {57, u"ス\u309D=スス"}, {60, u"ス\u30FE=スズ"}, {61, u"ブア=バ"}, {66, u"フイ=ヒ"}};
+    for (const auto &[i, text] : rows) EXPECT_EQ(rp(i), text) << i;
     // The two halves of rows 1-28 and 29-56 differ only in the mark.
     for (unsigned i = 1; i <= 28; ++i) {
         const std::u16string hw = from_be(reppair[i].match, 2), comb = from_be(reppair[i + 28].match, 2);
