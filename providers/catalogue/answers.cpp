@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/host_internal.h"
 #include "providers/catalogue/provider.h"
 #include "providers/catalogue/store/catalogue_internal.h"
 
@@ -49,13 +50,14 @@ class Node {
     zelto_manager_tree *get() const { return tree_; }
     zelto_manager_tree *release() { return std::exchange(tree_, nullptr); }
 
+    // Nodes are this provider's own: added to without a handle check.
     Node &value(const char *key, const std::string &text) {
-        if (zelto_manager_tree_add_value(tree_, key, text.c_str()) != 0) throw std::bad_alloc();
+        if (host::tree_add_value(tree_, key, text.c_str()) != 0) throw std::bad_alloc();
         return *this;
     }
     Node &value(const char *key, uint64_t number) { return value(key, std::to_string(number)); }
     Node &child(const char *key, const Node &node) {
-        if (zelto_manager_tree_add_child(tree_, key, node.get()) != 0) throw std::bad_alloc();
+        if (host::tree_add_child(tree_, key, node.get()) != 0) throw std::bad_alloc();
         return *this;
     }
     // "zelto_ctx_title!off" -> title node with its display text.
