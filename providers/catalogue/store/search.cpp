@@ -106,6 +106,18 @@ void keep_best(std::vector<Row> &rows, int64_t cap) {
     rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(n), rows.end());
 }
 
+// Adds a row, keeping at most about twice `cap` rows at any time: a word
+// common to most of a large catalogue must not hold every match in memory.
+// The best `cap` of the rows so far are always among those kept, since
+// rank_order is a total order (row ids are unique), so keep_best at the end
+// gives the same rows as if all had been kept.
+template <typename Row>
+void add_bounded(std::vector<Row> &rows, Row &&row, int64_t cap) {
+    rows.push_back(std::move(row));
+    const auto n = static_cast<size_t>(std::max<int64_t>(cap, 0));
+    if (rows.size() >= 2 * n + 64) keep_best(rows, cap);
+}
+
 class Searcher {
    public:
     explicit Searcher(Catalogue::Impl &impl) : impl_(impl), cap_(impl.search_candidate_cap) {}
@@ -230,7 +242,8 @@ class Searcher {
             if (!q) return st;
             q.bind(1, match);
             int rc;
-            while ((rc = q.step()) == SQLITE_ROW) rows.push_back({q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)});
+            while ((rc = q.step()) == SQLITE_ROW)
+                add_bounded(rows, Row{q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)}, cap_);
             if (rc != SQLITE_DONE) return impl_.db_error("album search");
         }
         keep_best(rows, cap_);
@@ -260,7 +273,7 @@ class Searcher {
             if (!q) return st;
             q.bind(1, match);
             int rc;
-            while ((rc = q.step()) == SQLITE_ROW) rows.push_back({q.i64(0), q.i64(1), q.real(2)});
+            while ((rc = q.step()) == SQLITE_ROW) add_bounded(rows, Row{q.i64(0), q.i64(1), q.real(2)}, cap_);
             if (rc != SQLITE_DONE) return impl_.db_error("track search");
         }
         keep_best(rows, cap_);
