@@ -68,7 +68,7 @@ std::string mistype(std::mt19937 &rng, std::string s) {
 }
 
 TextQuery random_query(std::mt19937 &rng) {
-    static const char *const kOdd[] = {"", "?!", "a", "of the", "zzzz", "Ri", "riv", "CAFÉ", "cafe\xFF" "x", "&"};
+    static const char *const kOdd[] = {"", "?!", "a", "of the", "zzzz", "Ri", "riv", "CAFÉ", "cafe\377x", "&"};
     TextQuery q;
     switch (rng() % 8) {
         case 0: q.album_title = mistype(rng, words(rng, 1, 3)); break;
