@@ -22,6 +22,9 @@
 //    format does; a file of no format is one skipped record;
 //  - the fuzzy TOC lookup through the shape index answers as the linear
 //    scan does, for every TOC of the record, moved by a few frames.
+//  - every stored album reads back as its reference reading (SQLite sorts
+//    the tracks and credits) reads it, field by field; read without its
+//    credits, it is the same album less them.
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -56,6 +59,30 @@ void check_toc_lookups(catalogue::Catalogue &cat, const std::vector<uint32_t> &o
                         x.total_deviation == y.total_deviation && x.max_deviation == y.max_deviation,
                     "indexed and linear TOC hits agree", catalogue::toc_text(*toc));
         }
+    }
+}
+
+// Every album of the catalogue read three ways: without credits first (so
+// that the read is not the copy of a full one), in full, and by the
+// reference reading.
+void check_album_reads(catalogue::Catalogue &cat) {
+    using Read = catalogue::Catalogue::AlbumRead;
+    catalogue::AlbumList list;
+    require(cat.list_albums({1, 100}, list).ok(), "list albums");
+    for (const catalogue::AlbumListEntry &entry : list.albums) {
+        catalogue::IdentifierHit hit;
+        require(cat.lookup_tui(entry.tui, "", hit).ok(), "a listed album is found by its tui", entry.tui);
+        std::shared_ptr<const catalogue::Album> bare, full;
+        catalogue::Album reference;
+        require(cat.get_album(hit.album_id, bare, Read::without_credits).ok() &&
+                    cat.get_album(hit.album_id, full, Read::full).ok() &&
+                    cat.get_album_reference(hit.album_id, reference).ok(),
+                "a stored album reads back", entry.tui);
+        require(*full == reference, "an album reads as its reference reading", entry.tui);
+        reference.contributors.clear();
+        for (catalogue::Disc &disc : reference.discs)
+            for (catalogue::Track &track : disc.tracks) track.contributors.clear();
+        require(*bare == reference, "an album read without credits is the album less them", entry.tui);
     }
 }
 
@@ -191,6 +218,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (parse.ok())
         for (const catalogue::Disc &disc : parsed.discs)
             for (const catalogue::Toc &toc : disc.tocs) check_toc_lookups(*cat, toc.offsets);
+    check_album_reads(*cat);
     require(cat->rollback().ok(), "rollback");
     if (data[0] & 2) check_file_import(*cat, text);
     // A single release object: the lines shape needs it on one line.

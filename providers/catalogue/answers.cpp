@@ -2,6 +2,7 @@
 // catalogue and its hits become a tree in the vocabulary the module reads
 // (albums, tracks, contributors, lyrics, the response code and the result
 // range), with progress events on the way.
+#include <memory>
 #include <new>
 #include <string>
 #include <utility>
@@ -260,6 +261,12 @@ class Executor {
 
     bool has(const char *key) const { return lookup_.has(key); }
 
+    // The album an answer is built from, shared with the catalogue's copy.
+    // Answers name no contributors, so credits are not read.
+    catalogue::Status album_of(int64_t album_id, std::shared_ptr<const catalogue::Album> &out) {
+        return db_.get_album(album_id, out, catalogue::Catalogue::AlbumRead::without_credits);
+    }
+
     static Outcome failure(uint32_t status, std::string message) {
         Outcome o;
         o.status = status;
@@ -310,9 +317,10 @@ class Executor {
             ZELTO_CTX_RESPONSE,
             [&](auto &result) { return db_.lookup_toc(lookup_.text(ZELTO_LOOKUP_DATA_TOC), range_, result); },
             [&](Node &root, const catalogue::TocHit &hit) {
-                catalogue::Album album;
-                catalogue::Status s = db_.get_album(hit.album_id, album);
+                std::shared_ptr<const catalogue::Album> read;
+                catalogue::Status s = album_of(hit.album_id, read);
                 if (!s.ok()) return s;
+                const catalogue::Album &album = *read;
                 AlbumShape shape;
                 shape.full = false;
                 shape.disc_number = hit.disc_number;
@@ -360,8 +368,9 @@ class Executor {
             }
         }
         if (!found(1, 1)) return aborted();
-        catalogue::Album album;
-        if (!(s = db_.get_album(hit.album_id, album)).ok()) return failure(s);
+        std::shared_ptr<const catalogue::Album> read;
+        if (!(s = album_of(hit.album_id, read)).ok()) return failure(s);
+        const catalogue::Album &album = *read;
         AlbumShape shape;
         shape.disc_number = hit.disc_number;
         // The matched track: the one asked for by its own tui, else the
@@ -419,9 +428,10 @@ class Executor {
         uint32_t done = 0;
         for (const auto &hit : hits) {
             catalogue::IdentifierHit id;
-            catalogue::Album album;
-            if (!(s = db_.lookup_tui(hit.track_tui, "", id)).ok() || !(s = db_.get_album(id.album_id, album)).ok())
+            std::shared_ptr<const catalogue::Album> read;
+            if (!(s = db_.lookup_tui(hit.track_tui, "", id)).ok() || !(s = album_of(id.album_id, read)).ok())
                 return failure(s);
+            const catalogue::Album &album = *read;
             const uint32_t position = position_of(album, id.disc_number, id.track_number);
             const std::vector<std::pair<const char *, std::string>> values = {
                 {ZELTO_CATALOGUE_VAL_FP_SCORE, std::to_string(hit.score)},
@@ -478,13 +488,13 @@ class Executor {
     // A partial album: the tracks that matched, or none when the album
     // fields alone found it.
     catalogue::Status partial_album(int64_t album_id, const std::vector<uint32_t> &matched, Node &out) {
-        catalogue::Album album;
-        catalogue::Status s = db_.get_album(album_id, album);
+        std::shared_ptr<const catalogue::Album> album;
+        catalogue::Status s = album_of(album_id, album);
         if (!s.ok()) return s;
         AlbumShape shape;
         shape.full = false;
         shape.matched = matched;
-        out = album_node(album, shape);
+        out = album_node(*album, shape);
         return s;
     }
 

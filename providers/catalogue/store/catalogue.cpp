@@ -1107,52 +1107,91 @@ std::string disc_format_column(const Catalogue::Impl &impl, const char *table) {
     return impl.schema < 5 ? "''" : std::string(table) + ".format";
 }
 
-Status read_contributors(Catalogue::Impl &impl, const char *sql, int64_t owner, std::vector<Contributor> &out) {
+// One credit as a query reads it: the artist's id, name, sort name, source
+// id and collaboration flag, then the role, from column `first` on.
+Contributor credit_columns(const Stmt &q, int first) {
+    Contributor c;
+    c.artist_id = q.i64(first);
+    c.name = q.text(first + 1);
+    c.sort_name = q.text(first + 2);
+    c.source_id = q.text(first + 3);
+    c.collaboration = q.i64(first + 4) != 0;
+    c.role = q.text(first + 5);
+    return c;
+}
+
+// Credits read unordered, with what orders them: their owner (album or
+// track), their position, then their row id. Sorting the few rows here
+// spares SQLite a temporary table, and the row id, which is the order of
+// the index the rows are read through, makes the order total.
+struct CreditRow {
+    int64_t owner = 0;
+    int64_t position = 0;
+    int64_t rowid = 0;
+    Contributor contributor;
+};
+
+// Reads `sql`, whose columns are the owner, the position and the row id
+// of each credit and then its credit_columns(), bound to `key`; the rows
+// are put in credit order when `sort` is set.
+Status read_credit_rows(Catalogue::Impl &impl, const char *sql, int64_t key, bool sort, std::vector<CreditRow> &rows) {
     Status st;
     Stmt q(impl.prepare(sql, st));
     if (!q) return st;
-    q.bind(1, owner);
-    while (q.step() == SQLITE_ROW) {
-        Contributor c;
-        c.artist_id = q.i64(0);
-        c.name = q.text(1);
-        c.sort_name = q.text(2);
-        c.source_id = q.text(3);
-        c.collaboration = q.i64(4) != 0;
-        c.role = q.text(5);
-        out.push_back(std::move(c));
-    }
+    q.bind(1, key);
+    while (q.step() == SQLITE_ROW) rows.push_back(CreditRow{q.i64(0), q.i64(1), q.i64(2), credit_columns(q, 3)});
+    if (sort) std::sort(rows.begin(), rows.end(), [](const CreditRow &a, const CreditRow &b) {
+        if (a.owner != b.owner) return a.owner < b.owner;
+        if (a.position != b.position) return a.position < b.position;
+        return a.rowid < b.rowid;
+    });
+    return {};
+}
+
+// Credit rows as read_credit_rows() takes them, of an album and of the
+// tracks of a disc (spelt as macros, so that the reference reading can add
+// its ORDER BY to the same text).
+#define CREDIT_COLUMNS "c.position, c.rowid, a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role"
+#define ALBUM_CREDITS_SQL                                                         \
+    "SELECT c.album_id, " CREDIT_COLUMNS " FROM album_contributors c JOIN artists a" \
+    " ON a.id = c.artist_id WHERE c.album_id = ?"
+#define DISC_CREDITS_SQL                                                                                       \
+    "SELECT c.track_id, " CREDIT_COLUMNS " FROM tracks t JOIN track_contributors c ON c.track_id = t.id" \
+    " JOIN artists a ON a.id = c.artist_id WHERE t.disc_id = ?"
+
+// The credits of an album, in credit order (sorted by SQLite for the
+// reference reading).
+Status read_contributors(Catalogue::Impl &impl, int64_t album_id, bool sql_order, std::vector<Contributor> &out) {
+    std::vector<CreditRow> rows;
+    Status st = read_credit_rows(impl,
+                                 sql_order ? ALBUM_CREDITS_SQL " ORDER BY c.position" : ALBUM_CREDITS_SQL,
+                                 album_id, !sql_order, rows);
+    if (!st.ok()) return st;
+    for (auto &row : rows) out.push_back(std::move(row.contributor));
     return {};
 }
 
 // The credits of every track of a disc, read in one statement rather than
-// one per track: rows come by track, each track's in credit order.
-Status read_track_contributors(Catalogue::Impl &impl, Disc &disc) {
+// one per track.
+Status read_track_contributors(Catalogue::Impl &impl, bool sql_order, Disc &disc) {
     if (disc.tracks.empty()) return {};
-    Status st;
-    Stmt q(impl.prepare("SELECT c.track_id, a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
-                        "tracks t JOIN track_contributors c ON c.track_id = t.id JOIN artists a ON a.id = c.artist_id "
-                        "WHERE t.disc_id = ? ORDER BY c.track_id, c.position",
-                        st));
-    if (!q) return st;
-    q.bind(1, disc.id);
+    std::vector<CreditRow> rows;
+    Status st = read_credit_rows(impl,
+                                 sql_order ? DISC_CREDITS_SQL " ORDER BY c.track_id, c.position" : DISC_CREDITS_SQL,
+                                 disc.id, !sql_order, rows);
+    if (!st.ok()) return st;
     size_t at = 0;  // the track of the last row; rows of one track come together
-    while (q.step() == SQLITE_ROW) {
-        const int64_t track_id = q.i64(0);
-        for (size_t n = 0; n < disc.tracks.size() && disc.tracks[at].id != track_id; ++n)
+    for (auto &row : rows) {
+        for (size_t n = 0; n < disc.tracks.size() && disc.tracks[at].id != row.owner; ++n)
             at = (at + 1) % disc.tracks.size();
-        if (disc.tracks[at].id != track_id) continue;
-        Contributor c;
-        c.artist_id = q.i64(1);
-        c.name = q.text(2);
-        c.sort_name = q.text(3);
-        c.source_id = q.text(4);
-        c.collaboration = q.i64(5) != 0;
-        c.role = q.text(6);
-        disc.tracks[at].contributors.push_back(std::move(c));
+        if (disc.tracks[at].id == row.owner) disc.tracks[at].contributors.push_back(std::move(row.contributor));
     }
     return {};
 }
+
+#undef DISC_CREDITS_SQL
+#undef ALBUM_CREDITS_SQL
+#undef CREDIT_COLUMNS
 
 // One read transaction over the statements of a read, instead of one
 // begun and ended by each statement; nothing where a transaction is open.
@@ -1178,9 +1217,117 @@ class ReadTransaction {
     bool open_ = false;
 };
 
+// How read_album reads: with or without the credits, and ordered by
+// SQLite (the reference reading, whose statements sort in a temporary
+// table) or here.
+struct AlbumReading {
+    bool credits = true;
+    bool sql_order = false;
+};
+
+// An album with its credits, discs, TOCs and tracks, in their order:
+// discs by number, TOCs by id, tracks by number then id, credits by
+// position then row id.
+Status read_album(Catalogue::Impl &impl, int64_t album_id, AlbumReading how, Album &album) {
+    Status st;
+    {
+        Stmt q(impl.prepare("SELECT id, tui, tag, revision, title, artist, year, genre, label, language, source,"
+                            " source_id, " + album_edition_columns(impl, "albums") + " FROM albums WHERE id = ?",
+                            st));
+        if (!q) return st;
+        q.bind(1, album_id);
+        if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "no album " + std::to_string(album_id));
+        album.id = q.i64(0);
+        album.tui = q.text(1);
+        album.tag = q.text(2);
+        album.revision = q.u32(3);
+        album.title = q.text(4);
+        album.artist = q.text(5);
+        album.year = q.u32(6);
+        album.genre = q.text(7);
+        album.label = q.text(8);
+        album.language = q.text(9);
+        album.source = q.text(10);
+        album.source_id = q.text(11);
+        album.country = q.text(12);
+        album.release_date = q.text(13);
+        album.catalogue_number = q.text(14);
+        album.barcode = q.text(15);
+    }
+    if (how.credits && !(st = read_contributors(impl, album.id, how.sql_order, album.contributors)).ok()) return st;
+    {
+        Stmt q(impl.prepare("SELECT id, number, title, " + disc_format_column(impl, "discs") +
+                                " FROM discs WHERE album_id = ? ORDER BY number",
+                            st));
+        if (!q) return st;
+        q.bind(1, album.id);
+        while (q.step() == SQLITE_ROW) {
+            Disc d;
+            d.id = q.i64(0);
+            d.number = q.u32(1);
+            d.title = q.text(2);
+            d.format = q.text(3);
+            album.discs.push_back(std::move(d));
+        }
+    }
+    for (auto &disc : album.discs) {
+        {
+            Stmt q(impl.prepare("SELECT toc, media_id, mui FROM tocs WHERE disc_id = ? ORDER BY id", st));
+            if (!q) return st;
+            q.bind(1, disc.id);
+            while (q.step() == SQLITE_ROW) {
+                Toc t;
+                parse_toc(q.text(0), t.offsets);
+                t.media_id = q.text(1);
+                t.mui = q.text(2);
+                disc.tocs.push_back(std::move(t));
+            }
+        }
+        {
+            // Read in the order of the disc index (by id) and sorted here
+            // by number, sparing SQLite a temporary table.
+#define DISC_TRACKS_SQL "SELECT id, number, title, artist, duration_ms, tui, tag, source_id FROM tracks WHERE disc_id = ?"
+            Stmt q(impl.prepare(how.sql_order ? DISC_TRACKS_SQL " ORDER BY number" : DISC_TRACKS_SQL, st));
+#undef DISC_TRACKS_SQL
+            if (!q) return st;
+            q.bind(1, disc.id);
+            while (q.step() == SQLITE_ROW) {
+                Track t;
+                t.id = q.i64(0);
+                t.number = q.u32(1);
+                t.title = q.text(2);
+                t.artist = q.text(3);
+                t.duration_ms = q.u32(4);
+                t.tui = q.text(5);
+                t.tag = q.text(6);
+                t.source_id = q.text(7);
+                disc.tracks.push_back(std::move(t));
+            }
+            auto by_number = [](const Track &a, const Track &b) {
+                return a.number != b.number ? a.number < b.number : a.id < b.id;
+            };
+            if (!how.sql_order && !std::is_sorted(disc.tracks.begin(), disc.tracks.end(), by_number))
+                std::sort(disc.tracks.begin(), disc.tracks.end(), by_number);
+        }
+        if (how.credits && !(st = read_track_contributors(impl, how.sql_order, disc)).ok()) return st;
+    }
+    return {};
+}
+
 }  // namespace
 
 Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
+    std::shared_ptr<const Album> album;
+    Status st = get_album(album_id, album, AlbumRead::full);
+    if (!st.ok()) return st;
+    return guarded([&] {
+        out = *album;
+        return Status{};
+    });
+}
+
+Status Catalogue::get_album(int64_t album_id, std::shared_ptr<const Album> &out, AlbumRead what) noexcept {
+    const bool credits = what == AlbumRead::full;
     return guarded([&]() -> Status {
         std::lock_guard lock(impl_->mutex);
         Impl &impl = *impl_;
@@ -1198,94 +1345,28 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
             if (q.step() != SQLITE_ROW) return impl.db_error("read album");
             version.data = q.i64(0);
         }
-        if (impl.last_album && impl.last_album->album.id == album_id && impl.last_album->version == version) {
+        if (impl.last_album && impl.last_album->album->id == album_id && impl.last_album->version == version &&
+            (impl.last_album->credits || !credits)) {
             out = impl.last_album->album;
             return {};
         }
         impl.last_album.reset();
-        Album album;
-        {
-            Stmt q(impl.prepare("SELECT id, tui, tag, revision, title, artist, year, genre, label, language, source,"
-                                " source_id, " + album_edition_columns(impl, "albums") + " FROM albums WHERE id = ?",
-                                st));
-            if (!q) return st;
-            q.bind(1, album_id);
-            if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "no album " + std::to_string(album_id));
-            album.id = q.i64(0);
-            album.tui = q.text(1);
-            album.tag = q.text(2);
-            album.revision = q.u32(3);
-            album.title = q.text(4);
-            album.artist = q.text(5);
-            album.year = q.u32(6);
-            album.genre = q.text(7);
-            album.label = q.text(8);
-            album.language = q.text(9);
-            album.source = q.text(10);
-            album.source_id = q.text(11);
-            album.country = q.text(12);
-            album.release_date = q.text(13);
-            album.catalogue_number = q.text(14);
-            album.barcode = q.text(15);
-        }
-        st = read_contributors(impl,
-                               "SELECT a.id, a.name, a.sort_name, a.source_id, a.collaboration, c.role FROM "
-                               "album_contributors c JOIN artists a ON a.id = c.artist_id WHERE c.album_id = ? "
-                               "ORDER BY c.position",
-                               album.id, album.contributors);
-        if (!st.ok()) return st;
-        {
-            Stmt q(impl.prepare("SELECT id, number, title, " + disc_format_column(impl, "discs") +
-                                    " FROM discs WHERE album_id = ? ORDER BY number",
-                                st));
-            if (!q) return st;
-            q.bind(1, album.id);
-            while (q.step() == SQLITE_ROW) {
-                Disc d;
-                d.id = q.i64(0);
-                d.number = q.u32(1);
-                d.title = q.text(2);
-                d.format = q.text(3);
-                album.discs.push_back(std::move(d));
-            }
-        }
-        for (auto &disc : album.discs) {
-            {
-                Stmt q(impl.prepare("SELECT toc, media_id, mui FROM tocs WHERE disc_id = ? ORDER BY id", st));
-                if (!q) return st;
-                q.bind(1, disc.id);
-                while (q.step() == SQLITE_ROW) {
-                    Toc t;
-                    parse_toc(q.text(0), t.offsets);
-                    t.media_id = q.text(1);
-                    t.mui = q.text(2);
-                    disc.tocs.push_back(std::move(t));
-                }
-            }
-            {
-                Stmt q(impl.prepare("SELECT id, number, title, artist, duration_ms, tui, tag, source_id FROM tracks"
-                                    " WHERE disc_id = ? ORDER BY number",
-                                    st));
-                if (!q) return st;
-                q.bind(1, disc.id);
-                while (q.step() == SQLITE_ROW) {
-                    Track t;
-                    t.id = q.i64(0);
-                    t.number = q.u32(1);
-                    t.title = q.text(2);
-                    t.artist = q.text(3);
-                    t.duration_ms = q.u32(4);
-                    t.tui = q.text(5);
-                    t.tag = q.text(6);
-                    t.source_id = q.text(7);
-                    disc.tracks.push_back(std::move(t));
-                }
-            }
-            if (!(st = read_track_contributors(impl, disc)).ok()) return st;
-        }
-        impl.last_album = Impl::AlbumCopy{album, version};
+        auto album = std::make_shared<Album>();
+        if (!(st = read_album(impl, album_id, AlbumReading{credits, false}, *album)).ok()) return st;
+        impl.last_album = Impl::AlbumCopy{album, credits, version};
         out = std::move(album);
         return {};
+    });
+}
+
+Status Catalogue::get_album_reference(int64_t album_id, Album &out) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        ReadTransaction transaction(*impl_);
+        Album album;
+        Status st = read_album(*impl_, album_id, AlbumReading{true, true}, album);
+        if (st.ok()) out = std::move(album);
+        return st;
     });
 }
 

@@ -71,6 +71,8 @@ struct Contributor {
     std::string source_id;  // identifier in the imported data, may be empty
     bool collaboration = false;  // a joint credit of several artists
     int64_t artist_id = 0;  // filled when read back from the catalogue
+
+    bool operator==(const Contributor &) const = default;
 };
 
 struct Track {
@@ -82,6 +84,8 @@ struct Track {
     std::string source_id;
     std::vector<Contributor> contributors;
     int64_t id = 0;             // filled when read back
+
+    bool operator==(const Track &) const = default;
 };
 
 // One table of contents of a disc. A disc may have several (pressings that
@@ -97,6 +101,8 @@ struct Toc {
     // Disc IDs the source gives for this TOC: MusicBrainz disc IDs, and
     // freedb IDs (8 hex digits, stored in lower case).
     std::vector<std::string> disc_ids{};
+
+    bool operator==(const Toc &) const = default;
 };
 
 struct Disc {
@@ -106,6 +112,8 @@ struct Disc {
     std::vector<Toc> tocs;      // may be empty for a disc of unknown layout
     std::vector<Track> tracks;
     int64_t id = 0;             // filled when read back
+
+    bool operator==(const Disc &) const = default;
 };
 
 struct Album {
@@ -131,6 +139,7 @@ struct Album {
     int64_t id = 0;              // filled when read back
 
     uint32_t track_count() const;
+    bool operator==(const Album &) const = default;
 };
 
 // A lyric may be tied to an album (its tui) and a track on it. It is
@@ -575,6 +584,16 @@ class Catalogue {
     // The albums by artist, then title (ignoring ASCII case), paged.
     Status list_albums(Range range, AlbumList &out) noexcept;
     Status get_album(int64_t album_id, Album &out) noexcept;
+    // The same album without a copy: `out` shares the catalogue's copy of
+    // the album read last, which later reads leave unchanged. With
+    // AlbumRead::without_credits the album's and its tracks' contributors
+    // are not read (they may still be there, from an earlier full read).
+    enum class AlbumRead : uint8_t { full, without_credits };
+    Status get_album(int64_t album_id, std::shared_ptr<const Album> &out, AlbumRead what) noexcept;
+    // The album read by the first reading, whose statements have SQLite sort
+    // the tracks and credits: the reference the reading above must agree
+    // with (tests and fuzzing). Not cached.
+    Status get_album_reference(int64_t album_id, Album &out) noexcept;
     Status album_count(uint64_t &out) noexcept;
     // Rows of each kind, counted together under the catalogue's lock.
     Status statistics(Statistics &out) noexcept;

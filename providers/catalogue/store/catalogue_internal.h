@@ -137,7 +137,8 @@ struct Catalogue::Impl {
     bool toc_index = false;  // the TOC shape index exists (not in a read-only earlier schema)
     // The album get_album read last, and the state of the file then.
     struct AlbumCopy {
-        Album album;
+        std::shared_ptr<const Album> album;
+        bool credits = true;  // read with its contributors
         struct Version {
             int64_t changes = 0, data = 0;
             bool operator==(const Version &) const = default;
