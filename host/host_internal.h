@@ -94,6 +94,14 @@ const char *language_canonical(const char *language);
 uint32_t tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language = nullptr,
                         uint32_t required_flags = 0);
 uint32_t tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child);
+// The same, and zelto_manager_tree_create, for contexts and keys that are
+// constants of this library (string literals): the node keeps the pointer
+// instead of a copy. The value's text has `length` bytes.
+uint32_t tree_create_constant(const char *context, zelto_manager_tree **out_tree);
+uint32_t tree_add_constant_value(zelto_manager_tree *tree, const char *key, const char *text, size_t length);
+uint32_t tree_add_constant_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child);
+// zelto_manager_tree_release of a reference the caller holds (null: nothing).
+void tree_release_held(zelto_manager_tree *tree);
 
 // Handle registry shared by the handle manager, users and result objects.
 void handles_add(const void *p, uint32_t magic);

@@ -720,14 +720,27 @@ HOST_EXPORT const char *zelto_manager_locale_language(zelto_locale_handle locale
 
 // ---- Tree API ---------------------------------------------------------------------------
 
-HOST_EXPORT uint32_t zelto_manager_tree_create(const char *context, zelto_manager_tree **out_tree) {
+namespace {
+
+// A new node of `context`, copied into its arena or, for a constant, kept.
+uint32_t create_tree(const char *context, bool constant, zelto_manager_tree **out_tree) {
     if (!context || !*context || !out_tree) return ZELTO_RVO_BAD_ARG;
     auto *tree = new zelto_manager_tree;
-    tree->context = tree->arena.copy(context, std::strlen(context));
+    tree->context = constant ? context : tree->arena.copy(context, std::strlen(context));
     host::handles_add(tree, host::kTreeMagic);
     ++g_tree_live;
     *out_tree = tree;
     return 0;
+}
+
+}  // namespace
+
+HOST_EXPORT uint32_t zelto_manager_tree_create(const char *context, zelto_manager_tree **out_tree) {
+    return create_tree(context, false, out_tree);
+}
+
+uint32_t host::tree_create_constant(const char *context, zelto_manager_tree **out_tree) {
+    return create_tree(context, true, out_tree);
 }
 
 HOST_EXPORT uint32_t zelto_manager_tree_addref(zelto_manager_tree *tree) {
@@ -743,15 +756,21 @@ HOST_EXPORT uint32_t zelto_manager_tree_release(zelto_manager_tree *tree) {
     return 0;
 }
 
-uint32_t host::tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language,
-                              uint32_t required_flags) {
+void host::tree_release_held(zelto_manager_tree *tree) {
+    if (tree) tree_drop(tree);
+}
+
+namespace {
+
+// Appends a value; a constant key is kept, any other copied.
+uint32_t add_value(zelto_manager_tree *tree, const char *key, bool constant_key, const char *text, size_t text_length,
+                   const char *language, uint32_t required_flags) {
     if (!key || !text || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     const char *code = nullptr;
     if (language && !(code = host::language_canonical(language))) return ZELTO_LISTS_UNKNOWN;
-    const size_t key_length = std::strlen(key), text_length = std::strlen(text);
     std::lock_guard<host::SpinLock> guard(tree->lock);
     auto *value = tree->arena.make<Value>();
-    value->key = tree->arena.copy(key, key_length);
+    value->key = constant_key ? key : tree->arena.copy(key, std::strlen(key));
     value->text = tree->arena.copy(text, text_length);
     value->language = code;
     value->required = required_flags;
@@ -759,7 +778,9 @@ uint32_t host::tree_add_value(zelto_manager_tree *tree, const char *key, const c
     return 0;
 }
 
-uint32_t host::tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child) {
+// Appends a child under `key`; a constant key's name and single tag are
+// kept as they stand in it (the tag ends the key), any other copied.
+uint32_t add_child(zelto_manager_tree *tree, const char *key, bool constant_key, zelto_manager_tree *child) {
     std::string_view base, selector;
     if (!key || !split_child_key(key, &base, &selector, false)) return ZELTO_RVO_BAD_ARG;
     // The selector's tags, comma separated; none may be empty or "number".
@@ -785,15 +806,37 @@ uint32_t host::tree_add_child(zelto_manager_tree *tree, const char *key, zelto_m
     std::lock_guard<host::SpinLock> guard(tree->lock);
     Arena &arena = tree->arena;
     auto *entry = arena.make<Child>();
-    entry->base = std::string_view(arena.copy(base.data(), base.size()), base.size());
+    entry->base = constant_key ? base : std::string_view(arena.copy(base.data(), base.size()), base.size());
     if (tag_count) {
         auto *texts = static_cast<const char **>(arena.allocate(tag_count * sizeof(const char *)));
-        each_tag([&](std::string_view tag) { texts[entry->tag_count++] = arena.copy(tag.data(), tag.size()); });
+        if (constant_key && tag_count == 1)
+            texts[entry->tag_count++] = selector.data();
+        else
+            each_tag([&](std::string_view tag) { texts[entry->tag_count++] = arena.copy(tag.data(), tag.size()); });
         entry->tags = texts;
     }
     entry->node = child;
     tree->children.append(entry);
     return 0;
+}
+
+}  // namespace
+
+uint32_t host::tree_add_value(zelto_manager_tree *tree, const char *key, const char *text, const char *language,
+                              uint32_t required_flags) {
+    return add_value(tree, key, false, text, text ? std::strlen(text) : 0, language, required_flags);
+}
+
+uint32_t host::tree_add_constant_value(zelto_manager_tree *tree, const char *key, const char *text, size_t length) {
+    return add_value(tree, key, true, text, length, nullptr, 0);
+}
+
+uint32_t host::tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child) {
+    return add_child(tree, key, false, child);
+}
+
+uint32_t host::tree_add_constant_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child) {
+    return add_child(tree, key, true, child);
 }
 
 HOST_EXPORT uint32_t zelto_manager_tree_add_value_ex(zelto_manager_tree *tree, const char *key, const char *text,

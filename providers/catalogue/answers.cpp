@@ -32,14 +32,15 @@ constexpr uint32_t kReady = ZELTO_LOOKUP_EVENT_READY;
 
 // ---- Trees --------------------------------------------------------------------------------
 
-// Owner of one reference on a tree node.
+// Owner of one reference on a tree node. Contexts and keys are constants
+// of this library, which the nodes keep without copying them.
 class Node {
  public:
     Node() = default;
     explicit Node(const char *context) {
-        if (zelto_manager_tree_create(context, &tree_) != 0) throw std::bad_alloc();
+        if (host::tree_create_constant(context, &tree_) != 0) throw std::bad_alloc();
     }
-    ~Node() { zelto_manager_tree_release(tree_); }
+    ~Node() { host::tree_release_held(tree_); }
     Node(Node &&other) noexcept : tree_(std::exchange(other.tree_, nullptr)) {}
     Node &operator=(Node &&other) noexcept {
         std::swap(tree_, other.tree_);
@@ -53,12 +54,12 @@ class Node {
 
     // Nodes are this provider's own: added to without a handle check.
     Node &value(const char *key, const std::string &text) {
-        if (host::tree_add_value(tree_, key, text.c_str()) != 0) throw std::bad_alloc();
+        if (host::tree_add_constant_value(tree_, key, text.c_str(), text.size()) != 0) throw std::bad_alloc();
         return *this;
     }
     Node &value(const char *key, uint64_t number) { return value(key, std::to_string(number)); }
     Node &child(const char *key, const Node &node) {
-        if (host::tree_add_child(tree_, key, node.get()) != 0) throw std::bad_alloc();
+        if (host::tree_add_constant_child(tree_, key, node.get()) != 0) throw std::bad_alloc();
         return *this;
     }
     // "zelto_ctx_title!off" -> title node with its display text.

@@ -4,6 +4,7 @@
 #include <string>
 #include <thread>
 
+#include "host/host_internal.h"
 #include "host_fixture.h"
 #include "out_param.h"
 #include "rvo_read.h"
@@ -333,6 +334,39 @@ TEST_F(TreeTest, TagsListSeveralNames) {
     EXPECT_EQ(child_count("zelto_ctx_track!bonus"), 1u);
     EXPECT_EQ(child_title("zelto_ctx_track!bonus", 1), "Both");
     EXPECT_NE(dump(album_).find("zelto_ctx_track! 4 {matching,bonus}\n"), std::string::npos);
+}
+
+// Contexts and keys given as constants are kept, not copied: a tree built
+// so reads and dumps as one built through the exported calls, and the same
+// keys are refused.
+TEST_F(TreeTest, ConstantKeysBuildTheSameTree) {
+    const char *const child_keys[] = {"zelto_ctx_track!", "zelto_ctx_track!matching", "zelto_ctx_track!matching,off",
+                                      "zelto_ctx_title"};
+    zelto_manager_tree *copied = nullptr, *kept = nullptr;
+    ASSERT_EQ(zelto_manager_tree_create("zelto_ctx_album", &copied), 0u);
+    ASSERT_EQ(host::tree_create_constant("zelto_ctx_album", &kept), 0u);
+    const std::string text = "Blue Train";
+    EXPECT_EQ(zelto_manager_tree_add_value(copied, "zelto_val_title", text.c_str()), 0u);
+    EXPECT_EQ(host::tree_add_constant_value(kept, "zelto_val_title", text.data(), text.size()), 0u);
+    for (const char *key : child_keys) {
+        zelto_manager_tree *a = make_node("zelto_ctx_track", {{"zelto_val_title", key}});
+        zelto_manager_tree *b = make_node("zelto_ctx_track", {{"zelto_val_title", key}});
+        EXPECT_EQ(zelto_manager_tree_add_child(copied, key, a), 0u) << key;
+        EXPECT_EQ(host::tree_add_constant_child(kept, key, b), 0u) << key;
+        zelto_manager_tree_release(a);
+        host::tree_release_held(b);
+    }
+    EXPECT_EQ(dump(kept), dump(copied));
+    EXPECT_NE(dump(kept).find("zelto_ctx_track! 3 {matching,off}\n"), std::string::npos);
+    zelto_manager_tree *t = make_node("zelto_ctx_track", {});
+    for (const char *bad : {"zelto_val_title", "zelto_ctx_track!matching,", "zelto_ctx_track!number", "zelto_ctx_!"})
+        EXPECT_EQ(host::tree_add_constant_child(kept, bad, t), ZELTO_RVO_BAD_ARG) << bad;
+    EXPECT_EQ(host::tree_add_constant_child(kept, "zelto_ctx_track!", kept), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(host::tree_add_constant_value(kept, "zelto_ctx_title", "x", 1), ZELTO_RVO_BAD_ARG);
+    zelto_manager_tree_release(t);
+    zelto_manager_tree_release(copied);
+    host::tree_release_held(kept);
+    host::tree_release_held(nullptr);
 }
 
 TEST_F(TreeTest, InvalidTreeHandlesAreRefused) {
