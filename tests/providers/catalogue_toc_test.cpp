@@ -464,6 +464,36 @@ TEST(CatalogueToc, ShapeIndexAgreesWithLinearScan) {
     EXPECT_GT(found, 1000u);  // the queries do meet many discs
 }
 
+// Exact matches are grouped by disc and ordered by album and disc number
+// in memory; the linear reading has SQLite do both. Discs of one number on
+// one album, a disc holding the TOC twice and albums stored in any order
+// give the same hits in the same order.
+TEST(CatalogueToc, ExactMatchesAgreeWithLinearReading) {
+    auto cat = open_memory();
+    const std::vector<uint32_t> other = shifted(kToc, 3000);
+    std::vector<int64_t> ids;
+    for (int i = 0; i < 6; ++i) {
+        Album a = make_album("Album " + std::to_string(i), "X", {"A", "B", "C"}, i % 3 ? kToc : other);
+        Disc second = a.discs[0];
+        second.number = i % 2 ? 1 : 2;  // the same number as the first on odd albums
+        second.tocs = {{i % 2 ? kToc : other, "", ""}, {kToc, "", ""}};
+        a.discs.insert(i == 4 ? a.discs.begin() : a.discs.end(), second);
+        int n = 0;
+        for (Disc &d : a.discs)
+            for (Track &t : d.tracks) t.tui = a.title + " " + std::to_string(++n);
+        ids.push_back(add(*cat, a));
+    }
+    size_t found = 0;
+    for (const auto &toc : {kToc, other}) expect_same_answers(*cat, toc, found);
+    EXPECT_EQ(found, 15u);  // kToc: every second disc and four first ones; other: five discs
+    TocResult r;
+    ASSERT_TRUE(cat->lookup_toc(kToc, {1, 20}, r).ok());
+    ASSERT_EQ(r.hits.size(), 10u);
+    for (size_t i = 1; i < r.hits.size(); ++i)
+        EXPECT_LT(std::tie(r.hits[i - 1].album_id, r.hits[i - 1].disc_number, r.hits[i - 1].disc_id),
+                  std::tie(r.hits[i].album_id, r.hits[i].disc_number, r.hits[i].disc_id));
+}
+
 // A catalogue of the schema before the TOC shape index: opened for writing,
 // it is indexed in place; opened read-only, the linear scan answers.
 TEST(CatalogueToc, EarlierSchemaGetsItsShapeIndex) {

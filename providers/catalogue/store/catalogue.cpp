@@ -1464,9 +1464,14 @@ Status Catalogue::Impl::lookup_toc(const std::vector<uint32_t> &toc, Range range
     std::vector<TocHit> hits;
     MatchKind kind = MatchKind::none;
     {
-        Stmt q(prepare("SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id"
-                       " WHERE t.toc = ? GROUP BY d.id ORDER BY d.album_id, d.number",
-                       st));
+        // Discs holding the TOC exactly, each once, by album and number.
+        // The linear (reference) reading has SQLite group and sort them in
+        // temporary tables; the indexed one reads the few rows unordered and
+        // does both here, equal album and number by disc id as the grouping
+        // left them.
+#define EXACT_TOC_SQL "SELECT d.id, d.album_id, d.number, t.toc FROM tocs t JOIN discs d ON d.id = t.disc_id WHERE t.toc = ?"
+        Stmt q(prepare(indexed ? EXACT_TOC_SQL : EXACT_TOC_SQL " GROUP BY d.id ORDER BY d.album_id, d.number", st));
+#undef EXACT_TOC_SQL
         if (!q) return st;
         q.bind(1, toc_text(toc));
         while (q.step() == SQLITE_ROW) {
@@ -1477,6 +1482,16 @@ Status Catalogue::Impl::lookup_toc(const std::vector<uint32_t> &toc, Range range
             h.toc = q.text(3);
             h.score = 100;
             hits.push_back(std::move(h));
+        }
+        if (indexed) {
+            std::sort(hits.begin(), hits.end(), [](const TocHit &a, const TocHit &b) {
+                if (a.album_id != b.album_id) return a.album_id < b.album_id;
+                if (a.disc_number != b.disc_number) return a.disc_number < b.disc_number;
+                return a.disc_id < b.disc_id;
+            });
+            hits.erase(std::unique(hits.begin(), hits.end(),
+                                   [](const TocHit &a, const TocHit &b) { return a.disc_id == b.disc_id; }),
+                       hits.end());
         }
     }
     if (!hits.empty()) {
