@@ -194,3 +194,36 @@ TEST(CatalogueSearchReference, QueryWordsAgreeWithTextSimilarity) {
         ASSERT_EQ(edit_distance_within_two(a, b), std::min<uint32_t>(edit_distance(a, b), 3)) << a << " / " << b;
     }
 }
+
+// Corrections come from the word list held in memory once a connection has
+// searched twice; it follows words added through the same connection and
+// through another one, as the reference (every word looked up in the file)
+// does.
+TEST(CatalogueSearchReference, WordListFollowsTheFile) {
+    const std::string dir = catalogue_test::temp_dir(), path = dir + "/c.db";
+    std::unique_ptr<Catalogue> cat, other;
+    ASSERT_TRUE(Catalogue::open(path, cat).ok());
+    ASSERT_TRUE(Catalogue::open(path, other).ok());
+    catalogue_test::add(*cat, catalogue_test::make_album("Orchard", "Mira Solenne", {"One"}));
+    auto total = [](Catalogue &c, const char *title) {
+        TextQuery q;
+        q.album_title = title;
+        AlbumSearchResult fast, slow;
+        EXPECT_TRUE(c.search_albums(q, {1, 10}, fast).ok());
+        EXPECT_TRUE(c.search_albums_reference(q, {1, 10}, slow).ok());
+        expect_same(fast, slow, title);
+        return fast.total;
+    };
+    // Words of five letters or fewer are corrected by single edits alone.
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(total(*cat, "cmoet"), 0u);
+    catalogue_test::add(*cat, catalogue_test::make_album("Comet", "Nunu Roan", {"Two"}));
+    EXPECT_EQ(total(*cat, "cmoet"), 1u);  // a swap, one edit away
+    EXPECT_EQ(total(*cat, "ecoh"), 0u);
+    catalogue_test::add(*other, catalogue_test::make_album("Echo", "Sane Tenro", {"Three"}));
+    ASSERT_TRUE(other->refresh_spelling().ok());
+    EXPECT_EQ(total(*cat, "ecoh"), 1u);
+    EXPECT_EQ(total(*cat, "cmoet"), 1u);
+    cat.reset();
+    other.reset();
+    std::filesystem::remove_all(dir);
+}
