@@ -84,11 +84,7 @@ TextQuery random_query(std::mt19937 &rng) {
 }
 
 void expect_same(const AlbumSearchResult &a, const AlbumSearchResult &b, const std::string &what) {
-    ASSERT_EQ(a.kind, b.kind) << what;
-    ASSERT_EQ(a.total, b.total) << what;
-    ASSERT_EQ(a.range_start, b.range_start) << what;
-    ASSERT_EQ(a.range_end, b.range_end) << what;
-    ASSERT_EQ(a.hits.size(), b.hits.size()) << what;
+    ASSERT_NO_FATAL_FAILURE(catalogue_test::expect_same_page(a, b, what));
     for (size_t i = 0; i < a.hits.size(); ++i) {
         const AlbumHit &x = a.hits[i], &y = b.hits[i];
         ASSERT_EQ(x.album_id, y.album_id) << what << " #" << i;

@@ -221,6 +221,21 @@ class Searcher {
         return rc == SQLITE_DONE ? Status{} : impl_.db_error("track search");
     }
 
+    // The best cap_ rows (by rank_order) of a statement matching `match`,
+    // read in no order; `make` makes a Row of the statement's row.
+    template <typename Row, typename Make>
+    Status best_rows(const char *sql, const std::string &match, const char *what, std::vector<Row> &rows, Make make) {
+        Status st;
+        Stmt q(impl_.prepare(sql, st));
+        if (!q) return st;
+        q.bind(1, match);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) add_bounded(rows, make(q), cap_);
+        if (rc != SQLITE_DONE) return impl_.db_error(what);
+        keep_best(rows, cap_);
+        return {};
+    }
+
     // The candidates album_matches finds, with the title and artist of each
     // album read in the same query. FTS5 computes the rank of every matching
     // row whether the rows are asked in rank order or not; asked in order,
@@ -234,19 +249,12 @@ class Searcher {
             std::string title, artist;
         };
         std::vector<Row> rows;
-        {
-            Status st;
-            Stmt q(impl_.prepare("SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
-                                 " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
-                                 st));
-            if (!q) return st;
-            q.bind(1, match);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW)
-                add_bounded(rows, Row{q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)}, cap_);
-            if (rc != SQLITE_DONE) return impl_.db_error("album search");
-        }
-        keep_best(rows, cap_);
+        Status st = best_rows("SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
+                              " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
+                              match, "album search", rows, [](const Stmt &q) {
+                                  return Row{q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)};
+                              });
+        if (!st.ok()) return st;
         for (Row &r : rows) {
             Candidate &c = out[r.id];
             c.rank = r.rank;
@@ -265,18 +273,11 @@ class Searcher {
             double rank;
         };
         std::vector<Row> rows;
-        {
-            Status st;
-            Stmt q(impl_.prepare("SELECT t.id, t.album_id, f.rank FROM track_fts f JOIN tracks t ON t.id = f.rowid"
-                                 " WHERE track_fts MATCH ?",
-                                 st));
-            if (!q) return st;
-            q.bind(1, match);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW) add_bounded(rows, Row{q.i64(0), q.i64(1), q.real(2)}, cap_);
-            if (rc != SQLITE_DONE) return impl_.db_error("track search");
-        }
-        keep_best(rows, cap_);
+        Status st = best_rows("SELECT t.id, t.album_id, f.rank FROM track_fts f JOIN tracks t ON t.id = f.rowid"
+                              " WHERE track_fts MATCH ?",
+                              match, "track search", rows,
+                              [](const Stmt &q) { return Row{q.i64(0), q.i64(1), q.real(2)}; });
+        if (!st.ok()) return st;
         std::sort(rows.begin(), rows.end(), rank_order<Row>);
         for (const Row &r : rows) {
             auto [it, inserted] = out.try_emplace(r.album);
