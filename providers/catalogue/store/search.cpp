@@ -838,29 +838,35 @@ class Searcher {
             // trigram with the right spelling.
             if (ascii) {
                 static constexpr std::string_view kAlphabet = "abcdefghijklmnopqrstuvwxyz0123456789";
-                std::unordered_set<std::string> variants;
+                // Edits that give a variant twice, or the word itself (no
+                // indexed word starts with it), add nothing: the list of
+                // close words is sorted and made unique below.
+                std::string v;
+                auto look_up = [&]() -> Status {
+                    bool found = false;
+                    Status s = has_word(v, false, found);
+                    if (s.ok() && found) close.emplace_back(1, v);
+                    return s;
+                };
                 for (size_t i = 0; i <= word.size(); ++i) {
-                    if (i < word.size()) variants.insert(word.substr(0, i) + word.substr(i + 1));
+                    if (i < word.size()) {
+                        v.assign(word).erase(i, 1);
+                        if (!(st = look_up()).ok()) return st;
+                    }
                     if (i + 1 < word.size()) {
-                        std::string t = word;
-                        std::swap(t[i], t[i + 1]);
-                        variants.insert(t);
+                        v.assign(word);
+                        std::swap(v[i], v[i + 1]);
+                        if (!(st = look_up()).ok()) return st;
                     }
                     for (char c : kAlphabet) {
-                        variants.insert(word.substr(0, i) + c + word.substr(i));
+                        v.assign(word).insert(i, 1, c);
+                        if (!(st = look_up()).ok()) return st;
                         if (i < word.size() && word[i] != c) {
-                            std::string t = word;
-                            t[i] = c;
-                            variants.insert(t);
+                            v.assign(word);
+                            v[i] = c;
+                            if (!(st = look_up()).ok()) return st;
                         }
                     }
-                }
-                variants.erase(word);
-                for (const auto &v : variants) {
-                    bool found = false;
-                    st = has_word(v, false, found);
-                    if (!st.ok()) return st;
-                    if (found) close.emplace_back(1, v);
                 }
             }
             // Longer or non-ASCII words: indexed words sharing trigrams, kept
@@ -880,7 +886,7 @@ class Searcher {
                 q.bind(1, match);
                 while (q.step() == SQLITE_ROW) {
                     std::string term = q.text(0);
-                    uint32_t d = edit_distance(word, term);
+                    const uint32_t d = edit_distance_within_two(word, term);  // exact up to two
                     if (d <= max_distance) close.emplace_back(d, std::move(term));
                 }
             }
