@@ -1193,30 +1193,6 @@ Status read_track_contributors(Catalogue::Impl &impl, bool sql_order, Disc &disc
 #undef ALBUM_CREDITS_SQL
 #undef CREDIT_COLUMNS
 
-// One read transaction over the statements of a read, instead of one
-// begun and ended by each statement; nothing where a transaction is open.
-class ReadTransaction {
-   public:
-    explicit ReadTransaction(Catalogue::Impl &impl) : impl_(impl) {
-        if (!sqlite3_get_autocommit(impl.db)) return;
-        Status st;
-        Stmt q(impl.prepare("BEGIN", st));
-        open_ = q && q.step() == SQLITE_DONE;
-    }
-    ~ReadTransaction() {
-        if (!open_) return;
-        Status st;
-        Stmt q(impl_.prepare("COMMIT", st));
-        if (q) q.step();
-    }
-    ReadTransaction(const ReadTransaction &) = delete;
-    ReadTransaction &operator=(const ReadTransaction &) = delete;
-
-   private:
-    Catalogue::Impl &impl_;
-    bool open_ = false;
-};
-
 // How read_album reads: with or without the credits, and ordered by
 // SQLite (the reference reading, whose statements sort in a temporary
 // table) or here.
