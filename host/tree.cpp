@@ -72,7 +72,7 @@ class Arena {
         end_ = reinterpret_cast<char *>(block) + bytes;
     }
 
-    alignas(kAlign) char inline_[160];
+    alignas(kAlign) char inline_[480];
     char *next_ = inline_;
     char *end_ = inline_ + sizeof inline_;
     Block *blocks_ = nullptr;
