@@ -627,9 +627,9 @@ class Searcher {
         out.clear();
         for (const auto &[id, rank] : found) {
             TrackHit hit;
-            Stmt q(impl_.prepare("SELECT t.album_id, t.disc_number, t.number, t.position, t.tui, t.tag, t.title,"
-                                 " t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t JOIN albums a ON"
-                                 " a.id = t.album_id WHERE t.id = ?",
+            Stmt q(impl_.prepare(std::string("SELECT t.album_id, t.disc_number, t.number, t.position, ") + kTrackTui +
+                                     ", t.tag, t.title, t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t"
+                                     " JOIN albums a ON a.id = t.album_id WHERE t.id = ?",
                                  st));
             if (!q) return st;
             q.bind(1, id);
