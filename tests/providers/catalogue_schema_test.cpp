@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "catalogue_fixtures.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 using namespace catalogue;
 using catalogue_test::make_album;
@@ -43,6 +44,7 @@ Album random_album(std::mt19937 &rng, int index) {
             t.number = n;
             t.title = words(rng, 1, 3);
             if (rng() % 4 == 0) t.tui = "trk-" + std::to_string(index) + "-" + std::to_string(d * 10 + n);
+            if (rng() % 4 == 0) t.tag = "tag" + std::to_string(n);
             if (rng() % 5 == 0) t.artist = kNames[rng() % std::size(kNames)];
             if (rng() % 6 == 0) t.contributors.push_back({kNames[rng() % std::size(kNames)], "", "composer", "", false, 0});
             disc.tracks.push_back(t);
@@ -145,8 +147,9 @@ class CatalogueSchema : public ::testing::Test {
         ASSERT_EQ(report.imported, 6u);
     }
 
-    // The file as schema 5 laid it out: every track identifier stored under
-    // a unique constraint, and prefix indexes of two and three characters.
+    // The file as schema 5 laid it out: every track identifier and tag
+    // stored (the identifiers under a unique constraint), album digests in
+    // meta, and prefix indexes of two and three characters.
     void make_schema_5() {
         std::string fts;
         for (const char *t : {"album_fts(title, artist", "track_fts(title, artist, composer", "artist_fts(name",
@@ -167,8 +170,12 @@ class CatalogueSchema : public ::testing::Test {
             "  tui TEXT NOT NULL UNIQUE, tag TEXT NOT NULL, source_id TEXT NOT NULL);"
             "CREATE INDEX tracks_album ON tracks(album_id, position); CREATE INDEX tracks_disc ON tracks(disc_id);"
             "INSERT INTO tracks SELECT t.id, t.album_id, t.disc_id, t.disc_number, t.number, t.position, t.title,"
-            "  t.artist, t.duration_ms, coalesce(t.tui, a.tui || '-' || t.disc_number || '-' || t.number), t.tag,"
+            "  t.artist, t.duration_ms, coalesce(t.tui, a.tui || '-' || t.disc_number || '-' || t.number), '',"
             "  t.source_id FROM new_tracks t JOIN albums a ON a.id = t.album_id;"
+            "UPDATE tracks SET tag = coalesce((SELECT tag FROM new_tracks WHERE id = tracks.id),"
+            "  catalogue_tag(tui || '|' || title));"
+            "INSERT INTO meta(key, value) SELECT 'digest:' || tui, digest FROM albums;"
+            "ALTER TABLE albums DROP COLUMN digest;"
             "UPDATE sqlite_sequence SET seq = (SELECT seq FROM sqlite_sequence WHERE name = 'new_tracks')"
             "  WHERE name = 'tracks';"
             "DROP TABLE new_tracks;" +
@@ -177,6 +184,12 @@ class CatalogueSchema : public ::testing::Test {
     void sql(const std::string &statements) {
         sqlite3 *db = nullptr;
         ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+        auto tag = [](sqlite3_context *context, int, sqlite3_value **args) {
+            const std::string out = hash_tag(reinterpret_cast<const char *>(sqlite3_value_text(args[0])));
+            sqlite3_result_text(context, out.c_str(), -1, SQLITE_TRANSIENT);
+        };
+        ASSERT_EQ(sqlite3_create_function(db, "catalogue_tag", 1, SQLITE_UTF8, nullptr, tag, nullptr, nullptr),
+                  SQLITE_OK);
         char *error = nullptr;
         EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, &error), SQLITE_OK) << (error ? error : "");
         sqlite3_free(error);
@@ -213,6 +226,9 @@ class CatalogueSchema : public ::testing::Test {
 TEST_F(CatalogueSchema, TrackIdentifiersStoredOnlyWhereTheyDiffer) {
     build();
     EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tag IS NOT NULL AND tag NOT LIKE 'tag%'"), "0;");
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE tag IS NOT NULL"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM meta WHERE key LIKE 'digest%'"), "0;");
     EXPECT_NE(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL"), "0;");
     EXPECT_NE(query("SELECT count(*) FROM tracks WHERE tui IS NULL"), "0;");
     std::unique_ptr<Catalogue> cat;
@@ -227,6 +243,8 @@ TEST_F(CatalogueSchema, TrackIdentifiersStoredOnlyWhereTheyDiffer) {
                 const std::string own = "rel-" + std::to_string(id) + "-" + std::to_string(d.number) + "-" +
                                         std::to_string(t.number);
                 EXPECT_TRUE(t.tui == own || t.tui.rfind("trk-", 0) == 0) << t.tui;
+                EXPECT_TRUE(t.tag == hash_tag(t.tui + "|" + t.title) || t.tag == "tag" + std::to_string(t.number))
+                    << t.tag;
                 derived += t.tui == own;
                 ASSERT_TRUE(cat->lookup_tui(t.tui, t.tag, hit).ok()) << t.tui;
                 EXPECT_EQ(std::tie(hit.track_id, hit.album_id, hit.disc_number, hit.track_number),
@@ -312,6 +330,10 @@ TEST_F(CatalogueSchema, MigrationFromSchemaFiveAnswersAsBefore) {
     EXPECT_EQ(answers_of(), fresh);
     EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), std::to_string(kSchemaVersion) + ";");
     EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tag IS NOT NULL AND tag NOT LIKE 'tag%'"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM meta WHERE key LIKE 'digest%'") +
+                  query("SELECT count(*) FROM albums WHERE length(digest) <> 16"),
+              "0;0;");
     EXPECT_EQ(query("SELECT seq FROM sqlite_sequence WHERE name = 'tracks'"), sequence);
     EXPECT_EQ(query("SELECT count(*) FROM sqlite_master WHERE sql LIKE '%prefix=''2 3''%' OR name LIKE '%_v5%'"
                     " OR name = 'sqlite_autoindex_tracks_1'"),

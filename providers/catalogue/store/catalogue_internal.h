@@ -49,6 +49,7 @@ class Stmt {
             sqlite3_bind_null(s_, i);
     }
     int step() { return sqlite3_step(s_); }
+    bool null(int col) const { return sqlite3_column_type(s_, col) == SQLITE_NULL; }
     int64_t i64(int col) const { return sqlite3_column_int64(s_, col); }
     uint32_t u32(int col) const { return static_cast<uint32_t>(sqlite3_column_int64(s_, col)); }
     double real(int col) const { return sqlite3_column_double(s_, col); }
@@ -271,6 +272,9 @@ std::string hash_tag(std::string_view text);
 // album); a catalogue of an earlier schema opened read-only stores them all.
 std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, uint32_t number);
 inline constexpr const char *kTrackTui = "coalesce(t.tui, a.tui || '-' || t.disc_number || '-' || t.number)";
+// A track's tag when none is given, from its identifier and title; NULL in
+// tracks.tag where it is this one.
+std::string derived_track_tag(std::string_view tui, std::string_view title);
 // The track whose identifier is `tui`, stored or derived (0 for none).
 Status find_track_by_tui(Catalogue::Impl &impl, std::string_view tui, int64_t &track_id);
 

@@ -640,8 +640,8 @@ class Searcher {
             hit.number = q.u32(2);
             hit.position = q.u32(3);
             hit.tui = q.text(4);
-            hit.tag = q.text(5);
             hit.title = q.text(6);
+            hit.tag = q.null(5) ? derived_track_tag(hit.tui, hit.title) : q.text(5);
             hit.artist = q.text(7).empty() ? q.text(11) : q.text(7);
             hit.duration_ms = q.u32(8);
             hit.album_title = q.text(9);
