@@ -389,11 +389,7 @@ void expect_same_answers(Catalogue &cat, const std::vector<uint32_t> &toc, size_
         ASSERT_TRUE(cat.lookup_toc(toc, range, fast).ok());
         ASSERT_TRUE(cat.lookup_toc_linear(toc, range, slow).ok());
         const std::string what = toc_text(toc);
-        ASSERT_EQ(fast.kind, slow.kind) << what;
-        ASSERT_EQ(fast.total, slow.total) << what;
-        ASSERT_EQ(fast.range_start, slow.range_start) << what;
-        ASSERT_EQ(fast.range_end, slow.range_end) << what;
-        ASSERT_EQ(fast.hits.size(), slow.hits.size()) << what;
+        ASSERT_NO_FATAL_FAILURE(catalogue_test::expect_same_page(fast, slow, what));
         for (size_t i = 0; i < fast.hits.size(); ++i) {
             const TocHit &a = fast.hits[i], &b = slow.hits[i];
             EXPECT_EQ(std::tie(a.album_id, a.disc_id, a.disc_number, a.disc_count, a.album_track_count, a.tui, a.tag,

@@ -1332,30 +1332,6 @@ Status read_track_contributors(Catalogue::Impl &impl, Disc &disc) {
     return {};
 }
 
-// One read transaction over the statements of a read, instead of one
-// begun and ended by each statement; nothing where a transaction is open.
-class ReadTransaction {
-   public:
-    explicit ReadTransaction(Catalogue::Impl &impl) : impl_(impl) {
-        if (!sqlite3_get_autocommit(impl.db)) return;
-        Status st;
-        Stmt q(impl.prepare("BEGIN", st));
-        open_ = q && q.step() == SQLITE_DONE;
-    }
-    ~ReadTransaction() {
-        if (!open_) return;
-        Status st;
-        Stmt q(impl_.prepare("COMMIT", st));
-        if (q) q.step();
-    }
-    ReadTransaction(const ReadTransaction &) = delete;
-    ReadTransaction &operator=(const ReadTransaction &) = delete;
-
-   private:
-    Catalogue::Impl &impl_;
-    bool open_ = false;
-};
-
 }  // namespace
 
 Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {

@@ -152,6 +152,19 @@ struct Catalogue::Impl {
         } version;
     };
     std::optional<AlbumCopy> last_album;
+    // The spelling word list (spell_words) in memory, in term order, for
+    // the hundreds of lookups one misspelt word makes (see search.cpp).
+    // It is read on the second search that needs it at one state of the
+    // file, so a process that searches once pays no more than before.
+    struct WordList {
+        AlbumCopy::Version version;
+        uint32_t wanted = 0;  // searches at this version that needed it
+        bool loaded = false;
+        bool too_large = false;         // over kMaxWordListBytes: looked up in the file
+        std::string text;               // the words, one after another
+        std::vector<uint32_t> starts;  // where each word starts in `text`, then text.size()
+    } word_list;
+    static constexpr size_t kMaxWordListBytes = 8u << 20;
     int64_t search_candidate_cap = kCandidateCap;  // smaller only in tests of the cap
     // While an import runs, virtual-table index rows wait in `index_rows`
     // (see IndexRows) until flush_index(): before each commit, before
@@ -222,6 +235,30 @@ struct Catalogue::Impl {
     Status refresh_spelling();
     // Notes that the word list no longer matches the text indexes.
     Status mark_changed();
+};
+
+// One read transaction over the statements of a read, instead of one
+// begun and ended by each statement; nothing where a transaction is open.
+class ReadTransaction {
+   public:
+    explicit ReadTransaction(Catalogue::Impl &impl) : impl_(impl) {
+        if (!sqlite3_get_autocommit(impl.db)) return;
+        Status st;
+        Stmt q(impl.prepare("BEGIN", st));
+        open_ = q && q.step() == SQLITE_DONE;
+    }
+    ~ReadTransaction() {
+        if (!open_) return;
+        Status st;
+        Stmt q(impl_.prepare("COMMIT", st));
+        if (q) q.step();
+    }
+    ReadTransaction(const ReadTransaction &) = delete;
+    ReadTransaction &operator=(const ReadTransaction &) = delete;
+
+   private:
+    Catalogue::Impl &impl_;
+    bool open_ = false;
 };
 
 // Runs `body` and turns anything thrown into a status.
