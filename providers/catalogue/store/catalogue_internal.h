@@ -54,11 +54,19 @@ class Stmt {
     }
     void bind(int i, const std::string &v) { bind(i, std::string_view(v)); }
     void bind(int i, const char *v) { bind(i, std::string_view(v)); }
+    // A text, or NULL for none.
+    void bind(int i, const std::string *v) {
+        if (v)
+            bind(i, *v);
+        else
+            sqlite3_bind_null(s_, i);
+    }
     int step() {
         const int rc = sqlite3_step(s_);
         if (rc != SQLITE_ROW && rc != SQLITE_DONE && is_damage(rc) && !damage_met) damage_met = rc;
         return rc;
     }
+    bool null(int col) const { return sqlite3_column_type(s_, col) == SQLITE_NULL; }
     int64_t i64(int col) const { return sqlite3_column_int64(s_, col); }
     uint32_t u32(int col) const { return static_cast<uint32_t>(sqlite3_column_int64(s_, col)); }
     double real(int col) const { return sqlite3_column_double(s_, col); }
@@ -324,6 +332,18 @@ void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> 
 
 // 32-bit FNV-1a as 8 hex digits: the tags of generated identifiers.
 std::string hash_tag(std::string_view text);
+
+// A track's identifier when none is given: its album's, its disc number and
+// its number. The tracks table stores NULL for an identifier of this form
+// and readers derive it again, in SQL through kTrackTui (t the track, a its
+// album); a catalogue of an earlier schema opened read-only stores them all.
+std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, uint32_t number);
+inline constexpr const char *kTrackTui = "coalesce(t.tui, a.tui || '-' || t.disc_number || '-' || t.number)";
+// A track's tag when none is given, from its identifier and title; NULL in
+// tracks.tag where it is this one.
+std::string derived_track_tag(std::string_view tui, std::string_view title);
+// The track whose identifier is `tui`, stored or derived (0 for none).
+Status find_track_by_tui(Catalogue::Impl &impl, std::string_view tui, int64_t &track_id);
 
 }  // namespace catalogue
 
