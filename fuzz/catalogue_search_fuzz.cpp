@@ -6,7 +6,9 @@
 // Properties:
 //  - search_albums and its reference reading agree on every query: the same
 //    status and message, kind, total, served range, and the same hits with
-//    the same fields, scores, ranks and matched tracks, in the same order;
+//    the same fields, scores, ranks and matched tracks, in the same order
+//    (from the second search on, the fast reading corrects words from the
+//    word list held in memory, the reference from the file);
 //  - QueryWords scores every pair of lines as text_similarity and
 //    text_coverage do, and the bounded edit distance of their first words
 //    is edit_distance up to two.

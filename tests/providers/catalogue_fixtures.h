@@ -50,6 +50,18 @@ inline int64_t add(catalogue::Catalogue &cat, catalogue::Album album) {
     return album.id;
 }
 
+// Two readings of one query (a fast one and its reference) agree on the
+// kind, total and served range of their page, and on its number of hits;
+// call through ASSERT_NO_FATAL_FAILURE before comparing the hits.
+template <typename Result>
+void expect_same_page(const Result &a, const Result &b, const std::string &what) {
+    ASSERT_EQ(a.kind, b.kind) << what;
+    ASSERT_EQ(a.total, b.total) << what;
+    ASSERT_EQ(a.range_start, b.range_start) << what;
+    ASSERT_EQ(a.range_end, b.range_end) << what;
+    ASSERT_EQ(a.hits.size(), b.hits.size()) << what;
+}
+
 // A fresh folder under /tmp (the test removes it), and a file of `text`.
 inline std::string temp_dir() {
     char tmpl[] = "/tmp/catalogue_test_XXXXXX";

@@ -84,11 +84,7 @@ TextQuery random_query(std::mt19937 &rng) {
 }
 
 void expect_same(const AlbumSearchResult &a, const AlbumSearchResult &b, const std::string &what) {
-    ASSERT_EQ(a.kind, b.kind) << what;
-    ASSERT_EQ(a.total, b.total) << what;
-    ASSERT_EQ(a.range_start, b.range_start) << what;
-    ASSERT_EQ(a.range_end, b.range_end) << what;
-    ASSERT_EQ(a.hits.size(), b.hits.size()) << what;
+    ASSERT_NO_FATAL_FAILURE(catalogue_test::expect_same_page(a, b, what));
     for (size_t i = 0; i < a.hits.size(); ++i) {
         const AlbumHit &x = a.hits[i], &y = b.hits[i];
         ASSERT_EQ(x.album_id, y.album_id) << what << " #" << i;
@@ -193,4 +189,37 @@ TEST(CatalogueSearchReference, QueryWordsAgreeWithTextSimilarity) {
         const std::string a = mistype(rng, kWords[rng() % std::size(kWords)]), b = kWords[rng() % std::size(kWords)];
         ASSERT_EQ(edit_distance_within_two(a, b), std::min<uint32_t>(edit_distance(a, b), 3)) << a << " / " << b;
     }
+}
+
+// Corrections come from the word list held in memory once a connection has
+// searched twice; it follows words added through the same connection and
+// through another one, as the reference (every word looked up in the file)
+// does.
+TEST(CatalogueSearchReference, WordListFollowsTheFile) {
+    const std::string dir = catalogue_test::temp_dir(), path = dir + "/c.db";
+    std::unique_ptr<Catalogue> cat, other;
+    ASSERT_TRUE(Catalogue::open(path, cat).ok());
+    ASSERT_TRUE(Catalogue::open(path, other).ok());
+    catalogue_test::add(*cat, catalogue_test::make_album("Orchard", "Mira Solenne", {"One"}));
+    auto total = [](Catalogue &c, const char *title) {
+        TextQuery q;
+        q.album_title = title;
+        AlbumSearchResult fast, slow;
+        EXPECT_TRUE(c.search_albums(q, {1, 10}, fast).ok());
+        EXPECT_TRUE(c.search_albums_reference(q, {1, 10}, slow).ok());
+        expect_same(fast, slow, title);
+        return fast.total;
+    };
+    // Words of five letters or fewer are corrected by single edits alone.
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(total(*cat, "cmoet"), 0u);
+    catalogue_test::add(*cat, catalogue_test::make_album("Comet", "Nunu Roan", {"Two"}));
+    EXPECT_EQ(total(*cat, "cmoet"), 1u);  // a swap, one edit away
+    EXPECT_EQ(total(*cat, "ecoh"), 0u);
+    catalogue_test::add(*other, catalogue_test::make_album("Echo", "Sane Tenro", {"Three"}));
+    ASSERT_TRUE(other->refresh_spelling().ok());
+    EXPECT_EQ(total(*cat, "ecoh"), 1u);
+    EXPECT_EQ(total(*cat, "cmoet"), 1u);
+    cat.reset();
+    other.reset();
+    std::filesystem::remove_all(dir);
 }

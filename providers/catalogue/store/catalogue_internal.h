@@ -41,7 +41,15 @@ class Stmt {
     }
     void bind(int i, const std::string &v) { bind(i, std::string_view(v)); }
     void bind(int i, const char *v) { bind(i, std::string_view(v)); }
+    // A text, or NULL for none.
+    void bind(int i, const std::string *v) {
+        if (v)
+            bind(i, *v);
+        else
+            sqlite3_bind_null(s_, i);
+    }
     int step() { return sqlite3_step(s_); }
+    bool null(int col) const { return sqlite3_column_type(s_, col) == SQLITE_NULL; }
     int64_t i64(int col) const { return sqlite3_column_int64(s_, col); }
     uint32_t u32(int col) const { return static_cast<uint32_t>(sqlite3_column_int64(s_, col)); }
     double real(int col) const { return sqlite3_column_double(s_, col); }
@@ -144,6 +152,19 @@ struct Catalogue::Impl {
         } version;
     };
     std::optional<AlbumCopy> last_album;
+    // The spelling word list (spell_words) in memory, in term order, for
+    // the hundreds of lookups one misspelt word makes (see search.cpp).
+    // It is read on the second search that needs it at one state of the
+    // file, so a process that searches once pays no more than before.
+    struct WordList {
+        AlbumCopy::Version version;
+        uint32_t wanted = 0;  // searches at this version that needed it
+        bool loaded = false;
+        bool too_large = false;         // over kMaxWordListBytes: looked up in the file
+        std::string text;               // the words, one after another
+        std::vector<uint32_t> starts;  // where each word starts in `text`, then text.size()
+    } word_list;
+    static constexpr size_t kMaxWordListBytes = 8u << 20;
     int64_t search_candidate_cap = kCandidateCap;  // smaller only in tests of the cap
     // While an import runs, virtual-table index rows wait in `index_rows`
     // (see IndexRows) until flush_index(): before each commit, before
@@ -216,6 +237,30 @@ struct Catalogue::Impl {
     Status mark_changed();
 };
 
+// One read transaction over the statements of a read, instead of one
+// begun and ended by each statement; nothing where a transaction is open.
+class ReadTransaction {
+   public:
+    explicit ReadTransaction(Catalogue::Impl &impl) : impl_(impl) {
+        if (!sqlite3_get_autocommit(impl.db)) return;
+        Status st;
+        Stmt q(impl.prepare("BEGIN", st));
+        open_ = q && q.step() == SQLITE_DONE;
+    }
+    ~ReadTransaction() {
+        if (!open_) return;
+        Status st;
+        Stmt q(impl_.prepare("COMMIT", st));
+        if (q) q.step();
+    }
+    ReadTransaction(const ReadTransaction &) = delete;
+    ReadTransaction &operator=(const ReadTransaction &) = delete;
+
+   private:
+    Catalogue::Impl &impl_;
+    bool open_ = false;
+};
+
 // Runs `body` and turns anything thrown into a status.
 template <typename Body>
 Status guarded(Body &&body) noexcept {
@@ -257,6 +302,18 @@ void take_page(std::vector<Hit> &all, Range range, Page &page, std::vector<Hit> 
 
 // 32-bit FNV-1a as 8 hex digits: the tags of generated identifiers.
 std::string hash_tag(std::string_view text);
+
+// A track's identifier when none is given: its album's, its disc number and
+// its number. The tracks table stores NULL for an identifier of this form
+// and readers derive it again, in SQL through kTrackTui (t the track, a its
+// album); a catalogue of an earlier schema opened read-only stores them all.
+std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, uint32_t number);
+inline constexpr const char *kTrackTui = "coalesce(t.tui, a.tui || '-' || t.disc_number || '-' || t.number)";
+// A track's tag when none is given, from its identifier and title; NULL in
+// tracks.tag where it is this one.
+std::string derived_track_tag(std::string_view tui, std::string_view title);
+// The track whose identifier is `tui`, stored or derived (0 for none).
+Status find_track_by_tui(Catalogue::Impl &impl, std::string_view tui, int64_t &track_id);
 
 }  // namespace catalogue
 

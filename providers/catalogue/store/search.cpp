@@ -221,6 +221,21 @@ class Searcher {
         return rc == SQLITE_DONE ? Status{} : impl_.db_error("track search");
     }
 
+    // The best cap_ rows (by rank_order) of a statement matching `match`,
+    // read in no order; `make` makes a Row of the statement's row.
+    template <typename Row, typename Make>
+    Status best_rows(const char *sql, const std::string &match, const char *what, std::vector<Row> &rows, Make make) {
+        Status st;
+        Stmt q(impl_.prepare(sql, st));
+        if (!q) return st;
+        q.bind(1, match);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) add_bounded(rows, make(q), cap_);
+        if (rc != SQLITE_DONE) return impl_.db_error(what);
+        keep_best(rows, cap_);
+        return {};
+    }
+
     // The candidates album_matches finds, with the title and artist of each
     // album read in the same query. FTS5 computes the rank of every matching
     // row whether the rows are asked in rank order or not; asked in order,
@@ -234,19 +249,12 @@ class Searcher {
             std::string title, artist;
         };
         std::vector<Row> rows;
-        {
-            Status st;
-            Stmt q(impl_.prepare("SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
-                                 " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
-                                 st));
-            if (!q) return st;
-            q.bind(1, match);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW)
-                add_bounded(rows, Row{q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)}, cap_);
-            if (rc != SQLITE_DONE) return impl_.db_error("album search");
-        }
-        keep_best(rows, cap_);
+        Status st = best_rows("SELECT f.rowid, f.rank, a.id IS NOT NULL, a.title, a.artist FROM album_fts f"
+                              " LEFT JOIN albums a ON a.id = f.rowid WHERE album_fts MATCH ?",
+                              match, "album search", rows, [](const Stmt &q) {
+                                  return Row{q.i64(0), q.real(1), q.i64(2) != 0, q.text(3), q.text(4)};
+                              });
+        if (!st.ok()) return st;
         for (Row &r : rows) {
             Candidate &c = out[r.id];
             c.rank = r.rank;
@@ -265,18 +273,11 @@ class Searcher {
             double rank;
         };
         std::vector<Row> rows;
-        {
-            Status st;
-            Stmt q(impl_.prepare("SELECT t.id, t.album_id, f.rank FROM track_fts f JOIN tracks t ON t.id = f.rowid"
-                                 " WHERE track_fts MATCH ?",
-                                 st));
-            if (!q) return st;
-            q.bind(1, match);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW) add_bounded(rows, Row{q.i64(0), q.i64(1), q.real(2)}, cap_);
-            if (rc != SQLITE_DONE) return impl_.db_error("track search");
-        }
-        keep_best(rows, cap_);
+        Status st = best_rows("SELECT t.id, t.album_id, f.rank FROM track_fts f JOIN tracks t ON t.id = f.rowid"
+                              " WHERE track_fts MATCH ?",
+                              match, "track search", rows,
+                              [](const Stmt &q) { return Row{q.i64(0), q.i64(1), q.real(2)}; });
+        if (!st.ok()) return st;
         std::sort(rows.begin(), rows.end(), rank_order<Row>);
         for (const Row &r : rows) {
             auto [it, inserted] = out.try_emplace(r.album);
@@ -338,11 +339,15 @@ class Searcher {
 
     // Albums of `query`, scored, in order; only the hits of `page` need be
     // complete and in place (the others keep their scores, title and
-    // artist). `fast` false is the plain reading of the search: each
-    // candidate expression read in FTS rank order, each candidate read and
-    // scored by itself, all of them sorted. The fast reading gives the same
-    // hits (see album_rows, track_rows, tracks_outside, QueryWords).
+    // artist). `fast` false is the plain reading of the search: every word
+    // looked up in the file, each candidate expression read in FTS rank
+    // order, each candidate read and scored by itself, all of them sorted.
+    // The fast reading gives the same
+    // hits (see album_rows, track_rows, tracks_outside, QueryWords,
+    // word_list).
     Status albums(const TextQuery &query, std::vector<AlbumHit> &out, bool fast, Range page, bool complete = true) {
+        // The reference looks every word up in the file.
+        if (!fast) list_checked_ = true, list_ = nullptr;
         Status st = prepare_spelling();
         if (!st.ok()) return st;
         std::vector<Candidates> sets;
@@ -627,9 +632,9 @@ class Searcher {
         out.clear();
         for (const auto &[id, rank] : found) {
             TrackHit hit;
-            Stmt q(impl_.prepare("SELECT t.album_id, t.disc_number, t.number, t.position, t.tui, t.tag, t.title,"
-                                 " t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t JOIN albums a ON"
-                                 " a.id = t.album_id WHERE t.id = ?",
+            Stmt q(impl_.prepare(std::string("SELECT t.album_id, t.disc_number, t.number, t.position, ") + kTrackTui +
+                                     ", t.tag, t.title, t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t"
+                                     " JOIN albums a ON a.id = t.album_id WHERE t.id = ?",
                                  st));
             if (!q) return st;
             q.bind(1, id);
@@ -640,8 +645,8 @@ class Searcher {
             hit.number = q.u32(2);
             hit.position = q.u32(3);
             hit.tui = q.text(4);
-            hit.tag = q.text(5);
             hit.title = q.text(6);
+            hit.tag = q.null(5) ? derived_track_tag(hit.tui, hit.title) : q.text(5);
             hit.artist = q.text(7).empty() ? q.text(11) : q.text(7);
             hit.duration_ms = q.u32(8);
             hit.album_title = q.text(9);
@@ -821,14 +826,9 @@ class Searcher {
         bool prefix = length >= 3;
         out = "(\"" + word + "\"" + (prefix ? " *" : "");
         if (terms) terms->push_back({word, prefix});
-        Status st;
         bool known = false;
-        {
-            Stmt q(impl_.prepare("SELECT 1 FROM spell_words WHERE term >= ?1 AND term < ?1 || x'f48fbfbf' LIMIT 1", st));
-            if (!q) return st;
-            q.bind(1, word);
-            known = q.step() == SQLITE_ROW;
-        }
+        Status st = has_word(word, true, known);
+        if (!st.ok()) return st;
         if (!known && length >= 4 && length <= kMaxCorrectedWord) {
             const std::vector<std::string> chars = characters(word);
             std::vector<std::pair<uint32_t, std::string>> close;
@@ -838,29 +838,35 @@ class Searcher {
             // trigram with the right spelling.
             if (ascii) {
                 static constexpr std::string_view kAlphabet = "abcdefghijklmnopqrstuvwxyz0123456789";
-                std::unordered_set<std::string> variants;
+                // Edits that give a variant twice, or the word itself (no
+                // indexed word starts with it), add nothing: the list of
+                // close words is sorted and made unique below.
+                std::string v;
+                auto look_up = [&]() -> Status {
+                    bool found = false;
+                    Status s = has_word(v, false, found);
+                    if (s.ok() && found) close.emplace_back(1, v);
+                    return s;
+                };
                 for (size_t i = 0; i <= word.size(); ++i) {
-                    if (i < word.size()) variants.insert(word.substr(0, i) + word.substr(i + 1));
+                    if (i < word.size()) {
+                        v.assign(word).erase(i, 1);
+                        if (!(st = look_up()).ok()) return st;
+                    }
                     if (i + 1 < word.size()) {
-                        std::string t = word;
-                        std::swap(t[i], t[i + 1]);
-                        variants.insert(t);
+                        v.assign(word);
+                        std::swap(v[i], v[i + 1]);
+                        if (!(st = look_up()).ok()) return st;
                     }
                     for (char c : kAlphabet) {
-                        variants.insert(word.substr(0, i) + c + word.substr(i));
+                        v.assign(word).insert(i, 1, c);
+                        if (!(st = look_up()).ok()) return st;
                         if (i < word.size() && word[i] != c) {
-                            std::string t = word;
-                            t[i] = c;
-                            variants.insert(t);
+                            v.assign(word);
+                            v[i] = c;
+                            if (!(st = look_up()).ok()) return st;
                         }
                     }
-                }
-                variants.erase(word);
-                for (const auto &v : variants) {
-                    Stmt q(impl_.prepare("SELECT 1 FROM spell_words WHERE term = ?", st));
-                    if (!q) return st;
-                    q.bind(1, v);
-                    if (q.step() == SQLITE_ROW) close.emplace_back(1, v);
                 }
             }
             // Longer or non-ASCII words: indexed words sharing trigrams, kept
@@ -880,7 +886,7 @@ class Searcher {
                 q.bind(1, match);
                 while (q.step() == SQLITE_ROW) {
                     std::string term = q.text(0);
-                    uint32_t d = edit_distance(word, term);
+                    const uint32_t d = edit_distance_within_two(word, term);  // exact up to two
                     if (d <= max_distance) close.emplace_back(d, std::move(term));
                 }
             }
@@ -895,8 +901,116 @@ class Searcher {
         return {};
     }
 
+    using WordList = Catalogue::Impl::WordList;
+
+    // The word list in memory, read or dropped as the state of the file
+    // asks; null while the words are looked up in the file. Checked once
+    // per search.
+    Status word_list(const WordList *&out) {
+        if (!list_checked_) {
+            list_checked_ = true;
+            WordList &list = impl_.word_list;
+            Catalogue::Impl::AlbumCopy::Version version{sqlite3_total_changes64(impl_.db), 0};
+            {
+                Status st;
+                Stmt q(impl_.prepare("PRAGMA data_version", st));
+                if (!q) return st;
+                if (q.step() != SQLITE_ROW) return impl_.db_error("read word list");
+                version.data = q.i64(0);
+            }
+            if (!(list.version == version)) {
+                drop_words(list);
+                list.version = version;
+                list.wanted = 0;
+                list.too_large = false;
+            }
+            if (!list.loaded && !list.too_large && ++list.wanted >= 2) {
+                Status st = load_word_list(list);
+                if (!st.ok()) return st;
+            }
+            list_ = list.loaded ? &list : nullptr;
+        }
+        out = list_;
+        return {};
+    }
+
+    static void drop_words(WordList &list) {
+        list.loaded = false;
+        std::string().swap(list.text);
+        std::vector<uint32_t>().swap(list.starts);
+    }
+
+    // Reads spell_words whole, in term order (the order of its unique
+    // index: bytes compared as memcmp compares them). A list over
+    // kMaxWordListBytes stays in the file.
+    Status load_word_list(WordList &list) {
+        Status st;
+        Stmt q(impl_.prepare("SELECT term FROM spell_words ORDER BY term", st));
+        if (!q) return st;
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            const auto *p = reinterpret_cast<const char *>(sqlite3_column_text(q.get(), 0));
+            const std::string_view term(p ? p : "", static_cast<size_t>(sqlite3_column_bytes(q.get(), 0)));
+            const bool ordered = list.starts.empty() || std::string_view(list.text).substr(list.starts.back()) < term;
+            if (!ordered || list.text.size() + term.size() + 4 * (list.starts.size() + 2) >
+                                Catalogue::Impl::kMaxWordListBytes) {
+                drop_words(list);
+                list.too_large = true;
+                return {};
+            }
+            list.starts.push_back(static_cast<uint32_t>(list.text.size()));
+            list.text += term;
+        }
+        if (rc != SQLITE_DONE) {
+            drop_words(list);
+            return impl_.db_error("read word list");
+        }
+        list.starts.push_back(static_cast<uint32_t>(list.text.size()));
+        list.loaded = true;
+        return {};
+    }
+
+    // Whether the word list holds `term` or, with `prefix`, a word in
+    // [term, term + U+10FFFF): one that starts with it.
+    Status has_word(std::string_view term, bool prefix, bool &found) {
+        const WordList *list = nullptr;
+        Status st = word_list(list);
+        if (!st.ok()) return st;
+        if (!list) {
+            Stmt q(impl_.prepare(prefix ? "SELECT 1 FROM spell_words WHERE term >= ?1 AND term < ?1 || x'f48fbfbf' LIMIT 1"
+                                        : "SELECT 1 FROM spell_words WHERE term = ?",
+                                 st));
+            if (!q) return st;
+            q.bind(1, term);
+            found = q.step() == SQLITE_ROW;
+            return {};
+        }
+        const size_t n = list->starts.size() - 1;
+        auto word = [&](size_t i) {
+            return std::string_view(list->text).substr(list->starts[i], list->starts[i + 1] - list->starts[i]);
+        };
+        size_t lo = 0, hi = n;
+        while (lo < hi) {
+            const size_t mid = lo + (hi - lo) / 2;
+            if (word(mid) < term) lo = mid + 1;
+            else hi = mid;
+        }
+        if (lo == n) {
+            found = false;
+        } else if (!prefix) {
+            found = word(lo) == term;
+        } else {
+            std::string end(term);
+            end += "\xF4\x8F\xBF\xBF";
+            found = word(lo) < end;
+        }
+        return {};
+    }
+
     Catalogue::Impl &impl_;
     const int64_t cap_;  // candidates of each FTS expression
+    bool list_checked_ = false;
+    const WordList *list_ = nullptr;
 };
 
 }  // namespace
@@ -920,7 +1034,12 @@ Status paged_search(Impl &impl, Range range, Result &out, Search search) {
     std::lock_guard lock(impl.mutex);
     std::vector<typename decltype(Result::hits)::value_type> all;
     Searcher searcher(impl);
-    Status st = search(searcher, all);
+    // The word list is brought up to date first (a write), then every
+    // statement of the search reads in one transaction.
+    Status st = searcher.prepare_spelling();
+    if (!st.ok()) return st;
+    ReadTransaction transaction(impl);
+    st = search(searcher, all);
     if (!st.ok()) return st;
     Result result;
     result.kind = kind_of(all.size());
@@ -971,9 +1090,12 @@ Status Catalogue::search_matches(const TextQuery &given, Range range, MatchSearc
         if (Status st = check_range(range); !st.ok()) return st;
         std::lock_guard lock(impl_->mutex);
         Searcher searcher(*impl_);
+        Status st = searcher.prepare_spelling();
+        if (!st.ok()) return st;
+        ReadTransaction transaction(*impl_);
         std::vector<AlbumHit> albums;
         // Every album hit in order; only their titles and scores are used.
-        Status st = searcher.albums(query, albums, true, {1, UINT32_MAX}, false);
+        st = searcher.albums(query, albums, true, {1, UINT32_MAX}, false);
         if (!st.ok()) return st;
         std::vector<MatchHit> all;
         for (const auto &a : albums) {
