@@ -127,7 +127,7 @@ TEST(CatalogueDiscId, MigrationOfSchemaOne) {
     sqlite3_stmt *q = nullptr;
     ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT value FROM meta WHERE key = 'schema'", -1, &q, nullptr), SQLITE_OK);
     ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
-    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 0)), "5");
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 0)), std::to_string(catalogue::kSchemaVersion).c_str());
     sqlite3_finalize(q);
     sqlite3_close(db);
     for (const char *suffix : {"", "-wal", "-shm"}) std::remove((std::string(name) + suffix).c_str());

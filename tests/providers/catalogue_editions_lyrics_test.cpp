@@ -312,8 +312,8 @@ TEST_F(CatalogueMigration, EarlierSchemaOpensMigratedWithItsAlbumsAndOneCopyOfEa
             ASSERT_TRUE(cat->lookup_toc("150 20000 40000 60000", {1, 10}, r).ok());
             expect_edition(r.hits[0], {"ed-uk", "GB", "1999-03-02", "Harbour House", "HH 101", "5012345678900", "CD"});
         }
-        EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "5;");
-        EXPECT_EQ(query("PRAGMA user_version"), "5;");
+        EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), std::to_string(kSchemaVersion) + ";");
+        EXPECT_EQ(query("PRAGMA user_version"), std::to_string(kSchemaVersion) + ";");
         EXPECT_EQ(query("SELECT count(*) FROM lyrics WHERE natural_key = ''"), "0;");
         EXPECT_EQ(query("SELECT count(*) FROM toc_shape"), "2;");
     }

@@ -500,7 +500,7 @@ TEST(CatalogueToc, EarlierSchemaGetsItsShapeIndex) {
                                  -1, &q, nullptr),
               SQLITE_OK);
     ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
-    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 0)), "5");
+    EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 0)), std::to_string(catalogue::kSchemaVersion).c_str());
     EXPECT_EQ(sqlite3_column_int(q, 1), 1);
     // Three tracks: the first two end before the lead-out.
     EXPECT_STREQ(reinterpret_cast<const char *>(sqlite3_column_text(q, 2)), "3 41075 14522 12695 0");

@@ -28,7 +28,8 @@ CREATE TABLE IF NOT EXISTS albums(
   language TEXT NOT NULL, source TEXT NOT NULL, source_id TEXT NOT NULL,
   track_count INTEGER NOT NULL, disc_count INTEGER NOT NULL,
   country TEXT NOT NULL DEFAULT '', release_date TEXT NOT NULL DEFAULT '',
-  catalogue_number TEXT NOT NULL DEFAULT '', barcode TEXT NOT NULL DEFAULT '');
+  catalogue_number TEXT NOT NULL DEFAULT '', barcode TEXT NOT NULL DEFAULT '',
+  digest TEXT NOT NULL DEFAULT '');  -- see album_digest()
 CREATE TABLE IF NOT EXISTS discs(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
@@ -58,7 +59,9 @@ CREATE TABLE IF NOT EXISTS tracks(
   disc_id INTEGER NOT NULL REFERENCES discs(id) ON DELETE CASCADE,
   disc_number INTEGER NOT NULL, number INTEGER NOT NULL, position INTEGER NOT NULL,
   title TEXT NOT NULL, artist TEXT NOT NULL, duration_ms INTEGER NOT NULL,
-  tui TEXT NOT NULL UNIQUE, tag TEXT NOT NULL, source_id TEXT NOT NULL);
+  tui TEXT,                      -- NULL where it is the derived one (see derived_track_tui)
+  tag TEXT,                      -- NULL where it is the derived one (see derived_track_tag)
+  source_id TEXT NOT NULL);
 CREATE INDEX IF NOT EXISTS tracks_album ON tracks(album_id, position);
 CREATE INDEX IF NOT EXISTS tracks_disc ON tracks(disc_id);
 CREATE TABLE IF NOT EXISTS album_contributors(
@@ -81,14 +84,16 @@ CREATE TABLE IF NOT EXISTS lyrics(
 CREATE INDEX IF NOT EXISTS lyrics_album ON lyrics(album_tui);
 -- Ids are never reused, so an id held elsewhere cannot come to mean another row.
 -- Text indexes hold search keys (see fold()), rowid = the row they index.
+-- Searches ask for prefixes of three or more characters only, so a prefix
+-- index of three is the one that serves.
 CREATE VIRTUAL TABLE IF NOT EXISTS album_fts USING fts5(title, artist,
-  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+  tokenize='unicode61 remove_diacritics 2', prefix='3');
 CREATE VIRTUAL TABLE IF NOT EXISTS track_fts USING fts5(title, artist, composer,
-  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+  tokenize='unicode61 remove_diacritics 2', prefix='3');
 CREATE VIRTUAL TABLE IF NOT EXISTS artist_fts USING fts5(name,
-  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+  tokenize='unicode61 remove_diacritics 2', prefix='3');
 CREATE VIRTUAL TABLE IF NOT EXISTS lyric_fts USING fts5(title, artist, text,
-  tokenize='unicode61 remove_diacritics 2', prefix='2 3');
+  tokenize='unicode61 remove_diacritics 2', prefix='3');
 CREATE VIRTUAL TABLE IF NOT EXISTS album_vocab USING fts5vocab(album_fts, row);
 CREATE VIRTUAL TABLE IF NOT EXISTS track_vocab USING fts5vocab(track_fts, row);
 CREATE VIRTUAL TABLE IF NOT EXISTS artist_vocab USING fts5vocab(artist_fts, row);
@@ -110,6 +115,7 @@ END;
 // Indexes on columns that migrations add, made once the columns exist.
 constexpr const char *kLateIndexes = R"sql(
 CREATE UNIQUE INDEX IF NOT EXISTS lyrics_key ON lyrics(natural_key);
+CREATE UNIQUE INDEX IF NOT EXISTS tracks_tui ON tracks(tui) WHERE tui IS NOT NULL;
 )sql";
 
 // The schema number of a catalogue's 'schema' row when it is one this
@@ -151,6 +157,70 @@ std::string hash_tag(std::string_view text) {
     char buffer[16];
     std::snprintf(buffer, sizeof buffer, "%08x", h);
     return buffer;
+}
+
+std::string derived_track_tag(std::string_view tui, std::string_view title) {
+    std::string basis(tui);
+    basis += '|';
+    basis += title;
+    return hash_tag(basis);
+}
+
+std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, uint32_t number) {
+    std::string tui(album_tui);
+    tui += '-';
+    tui += std::to_string(disc_number);
+    tui += '-';
+    tui += std::to_string(number);
+    return tui;
+}
+
+namespace {
+
+// A number as derived_track_tui writes it (no sign, no leading zero).
+bool parse_tui_number(std::string_view text, uint32_t &out) {
+    if (text.empty() || text.size() > 10 || (text[0] == '0' && text.size() > 1)) return false;
+    uint64_t n = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        n = n * 10 + static_cast<uint64_t>(c - '0');
+    }
+    if (n > UINT32_MAX) return false;
+    out = static_cast<uint32_t>(n);
+    return true;
+}
+
+}  // namespace
+
+Status find_track_by_tui(Catalogue::Impl &impl, std::string_view tui, int64_t &track_id) {
+    track_id = 0;
+    Status st;
+    {
+        Stmt q(impl.prepare("SELECT id FROM tracks WHERE tui = ?", st));
+        if (!q) return st;
+        q.bind(1, tui);
+        if (q.step() == SQLITE_ROW) {
+            track_id = q.i64(0);
+            return {};
+        }
+    }
+    // A derived identifier: the album's, then "-disc-number" (read from the right).
+    const size_t last = tui.rfind('-');
+    if (last == std::string_view::npos || last == 0) return {};
+    const size_t middle = tui.rfind('-', last - 1);
+    uint32_t disc = 0, number = 0;
+    if (middle == std::string_view::npos || !parse_tui_number(tui.substr(middle + 1, last - middle - 1), disc) ||
+        !parse_tui_number(tui.substr(last + 1), number))
+        return {};
+    Stmt q(impl.prepare("SELECT t.id FROM albums a JOIN tracks t ON t.album_id = a.id WHERE a.tui = ?"
+                        " AND t.disc_number = ? AND t.number = ? AND t.tui IS NULL ORDER BY t.id LIMIT 1",
+                        st));
+    if (!q) return st;
+    q.bind(1, tui.substr(0, middle));
+    q.bind(2, int64_t{disc});
+    q.bind(3, int64_t{number});
+    if (q.step() == SQLITE_ROW) track_id = q.i64(0);
+    return {};
 }
 
 // ---- Impl -------------------------------------------------------------------------
@@ -275,9 +345,8 @@ void fill_identifiers(Album &album) {
     if (album.tag.empty()) album.tag = hash_tag(album.tui + "|" + album.title);
     for (auto &disc : album.discs)
         for (auto &track : disc.tracks) {
-            if (track.tui.empty())
-                track.tui = album.tui + "-" + std::to_string(disc.number) + "-" + std::to_string(track.number);
-            if (track.tag.empty()) track.tag = hash_tag(track.tui + "|" + track.title);
+            if (track.tui.empty()) track.tui = derived_track_tui(album.tui, disc.number, track.number);
+            if (track.tag.empty()) track.tag = derived_track_tag(track.tui, track.title);
         }
 }
 
@@ -285,9 +354,7 @@ void fill_identifiers(Album &album) {
 // with it; an older revision than the stored one is refused.
 Status replaced_album(Catalogue::Impl &impl, const Album &album, int64_t &existing, std::string &digest) {
     Status st;
-    Stmt q(impl.prepare("SELECT id, revision, (SELECT value FROM meta WHERE key = 'digest:' || tui) FROM albums "
-                        "WHERE tui = ?",
-                        st));
+    Stmt q(impl.prepare("SELECT id, revision, digest FROM albums WHERE tui = ?", st));
     if (!q) return st;
     q.bind(1, album.tui);
     existing = 0;
@@ -390,15 +457,15 @@ void add_credit_names(const std::vector<Contributor> &list, std::string &perform
     }
 }
 
-Status store_album_row(Catalogue::Impl &impl, Album &album, std::string &composers) {
+Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, std::string &composers) {
     Status st = impl.write(
         "INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
-        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode)"
-        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode, digest)"
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
         "insert album", &album.id, album.tui, album.tag, int64_t{album.revision}, album.title, album.artist,
         int64_t{album.year}, album.genre, album.label, album.language, album.source, album.source_id,
         int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()), album.country, album.release_date,
-        album.catalogue_number, album.barcode);
+        album.catalogue_number, album.barcode, digest);
     if (st.ok())
         st = credit(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
                     album.id, album.contributors);
@@ -455,15 +522,58 @@ Status store_toc(Catalogue::Impl &impl, const Album &album, const Disc &disc, To
     return st;
 }
 
+// Track identifiers are unique whether stored or derived. The unique index
+// holds only the stored ones; this keeps the rest of the rule: a stored one
+// may not be another track's derived one, nor a derived one a stored one or
+// another of the album's (the same disc and number twice). A clash reads as
+// the index's own failure did.
+struct TrackTuis {
+    bool any_stored = false;  // the catalogue holds a stored track identifier
+    std::vector<std::pair<uint32_t, uint32_t>> derived;  // the album's (disc, number) so far
+
+    Status start(Catalogue::Impl &impl) {
+        derived.clear();
+        Status st;
+        Stmt q(impl.prepare("SELECT 1 FROM tracks WHERE tui IS NOT NULL LIMIT 1", st));
+        if (!q) return st;
+        any_stored = q.step() == SQLITE_ROW;
+        return {};
+    }
+    Status check(Catalogue::Impl &impl, const Disc &disc, const Track &track, bool is_derived) {
+        static const Status clash =
+            Status::error(Code::database, "insert track: UNIQUE constraint failed: tracks.tui");
+        Status st;
+        if (is_derived) {
+            const std::pair<uint32_t, uint32_t> key{disc.number, track.number};
+            if (std::find(derived.begin(), derived.end(), key) != derived.end()) return clash;
+            derived.push_back(key);
+            if (!any_stored) return {};
+            Stmt q(impl.prepare("SELECT 1 FROM tracks WHERE tui = ?", st));
+            if (!q) return st;
+            q.bind(1, track.tui);
+            return q.step() == SQLITE_ROW ? clash : Status{};
+        }
+        any_stored = true;
+        int64_t other = 0;
+        if (!(st = find_track_by_tui(impl, track.tui, other)).ok()) return st;
+        return other ? clash : Status{};
+    }
+};
+
 // A track at its album position, its credits and its text index entry
 // (the album's composers count for every track).
 Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, Track &track, uint32_t position,
-                   const std::string &album_composers) {
-    Status st = impl.write(
-        "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
-        " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
-        "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number}, int64_t{position},
-        track.title, track.artist, int64_t{track.duration_ms}, track.tui, track.tag, track.source_id);
+                   const std::string &album_composers, TrackTuis &tuis) {
+    const bool is_derived = track.tui == derived_track_tui(album.tui, disc.number, track.number);
+    const bool own_tag = track.tag != derived_track_tag(track.tui, track.title);
+    Status st = tuis.check(impl, disc, track, is_derived);
+    if (st.ok())
+        st = impl.write(
+            "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
+            " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
+            "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number},
+            int64_t{position}, track.title, track.artist, int64_t{track.duration_ms},
+            is_derived ? nullptr : &track.tui, own_tag ? &track.tag : nullptr, track.source_id);
     if (st.ok())
         st = credit(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
                     track.id, track.contributors);
@@ -476,9 +586,11 @@ Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, 
 }
 
 // Every row of an album: the album, then each disc with its TOCs and tracks.
-Status store_album(Catalogue::Impl &impl, Album &album) {
+Status store_album(Catalogue::Impl &impl, Album &album, const std::string &digest) {
     std::string composers;
-    Status st = store_album_row(impl, album, composers);
+    Status st = store_album_row(impl, album, digest, composers);
+    TrackTuis tuis;
+    if (st.ok()) st = tuis.start(impl);
     uint32_t position = 0;
     for (auto &disc : album.discs) {
         if (st.ok())
@@ -487,7 +599,7 @@ Status store_album(Catalogue::Impl &impl, Album &album) {
         for (auto &toc : disc.tocs)
             if (st.ok()) st = store_toc(impl, album, disc, toc);
         for (auto &track : disc.tracks)
-            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers);
+            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers, tuis);
     }
     return st;
 }
@@ -513,10 +625,7 @@ Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged)
     // again too: the digest only tells, it never decides what is stored.
     st = savepoint("add_album", [&] {
         Status s = existing ? remove_album(existing) : Status{};
-        if (s.ok()) s = store_album(*this, album);
-        if (s.ok())
-            s = write("INSERT OR REPLACE INTO meta(key, value) VALUES(?, ?)", "store album digest", nullptr,
-                      "digest:" + album.tui, digest);
+        if (s.ok()) s = store_album(*this, album, digest);
         return s.ok() ? mark_changed() : s;
     });
     if (!st.ok()) {
@@ -542,7 +651,6 @@ Status Catalogue::Impl::remove_album(int64_t album_id) {
         while (q.step() == SQLITE_ROW) artists.push_back(q.i64(0));
     }
     const char *steps[] = {
-        "DELETE FROM meta WHERE key = (SELECT 'digest:' || tui FROM albums WHERE id = ?)",
         "DELETE FROM track_fts WHERE rowid IN (SELECT id FROM tracks WHERE album_id = ?)",
         "DELETE FROM album_fts WHERE rowid = ?",
         "DELETE FROM track_contributors WHERE track_id IN (SELECT id FROM tracks WHERE album_id = ?)",
@@ -730,22 +838,66 @@ DROP TABLE kept_lyrics;
 INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0');
 )sql";
 
+// Schema 5 stored every track identifier and tag (a unique index over all
+// the identifiers), kept album digests in meta, and prefix indexes of two
+// characters that no search asks for. The tracks table and the text indexes
+// are made anew from kSchema: rows keep their ids, texts and search keys; a
+// derived track identifier or tag becomes NULL. Digests move to the albums.
+// Run with foreign keys off and legacy renaming, so that no row cascades
+// and the credits go on naming "tracks".
+constexpr const char *kSlimMigrationStart = R"sql(
+DROP INDEX IF EXISTS tracks_album;
+DROP INDEX IF EXISTS tracks_disc;
+ALTER TABLE tracks RENAME TO tracks_v5;
+ALTER TABLE album_fts RENAME TO album_fts_v5;
+ALTER TABLE track_fts RENAME TO track_fts_v5;
+ALTER TABLE artist_fts RENAME TO artist_fts_v5;
+ALTER TABLE lyric_fts RENAME TO lyric_fts_v5;
+)sql";
+constexpr const char *kSlimMigrationCopy = R"sql(
+INSERT INTO tracks(id, album_id, disc_id, disc_number, number, position, title, artist, duration_ms, tui, tag,
+                   source_id)
+  SELECT t.id, t.album_id, t.disc_id, t.disc_number, t.number, t.position, t.title, t.artist, t.duration_ms,
+    CASE WHEN t.tui = a.tui || '-' || t.disc_number || '-' || t.number THEN NULL ELSE t.tui END,
+    CASE WHEN t.tag = catalogue_tag(t.tui || '|' || t.title) THEN NULL ELSE t.tag END, t.source_id
+  FROM tracks_v5 t LEFT JOIN albums a ON a.id = t.album_id ORDER BY t.id;
+INSERT OR IGNORE INTO sqlite_sequence(name, seq) SELECT 'tracks', 0
+  WHERE NOT EXISTS (SELECT 1 FROM sqlite_sequence WHERE name = 'tracks');
+UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'tracks_v5'), 0))
+  WHERE name = 'tracks';
+DROP TABLE tracks_v5;
+INSERT INTO album_fts(rowid, title, artist) SELECT rowid, title, artist FROM album_fts_v5;
+DROP TABLE album_fts_v5;
+INSERT INTO track_fts(rowid, title, artist, composer) SELECT rowid, title, artist, composer FROM track_fts_v5;
+DROP TABLE track_fts_v5;
+INSERT INTO artist_fts(rowid, name) SELECT rowid, name FROM artist_fts_v5;
+DROP TABLE artist_fts_v5;
+INSERT INTO lyric_fts(rowid, title, artist, text) SELECT rowid, title, artist, text FROM lyric_fts_v5;
+DROP TABLE lyric_fts_v5;
+UPDATE albums SET digest = coalesce((SELECT value FROM meta WHERE key = 'digest:' || albums.tui), '');
+DELETE FROM meta WHERE key >= 'digest:' AND key < 'digest;';
+)sql";
+
+// Adds a text column (empty by default) to a table that lacks it.
+Status add_text_column(Catalogue::Impl &impl, const char *table, const char *column) {
+    Status st;
+    int64_t present = 0;
+    {
+        Stmt q(impl.prepare("SELECT count(*) FROM pragma_table_info(?) WHERE name = ?", st));
+        if (!q) return st;
+        q.bind(1, table);
+        q.bind(2, column);
+        if (q.step() != SQLITE_ROW) return impl.db_error("read columns");
+        present = q.i64(0);
+    }
+    const std::string add = std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " TEXT NOT NULL DEFAULT ''";
+    return present ? Status{} : impl.exec(add.c_str());
+}
+
 Status editions_and_lyric_keys(Catalogue::Impl &impl) {
     Status st;
-    for (const auto &[table, column] : kEditionColumns) {
-        int64_t present = 0;
-        {
-            Stmt q(impl.prepare("SELECT count(*) FROM pragma_table_info(?) WHERE name = ?", st));
-            if (!q) return st;
-            q.bind(1, table);
-            q.bind(2, column);
-            if (q.step() != SQLITE_ROW) return impl.db_error("read columns");
-            present = q.i64(0);
-        }
-        const std::string add =
-            std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " TEXT NOT NULL DEFAULT ''";
-        if (!present && !(st = impl.exec(add.c_str())).ok()) return st;
-    }
+    for (const auto &[table, column] : kEditionColumns)
+        if (!(st = add_text_column(impl, table, column)).ok()) return st;
     if (!(st = impl.exec("UPDATE lyrics SET disc_number = 1 WHERE track_number > 0 AND disc_number = 0")).ok())
         return st;
     std::vector<std::pair<int64_t, std::string>> keys;
@@ -769,13 +921,14 @@ Status editions_and_lyric_keys(Catalogue::Impl &impl) {
     return impl.exec(kLyricDuplicates);
 }
 
-// fold() for SQL, as catalogue_fold(text).
-void sql_fold(sqlite3_context *context, int, sqlite3_value **args) {
+// A text function for SQL: `F` of its one argument, as text.
+template <std::string (*F)(std::string_view)>
+void sql_text_function(sqlite3_context *context, int, sqlite3_value **args) {
     const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(args[0]));
     try {
-        const std::string key = fold(text ? std::string_view(text, static_cast<size_t>(sqlite3_value_bytes(args[0])))
-                                          : std::string_view());
-        sqlite3_result_text(context, key.data(), static_cast<int>(key.size()), SQLITE_TRANSIENT);
+        const std::string out = F(text ? std::string_view(text, static_cast<size_t>(sqlite3_value_bytes(args[0])))
+                                       : std::string_view());
+        sqlite3_result_text(context, out.data(), static_cast<int>(out.size()), SQLITE_TRANSIENT);
     } catch (const std::bad_alloc &) {
         sqlite3_result_error_nomem(context);
     }
@@ -818,20 +971,45 @@ Status migrate(Catalogue::Impl &impl) {
     const int from = impl.schema;
     impl.schema = kSchemaVersion;
     if (from == kSchemaVersion) return {};
-    if (sqlite3_create_function_v2(impl.db, "catalogue_fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sql_fold,
-                                   nullptr, nullptr, nullptr) != SQLITE_OK)
-        return impl.db_error("register catalogue_fold");
-    if (!(st = impl.exec("BEGIN")).ok()) return st;
+    // fold() and hash_tag() for the steps, as catalogue_fold(text) and catalogue_tag(text).
+    using SqlFunction = void (*)(sqlite3_context *, int, sqlite3_value **);
+    const std::pair<const char *, SqlFunction> functions[] = {{"catalogue_fold", sql_text_function<fold>},
+                                                              {"catalogue_tag", sql_text_function<hash_tag>}};
+    for (const auto &[name, function] : functions)
+        if (sqlite3_create_function_v2(impl.db, name, 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, function,
+                                       nullptr, nullptr, nullptr) != SQLITE_OK)
+            return impl.db_error("register SQL functions");
+    // Tables made anew (schema 5 and before) are renamed and dropped with
+    // foreign keys off; it can only change outside a transaction.
+    const bool remake = from <= 5;
+    auto settings = [&](bool migrating) {
+        return impl.exec(migrating ? "PRAGMA foreign_keys = OFF; PRAGMA legacy_alter_table = ON;"
+                                   : "PRAGMA foreign_keys = ON; PRAGMA legacy_alter_table = OFF;");
+    };
+    if (remake && !(st = settings(true)).ok()) return st;
+    if (!(st = impl.exec("BEGIN")).ok()) {
+        if (remake) settings(false);
+        return st;
+    }
     if (from == 1) st = impl.exec(kDiscIdMigration);
     if (st.ok() && from <= 2) st = impl.exec(kRefoldMigration);
     if (st.ok() && from <= 3) st = impl.exec("DELETE FROM toc_shape");
     if (st.ok() && from <= 3) st = index_toc_shapes(impl);
     if (st.ok() && from <= 4) st = editions_and_lyric_keys(impl);
+    if (st.ok() && remake) st = impl.exec(kSlimMigrationStart);
+    if (st.ok() && remake) st = impl.exec(kSchema);
+    if (st.ok() && remake) st = add_text_column(impl, "albums", "digest");
+    if (st.ok() && remake) st = impl.exec(kSlimMigrationCopy);
     if (st.ok())
         st = impl.write("UPDATE meta SET value = ? WHERE key = 'schema'", "update schema", nullptr,
                         std::to_string(kSchemaVersion));
-    if (st.ok()) return impl.exec("COMMIT");
-    impl.exec("ROLLBACK");
+    if (st.ok()) st = impl.exec("COMMIT");
+    if (!st.ok()) impl.exec("ROLLBACK");
+    if (remake) {
+        // The failure that stopped the migration is the one told.
+        const Status restored = settings(false);
+        if (st.ok()) st = restored;
+    }
     return st;
 }
 
@@ -1239,7 +1417,8 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                 }
             }
             {
-                Stmt q(impl.prepare("SELECT id, number, title, artist, duration_ms, tui, tag, source_id FROM tracks"
+                Stmt q(impl.prepare("SELECT id, number, title, artist, duration_ms, tui, tag, source_id, disc_number"
+                                    " FROM tracks"
                                     " WHERE disc_id = ? ORDER BY number",
                                     st));
                 if (!q) return st;
@@ -1251,8 +1430,8 @@ Status Catalogue::get_album(int64_t album_id, Album &out) noexcept {
                     t.title = q.text(2);
                     t.artist = q.text(3);
                     t.duration_ms = q.u32(4);
-                    t.tui = q.text(5);
-                    t.tag = q.text(6);
+                    t.tui = q.null(5) ? derived_track_tui(album.tui, q.u32(8), t.number) : q.text(5);
+                    t.tag = q.null(6) ? derived_track_tag(t.tui, t.title) : q.text(6);
                     t.source_id = q.text(7);
                     disc.tracks.push_back(std::move(t));
                 }
@@ -1489,13 +1668,15 @@ Status Catalogue::lookup_tui(std::string_view tui, std::string_view tag, Identif
                 return {};
             }
         }
-        Stmt q(impl.prepare("SELECT t.id, t.tag, t.album_id, t.disc_id, t.disc_number, t.number, a.revision FROM"
-                            " tracks t JOIN albums a ON a.id = t.album_id WHERE t.tui = ?",
+        int64_t track_id = 0;
+        if (!(st = find_track_by_tui(impl, tui, track_id)).ok()) return st;
+        Stmt q(impl.prepare("SELECT t.id, t.tag, t.album_id, t.disc_id, t.disc_number, t.number, a.revision, t.title"
+                            " FROM tracks t JOIN albums a ON a.id = t.album_id WHERE t.id = ?",
                             st));
         if (!q) return st;
-        q.bind(1, tui);
+        q.bind(1, track_id);
         if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "no album or track " + std::string(tui));
-        if (!tag.empty() && q.text(1) != tag)
+        if (!tag.empty() && (q.null(1) ? derived_track_tag(tui, q.text(7)) : q.text(1)) != tag)
             return Status::error(Code::not_found, "track " + std::string(tui) + ": tag does not match");
         IdentifierHit hit;
         hit.kind = IdentifierHit::Kind::track;
@@ -1541,11 +1722,14 @@ Status Catalogue::lookup_media(std::string_view mui, std::string_view media_id, 
         Impl &impl = *impl_;
         Status st;
         // Several discs may share an identifier derived from a TOC; the first
-        // stored one answers.
-        Stmt q(impl.prepare("SELECT d.id, d.album_id, d.number, a.revision,"
-                            " (SELECT id FROM tracks WHERE disc_id = d.id ORDER BY number LIMIT 1)"
-                            " FROM tocs t JOIN discs d ON d.id = t.disc_id JOIN albums a ON a.id = d.album_id"
-                            " WHERE (?1 = '' OR t.mui = ?1) AND (?2 = '' OR t.media_id = ?2) ORDER BY t.id LIMIT 1",
+        // stored one answers. The condition names the column searched, so
+        // that its index is used (one of mui and media id, or both).
+        Stmt q(impl.prepare(std::string("SELECT d.id, d.album_id, d.number, a.revision,"
+                                        " (SELECT id FROM tracks WHERE disc_id = d.id ORDER BY number LIMIT 1)"
+                                        " FROM tocs t JOIN discs d ON d.id = t.disc_id JOIN albums a ON a.id = d.album_id"
+                                        " WHERE ") +
+                                (mui.empty() ? "t.media_id = ?2" : "t.mui = ?1 AND (?2 = '' OR t.media_id = ?2)") +
+                                " ORDER BY t.id LIMIT 1",
                             st));
         if (!q) return st;
         q.bind(1, mui);

@@ -145,7 +145,10 @@ Status Catalogue::track_for_musicbrainz(const AudioTags &tags, std::string &trac
         std::lock_guard lock(impl_->mutex);
         Status st;
         if (!tags.mb_release_track_id.empty()) {
-            Stmt q(impl_->prepare("SELECT tui FROM tracks WHERE source_id = ? AND source_id <> '' ORDER BY id LIMIT 1", st));
+            Stmt q(impl_->prepare(std::string("SELECT ") + kTrackTui +
+                                      " FROM tracks t JOIN albums a ON a.id = t.album_id"
+                                      " WHERE t.source_id = ? AND t.source_id <> '' ORDER BY t.id LIMIT 1",
+                                  st));
             if (!q) return st;
             q.bind(1, tags.mb_release_track_id);
             if (q.step() == SQLITE_ROW) {
@@ -154,8 +157,9 @@ Status Catalogue::track_for_musicbrainz(const AudioTags &tags, std::string &trac
             }
         }
         if (!tags.mb_release_id.empty() && tags.track_number != 0) {
-            Stmt q(impl_->prepare("SELECT t.tui FROM tracks t JOIN albums a ON a.id = t.album_id"
-                                  " WHERE a.tui = ? AND t.disc_number = ? AND t.number = ?",
+            Stmt q(impl_->prepare(std::string("SELECT ") + kTrackTui +
+                                      " FROM tracks t JOIN albums a ON a.id = t.album_id"
+                                      " WHERE a.tui = ? AND t.disc_number = ? AND t.number = ?",
                                   st));
             if (!q) return st;
             q.bind(1, tags.mb_release_id);
@@ -395,15 +399,18 @@ Status Catalogue::match_fingerprint(const fp::Fingerprint &query, FingerprintRes
         std::set<std::string> tracks;
         for (const fp::Hit &h : hits) {
             // Hits on tracks that left the catalogue are dropped.
-            Stmt q(impl_->prepare("SELECT p.track_tui FROM fp_prints p JOIN tracks t ON t.tui = p.track_tui"
-                                  " WHERE p.id = ?",
-                                  st));
-            if (!q) return st;
-            q.bind(1, h.print);
-            if (q.step() != SQLITE_ROW) continue;
             FingerprintHit hit;
+            {
+                Stmt q(impl_->prepare("SELECT track_tui FROM fp_prints WHERE id = ?", st));
+                if (!q) return st;
+                q.bind(1, h.print);
+                if (q.step() != SQLITE_ROW) continue;
+                hit.track_tui = q.text(0);
+            }
+            int64_t track_id = 0;
+            if (!(st = find_track_by_tui(*impl_, hit.track_tui, track_id)).ok()) return st;
+            if (track_id == 0) continue;
             hit.print_id = h.print;
-            hit.track_tui = q.text(0);
             if (!tracks.insert(hit.track_tui).second) continue;  // a weaker copy of a track already listed
             hit.score = h.alignment.score;
             hit.offset_ms = fp::items_to_ms(query.algorithm, h.alignment.offset);

@@ -60,11 +60,13 @@ Status Catalogue::remove_album(std::string_view tui, AlbumListEntry &removed) no
             prints = q && q.step() == SQLITE_ROW;
         }
         if (st.ok() && prints)
-            st = impl.write("DELETE FROM fp_index WHERE print_id IN (SELECT id FROM fp_prints WHERE track_tui IN "
-                            "(SELECT tui FROM tracks WHERE album_id = ?))",
+            st = impl.write(std::string("DELETE FROM fp_index WHERE print_id IN (SELECT id FROM fp_prints WHERE track_tui IN "
+                            "(SELECT ") + kTrackTui + " FROM tracks t JOIN albums a ON a.id = t.album_id"
+                            " WHERE t.album_id = ?))",
                             "remove fingerprint postings", nullptr, id);
         if (st.ok() && prints)
-            st = impl.write("DELETE FROM fp_prints WHERE track_tui IN (SELECT tui FROM tracks WHERE album_id = ?)",
+            st = impl.write(std::string("DELETE FROM fp_prints WHERE track_tui IN (SELECT ") + kTrackTui +
+                                " FROM tracks t JOIN albums a ON a.id = t.album_id WHERE t.album_id = ?)",
                             "remove fingerprints", nullptr, id);
         if (st.ok()) st = impl.remove_album(id);
         if (!st.ok()) impl.exec("ROLLBACK TO remove_album");

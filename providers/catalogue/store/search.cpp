@@ -632,9 +632,9 @@ class Searcher {
         out.clear();
         for (const auto &[id, rank] : found) {
             TrackHit hit;
-            Stmt q(impl_.prepare("SELECT t.album_id, t.disc_number, t.number, t.position, t.tui, t.tag, t.title,"
-                                 " t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t JOIN albums a ON"
-                                 " a.id = t.album_id WHERE t.id = ?",
+            Stmt q(impl_.prepare(std::string("SELECT t.album_id, t.disc_number, t.number, t.position, ") + kTrackTui +
+                                     ", t.tag, t.title, t.artist, t.duration_ms, a.title, a.tui, a.artist FROM tracks t"
+                                     " JOIN albums a ON a.id = t.album_id WHERE t.id = ?",
                                  st));
             if (!q) return st;
             q.bind(1, id);
@@ -645,8 +645,8 @@ class Searcher {
             hit.number = q.u32(2);
             hit.position = q.u32(3);
             hit.tui = q.text(4);
-            hit.tag = q.text(5);
             hit.title = q.text(6);
+            hit.tag = q.null(5) ? derived_track_tag(hit.tui, hit.title) : q.text(5);
             hit.artist = q.text(7).empty() ? q.text(11) : q.text(7);
             hit.duration_ms = q.u32(8);
             hit.album_title = q.text(9);

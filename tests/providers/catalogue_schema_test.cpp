@@ -1,0 +1,353 @@
+// Catalogue: track identifiers stored only where they differ from the
+// derived form, the rule that keeps them unique either way, and the
+// migration of a catalogue of schema 5 (every identifier stored, prefix
+// indexes of two characters), which must answer exactly as before.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <random>
+#include <sstream>
+
+#include "catalogue_fixtures.h"
+#include "providers/catalogue/store/catalogue_internal.h"
+
+using namespace catalogue;
+using catalogue_test::make_album;
+using catalogue_test::temp_dir;
+
+namespace {
+
+const char *const kWords[] = {"River", "Lantern", "Café", "Ember", "of", "the", "Window", "Echo", "Echoes",
+                              "Sleeping", "Orchard", "Comet", "You're", "Straße", "Night", "Knight", "Ash"};
+const char *const kNames[] = {"Mira Solenne", "Tenro Sane", "Élodie Marchetti", "Nunu Roan", "Ismima Fagalzir"};
+
+std::string words(std::mt19937 &rng, size_t lo, size_t hi) {
+    std::string out;
+    for (size_t i = 0, n = lo + rng() % (hi - lo + 1); i < n; ++i)
+        out += (out.empty() ? "" : " ") + std::string(kWords[rng() % std::size(kWords)]);
+    return out;
+}
+
+// An album of one or two discs; some tracks carry their own identifier,
+// some their own artist, some a composer.
+Album random_album(std::mt19937 &rng, int index) {
+    Album a = make_album(words(rng, 1, 3), kNames[rng() % std::size(kNames)], {});
+    a.tui = "rel-" + std::to_string(index);
+    a.discs.clear();
+    for (uint32_t d = 1, discs = 1 + rng() % 2; d <= discs; ++d) {
+        Disc disc;
+        disc.number = d;
+        for (uint32_t n = 1, tracks = 1 + rng() % 5; n <= tracks; ++n) {
+            Track t;
+            t.number = n;
+            t.title = words(rng, 1, 3);
+            if (rng() % 4 == 0) t.tui = "trk-" + std::to_string(index) + "-" + std::to_string(d * 10 + n);
+            if (rng() % 4 == 0) t.tag = "tag" + std::to_string(n);
+            if (rng() % 5 == 0) t.artist = kNames[rng() % std::size(kNames)];
+            if (rng() % 6 == 0) t.contributors.push_back({kNames[rng() % std::size(kNames)], "", "composer", "", false, 0});
+            disc.tracks.push_back(t);
+        }
+        disc.tocs.push_back({{150 + 100 * d, 30000 + 977 * static_cast<uint32_t>(index)}, "", ""});
+        a.discs.push_back(disc);
+    }
+    return a;
+}
+
+std::string g(double v) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.17g", v);
+    return b;
+}
+
+// Everything a catalogue answers about its albums, tracks, artists and
+// lyrics for a fixed set of questions, as one text.
+std::string answers(Catalogue &cat) {
+    std::ostringstream o;
+    std::mt19937 rng(99);
+    for (int i = 0; i < 30; ++i) {
+        TextQuery q;
+        switch (i % 4) {
+            case 0: q.album_title = words(rng, 1, 2); break;
+            case 1: q.artist = kNames[rng() % std::size(kNames)]; break;
+            case 2: q.track_title = words(rng, 1, 1).substr(0, 3 + rng() % 3); break;
+            default: q.composer = kNames[rng() % std::size(kNames)], q.album_title = words(rng, 1, 1); break;
+        }
+        AlbumSearchResult a;
+        o << "A" << cat.search_albums(q, {1, 50}, a).message << a.total << ':';
+        for (const AlbumHit &h : a.hits) {
+            o << h.album_id << h.tui << h.tag << h.title << h.artist << h.revision << h.album_track_count << ' '
+              << h.album_score << ' ' << h.contributor_score << ' ' << h.track_score << ' ' << h.score << g(h.rank);
+            for (const MatchedTrack &t : h.matched_tracks)
+                o << '[' << t.track_id << ' ' << t.disc_number << ' ' << t.number << ' ' << t.position << t.title << ']';
+        }
+        TrackSearchResult t;
+        o << "\nT" << cat.search_tracks(q, {1, 50}, t).message << t.total << ':';
+        for (const TrackHit &h : t.hits)
+            o << h.track_id << ' ' << h.album_id << ' ' << h.disc_number << ' ' << h.number << ' ' << h.position
+              << h.tui << h.tag << h.title << h.artist << h.album_title << h.album_tui << h.duration_ms << ' '
+              << h.score << g(h.rank) << ';';
+        ArtistSearchResult r;
+        o << "\nR" << cat.search_artists(kNames[i % std::size(kNames)], {1, 50}, r).message << r.total << ':';
+        for (const ArtistHit &h : r.hits) o << h.artist_id << h.name << h.album_count << ' ' << h.score << g(h.rank);
+        LyricSearchResult l;
+        o << "\nL" << cat.search_lyrics({"", "", words(rng, 1, 1)}, {1, 50}, l).message << l.total << ':';
+        for (const LyricHit &h : l.hits) o << h.lyric_id << h.title << h.snippet << h.album_tui << h.score << g(h.rank);
+        o << '\n';
+    }
+    for (int64_t id = 1; id <= 40; ++id) {
+        Album album;
+        const Status st = cat.get_album(id, album);
+        o << "album " << id << ' ' << st.message;
+        if (!st.ok()) continue;
+        o << album.tui << album.tag << album.title << album.artist;
+        for (const Disc &d : album.discs)
+            for (const Track &t : d.tracks) {
+                IdentifierHit hit;
+                const Status found = cat.lookup_tui(t.tui, t.tag, hit);
+                o << '[' << t.id << t.tui << t.tag << t.title << t.artist << ' ' << found.message << hit.track_id << ' '
+                  << hit.disc_number << ' ' << hit.track_number << ']';
+            }
+        TocResult toc;
+        o << cat.lookup_toc(album.discs[0].tocs[0].offsets, {1, 10}, toc).message << toc.hits.size() << '\n';
+    }
+    return o.str();
+}
+
+class CatalogueSchema : public ::testing::Test {
+   protected:
+    void SetUp() override {
+        dir_ = temp_dir();
+        path_ = dir_ + "/c.db";
+    }
+    void TearDown() override { std::filesystem::remove_all(dir_); }
+
+    // A catalogue of 40 albums (the last removed again, so that the track
+    // ids' sequence runs past the last id) and some lyrics.
+    void build() {
+        std::unique_ptr<Catalogue> cat;
+        ASSERT_TRUE(Catalogue::open(path_, cat).ok());
+        std::mt19937 rng(5);
+        for (int i = 1; i <= 40; ++i) {
+            Album a = random_album(rng, i);
+            const Status st = cat->add_album(a);
+            ASSERT_TRUE(st.ok()) << st.message;
+        }
+        AlbumListEntry removed;
+        ASSERT_TRUE(cat->remove_album("rel-40", removed).ok());
+        std::string lyrics;
+        for (int i = 1; i <= 6; ++i)
+            lyrics += R"({"title":")" + words(rng, 1, 2) + R"(","artist":")" + kNames[i % std::size(kNames)] +
+                      R"(","text":")" + words(rng, 5, 9) + R"(","release":"rel-)" + std::to_string(i) +
+                      R"(","disc":1,"track":1})" + "\n";
+        catalogue_test::write(dir_ + "/lyrics.jsonl", lyrics);
+        ImportReport report;
+        ASSERT_TRUE(cat->import_lyrics_file(dir_ + "/lyrics.jsonl", report).ok());
+        ASSERT_EQ(report.imported, 6u);
+    }
+
+    // The file as schema 5 laid it out: every track identifier and tag
+    // stored (the identifiers under a unique constraint), album digests in
+    // meta, and prefix indexes of two and three characters.
+    void make_schema_5() {
+        std::string fts;
+        for (const char *t : {"album_fts(title, artist", "track_fts(title, artist, composer", "artist_fts(name",
+                              "lyric_fts(title, artist, text"}) {
+            const std::string spec(t), name = spec.substr(0, spec.find('(')), columns = spec.substr(spec.find('(') + 1);
+            fts += "ALTER TABLE " + name + " RENAME TO old_fts; CREATE VIRTUAL TABLE " + name + " USING fts5(" +
+                   columns + ", tokenize='unicode61 remove_diacritics 2', prefix='2 3'); INSERT INTO " + name + "(rowid, " +
+                   columns + ") SELECT rowid, " + columns + " FROM old_fts; DROP TABLE old_fts;";
+        }
+        sql("PRAGMA foreign_keys = OFF; PRAGMA legacy_alter_table = ON; BEGIN;"
+            "DROP INDEX tracks_tui; DROP INDEX tracks_album; DROP INDEX tracks_disc;"
+            "ALTER TABLE tracks RENAME TO new_tracks;"
+            "CREATE TABLE tracks(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+            "  album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,"
+            "  disc_id INTEGER NOT NULL REFERENCES discs(id) ON DELETE CASCADE,"
+            "  disc_number INTEGER NOT NULL, number INTEGER NOT NULL, position INTEGER NOT NULL,"
+            "  title TEXT NOT NULL, artist TEXT NOT NULL, duration_ms INTEGER NOT NULL,"
+            "  tui TEXT NOT NULL UNIQUE, tag TEXT NOT NULL, source_id TEXT NOT NULL);"
+            "CREATE INDEX tracks_album ON tracks(album_id, position); CREATE INDEX tracks_disc ON tracks(disc_id);"
+            "INSERT INTO tracks SELECT t.id, t.album_id, t.disc_id, t.disc_number, t.number, t.position, t.title,"
+            "  t.artist, t.duration_ms, coalesce(t.tui, a.tui || '-' || t.disc_number || '-' || t.number), '',"
+            "  t.source_id FROM new_tracks t JOIN albums a ON a.id = t.album_id;"
+            "UPDATE tracks SET tag = coalesce((SELECT tag FROM new_tracks WHERE id = tracks.id),"
+            "  catalogue_tag(tui || '|' || title));"
+            "INSERT INTO meta(key, value) SELECT 'digest:' || tui, digest FROM albums;"
+            "ALTER TABLE albums DROP COLUMN digest;"
+            "UPDATE sqlite_sequence SET seq = (SELECT seq FROM sqlite_sequence WHERE name = 'new_tracks')"
+            "  WHERE name = 'tracks';"
+            "DROP TABLE new_tracks;" +
+            fts + "UPDATE meta SET value = '5' WHERE key = 'schema'; PRAGMA user_version = 5; COMMIT;");
+    }
+    void sql(const std::string &statements) {
+        sqlite3 *db = nullptr;
+        ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+        auto tag = [](sqlite3_context *context, int, sqlite3_value **args) {
+            const std::string out = hash_tag(reinterpret_cast<const char *>(sqlite3_value_text(args[0])));
+            sqlite3_result_text(context, out.c_str(), -1, SQLITE_TRANSIENT);
+        };
+        ASSERT_EQ(sqlite3_create_function(db, "catalogue_tag", 1, SQLITE_UTF8, nullptr, tag, nullptr, nullptr),
+                  SQLITE_OK);
+        char *error = nullptr;
+        EXPECT_EQ(sqlite3_exec(db, statements.c_str(), nullptr, nullptr, &error), SQLITE_OK) << (error ? error : "");
+        sqlite3_free(error);
+        sqlite3_close(db);
+    }
+    std::string query(const std::string &statement) {
+        sqlite3 *db = nullptr;
+        std::string out;
+        EXPECT_EQ(sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        sqlite3_stmt *q = nullptr;
+        EXPECT_EQ(sqlite3_prepare_v2(db, statement.c_str(), -1, &q, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+        while (sqlite3_step(q) == SQLITE_ROW)
+            for (int i = 0; i < sqlite3_column_count(q); ++i) {
+                const auto *text = sqlite3_column_text(q, i);
+                out += std::string(text ? reinterpret_cast<const char *>(text) : "") +
+                       (i + 1 < sqlite3_column_count(q) ? "|" : ";");
+            }
+        sqlite3_finalize(q);
+        sqlite3_close(db);
+        return out;
+    }
+    std::string answers_of(OpenMode mode = OpenMode::read_write) {
+        std::unique_ptr<Catalogue> cat;
+        const Status st = Catalogue::open(path_, cat, mode);
+        EXPECT_TRUE(st.ok()) << st.message;
+        return cat ? answers(*cat) : st.message;
+    }
+
+    std::string dir_, path_;
+};
+
+// Only identifiers that differ from the derived form are stored; every
+// track is found and read back under its own all the same.
+TEST_F(CatalogueSchema, TrackIdentifiersStoredOnlyWhereTheyDiffer) {
+    build();
+    EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tag IS NOT NULL AND tag NOT LIKE 'tag%'"), "0;");
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE tag IS NOT NULL"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM meta WHERE key LIKE 'digest%'"), "0;");
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL"), "0;");
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE tui IS NULL"), "0;");
+    std::unique_ptr<Catalogue> cat;
+    ASSERT_TRUE(Catalogue::open(path_, cat).ok());
+    IdentifierHit hit;
+    size_t derived = 0;
+    for (int64_t id = 1; id <= 10; ++id) {
+        Album album;
+        ASSERT_TRUE(cat->get_album(id, album).ok());
+        for (const Disc &d : album.discs)
+            for (const Track &t : d.tracks) {
+                const std::string own = "rel-" + std::to_string(id) + "-" + std::to_string(d.number) + "-" +
+                                        std::to_string(t.number);
+                EXPECT_TRUE(t.tui == own || t.tui.rfind("trk-", 0) == 0) << t.tui;
+                EXPECT_TRUE(t.tag == hash_tag(t.tui + "|" + t.title) || t.tag == "tag" + std::to_string(t.number))
+                    << t.tag;
+                derived += t.tui == own;
+                ASSERT_TRUE(cat->lookup_tui(t.tui, t.tag, hit).ok()) << t.tui;
+                EXPECT_EQ(std::tie(hit.track_id, hit.album_id, hit.disc_number, hit.track_number),
+                          std::tie(t.id, album.id, d.number, t.number));
+            }
+    }
+    EXPECT_GT(derived, 10u);
+    // Near misses of a derived identifier name nothing.
+    for (const char *tui : {"rel-1-01-1", "rel-1-1-01", "rel-1-1-", "rel-1--1", "rel-1-1-+1", "rel-1-1-4294967297",
+                            "-1-1", "rel-41-1-1", "rel-1-1-1-"})
+        EXPECT_EQ(cat->lookup_tui(tui, "", hit).message, std::string("no album or track ") + tui) << tui;
+}
+
+// A track identifier is unique whether stored or derived: each clash is
+// refused as the unique index refused it, and nothing of the album stays.
+TEST_F(CatalogueSchema, TrackIdentifierClashesAreRefusedAsBefore) {
+    auto cat = catalogue_test::open_memory();
+    Album first = make_album("Lantern", "Mira Solenne", {"One", "Two"});
+    first.tui = "L";
+    first.discs[0].tracks[1].tui = "own-1-2";
+    ASSERT_TRUE(cat->add_album(first).ok());
+    auto with = [](const char *album_tui, std::initializer_list<const char *> track_tuis, uint32_t repeat = 0) {
+        Album a = make_album("Orchard", "Tenro Sane", {"A", "B"});
+        a.tui = album_tui;
+        size_t i = 0;
+        for (const char *t : track_tuis) a.discs[0].tracks[i++].tui = t;
+        if (repeat) a.discs[0].tracks[1].number = repeat;
+        return a;
+    };
+    const std::pair<const char *, Album> clashes[] = {
+        {"stored as another's derived", with("O", {"L-1-1"})},
+        {"derived as another's stored", with("own", {})},  // track 2 is "own-1-2"
+        {"stored as another's stored", with("O", {"", "own-1-2"})},
+        {"the same disc and number twice", with("O", {}, 1)},
+        {"derived as a stored one of its own album", with("O", {"O-1-2"})},
+        {"stored as a derived one of its own album", with("O", {"", "O-1-1"})},
+    };
+    for (const auto &[what, album] : clashes) {
+        SCOPED_TRACE(what);
+        Album a = album;
+        EXPECT_EQ(cat->add_album(a).message, "insert track: UNIQUE constraint failed: tracks.tui");
+        Statistics stats;
+        ASSERT_TRUE(cat->statistics(stats).ok());
+        EXPECT_EQ(stats.albums, 1u);
+        EXPECT_EQ(stats.tracks, 2u);
+    }
+    // A stored identifier of the derived form of a track that does not exist is fine.
+    Album fine = with("O", {"L-1-3", "L-2-1"});
+    ASSERT_TRUE(cat->add_album(fine).ok());
+    IdentifierHit hit;
+    ASSERT_TRUE(cat->lookup_tui("L-2-1", "", hit).ok());
+    EXPECT_EQ(hit.album_id, fine.id);
+    ASSERT_TRUE(cat->lookup_tui("L-1-2", "", hit).message == "no album or track L-1-2");
+}
+
+// A catalogue of schema 5 opened for writing is migrated in place and
+// answers every question exactly as before; read-only it is read as it is.
+TEST_F(CatalogueSchema, MigrationFromSchemaFiveAnswersAsBefore) {
+    build();
+    const std::string fresh = answers_of();
+    ASSERT_NE(fresh.find("rel-3-1-"), std::string::npos);
+    ASSERT_NE(fresh.find("trk-"), std::string::npos);
+    const std::string sequence = query("SELECT seq FROM sqlite_sequence WHERE name = 'tracks'");
+    make_schema_5();
+    ASSERT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NULL"), "0;");
+    EXPECT_EQ(answers_of(OpenMode::read_only), fresh);
+    EXPECT_EQ(query("PRAGMA user_version"), "5;");
+
+    // A migration stopped at its last step leaves the file as it was.
+    const char *stop = "CREATE TRIGGER stop BEFORE UPDATE ON meta WHEN new.key = 'schema' BEGIN"
+                       " SELECT RAISE(ABORT, 'stopped'); END;";
+    sql(stop);
+    const std::string layout = "SELECT name, sql FROM sqlite_master WHERE name <> 'stop' ORDER BY name";
+    const std::string before = query(layout) + query("SELECT * FROM tracks") + query("SELECT * FROM sqlite_sequence");
+    {
+        std::unique_ptr<Catalogue> cat;
+        EXPECT_EQ(Catalogue::open(path_, cat).message, "catalogue " + path_ + ": update schema: stopped");
+    }
+    EXPECT_EQ(query(layout) + query("SELECT * FROM tracks") + query("SELECT * FROM sqlite_sequence"), before);
+    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "5;");
+    sql("DROP TRIGGER stop");
+
+    EXPECT_EQ(answers_of(), fresh);
+    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), std::to_string(kSchemaVersion) + ";");
+    EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tag IS NOT NULL AND tag NOT LIKE 'tag%'"), "0;");
+    EXPECT_EQ(query("SELECT count(*) FROM meta WHERE key LIKE 'digest%'") +
+                  query("SELECT count(*) FROM albums WHERE length(digest) <> 16"),
+              "0;0;");
+    EXPECT_EQ(query("SELECT seq FROM sqlite_sequence WHERE name = 'tracks'"), sequence);
+    EXPECT_EQ(query("SELECT count(*) FROM sqlite_master WHERE sql LIKE '%prefix=''2 3''%' OR name LIKE '%_v5%'"
+                    " OR name = 'sqlite_autoindex_tracks_1'"),
+              "0;");
+    EXPECT_NE(query("SELECT sql FROM sqlite_master WHERE name = 'track_contributors'").find("REFERENCES tracks(id)"),
+              std::string::npos);
+    EXPECT_EQ(query("PRAGMA foreign_key_check") + query("PRAGMA integrity_check"), "ok;");
+    // The catalogue goes on as a new one: a new album's tracks get new ids.
+    std::unique_ptr<Catalogue> cat;
+    ASSERT_TRUE(Catalogue::open(path_, cat).ok());
+    std::mt19937 rng(1);
+    Album a = random_album(rng, 41);
+    ASSERT_TRUE(cat->add_album(a).ok());
+    EXPECT_GT(a.discs[0].tracks[0].id, std::stoll(sequence));
+}
+
+}  // namespace
