@@ -2,6 +2,7 @@
 // copied value in one allocation), an insertion-order list for reads by
 // position, several values per key on request, and deferral of replaced
 // entries that a reader may still hold in thread-safe tables.
+#include <bit>
 #include <cstddef>
 
 #include "datatypes/ombr_datatypes_internal.h"
@@ -18,23 +19,28 @@ constexpr uint32_t kMaxBuckets = 0x80000000u;
 constexpr uint32_t kKeptOldArray = 1;
 }  // namespace
 
+// What a lookup reads (the chain link, the hash, the key's length, the key
+// text, the value) lies at the end of the fields, next to the key text, so
+// that a hit on a short key often touches one cache line and seldom more than
+// two; the order list and the chain's back links come first.
 struct alignas(8) hashtable_item {
-    uint32_t hash;
-    uint32_t key_length;  // bytes of a copied key before its terminator; kUnknownLength for keys by reference
-    void *value;
-    uint32_t value_size;
-    uint8_t value_copied;
-    uint8_t accessed;
-    uint8_t chain_prefix;  // valid in a chain's first item only, see additem
-    hashtable_item *bucket_next;
     hashtable_item *bucket_prev;
     hashtable_item *bucket_tail;  // valid in a chain's first item only
     hashtable_item *order_next;
     hashtable_item *order_prev;
     const char *key;
+    uint32_t value_size;
+    uint8_t value_copied;
+    uint8_t chain_prefix;  // valid in a chain's first item only, see additem
+    uint8_t accessed;
+    void *value;
+    hashtable_item *bucket_next;
+    uint32_t hash;
+    uint32_t key_length;  // bytes of a copied key before its terminator; kUnknownLength for keys by reference
     // key text, then the copied value, follow in the same block
 
     char *text_area() { return reinterpret_cast<char *>(this + 1); }
+    const char *text_area() const { return reinterpret_cast<const char *>(this + 1); }
 };
 
 struct ombr_hashtable {
@@ -100,43 +106,99 @@ struct KeyHash {
     uint32_t length;
 };
 
-template <bool kFold>
-constexpr uint32_t hash_byte(unsigned char c) {
-    return kFold && static_cast<unsigned>(c - 'a') < 26u ? c - 32u : c;
+// djb2 over the key, h = h * 33 + c from 5381; without case sensitivity 'a'
+// to 'z' count as upper case. Eight bytes a step: h * 33^8 plus the bytes'
+// weighted sum, which equals eight single steps in 32-bit arithmetic. The
+// weighted sum is formed in lanes (pairs of bytes in 16 bits, pairs of pairs
+// in 32), and folding tests all bytes of a word at once.
+constexpr uint32_t pow33(unsigned k) { return k == 0 ? 1u : 33u * pow33(k - 1); }
+constexpr uint32_t kPow33[9] = {pow33(0), pow33(1), pow33(2), pow33(3), pow33(4),
+                                pow33(5), pow33(6), pow33(7), pow33(8)};
+
+// Bytes 'a' to 'z' of a word lowered by 32; bytes of 128 and above never fold.
+inline uint64_t fold_word(uint64_t w) {
+    constexpr uint64_t k7F = 0x7F7F7F7F7F7F7F7Full, k80 = 0x8080808080808080ull;
+    const uint64_t low7 = w & k7F;
+    const uint64_t from_a = low7 + 0x1F1F1F1F1F1F1F1Full;   // top bit: low7 >= 'a'
+    const uint64_t above_z = low7 + 0x0505050505050505ull;  // top bit: low7 > 'z'
+    return w - ((from_a & ~above_z & ~w & k80) >> 2);
 }
 
-// djb2 over the key, h = h * 33 + c from 5381; without case sensitivity 'a'
-// to 'z' count as upper case. Four bytes a step: h * 33^4 plus the bytes'
-// weighted sum, which equals four single steps in 32-bit arithmetic and
-// leaves only one multiplication on the running value's path.
+// Bytes in text order, first byte lowest.
+inline uint64_t load8(const unsigned char *p) {
+    uint64_t w;
+    __builtin_memcpy(&w, p, 8);
+    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
+    return w;
+}
+inline uint32_t load4(const unsigned char *p) {
+    uint32_t w;
+    __builtin_memcpy(&w, p, 4);
+    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap32(w);
+    return w;
+}
+
+// Sum of byte i times 33^(7 - i) over the eight bytes of w, in 32 bits.
+inline uint32_t weigh8(uint64_t w) {
+    constexpr uint64_t kBytes = 0x00FF00FF00FF00FFull, kPairs = 0x0000FFFF0000FFFFull;
+    const uint64_t pairs = (w & kBytes) * 33u + ((w >> 8) & kBytes);        // each below 8671
+    const uint64_t quads = (pairs & kPairs) * 1089u + ((pairs >> 16) & kPairs);  // each below 2^24
+    return static_cast<uint32_t>(quads) * kPow33[4] + static_cast<uint32_t>(quads >> 32);
+}
+// The same over the four bytes of w.
+inline uint32_t weigh4(uint32_t w) {
+    const uint32_t pairs = (w & 0x00FF00FFu) * 33u + ((w >> 8) & 0x00FF00FFu);
+    return (pairs & 0xFFFFu) * 1089u + (pairs >> 16);
+}
+
 template <bool kFold>
-KeyHash hash_bytes(const char *key) {
+inline uint64_t prepared(uint64_t w) {
+    return kFold ? fold_word(w) : w;
+}
+
+template <bool kFold>
+[[gnu::always_inline]] inline KeyHash hash_bytes(const char *key) {
     const auto *p = reinterpret_cast<const unsigned char *>(key);
     const size_t n = __builtin_strlen(key);
     uint32_t h = 5381;
-    size_t i = 0;
-    for (; i + 4 <= n; i += 4)
-        h = h * 1185921u + hash_byte<kFold>(p[i]) * 35937u + hash_byte<kFold>(p[i + 1]) * 1089u +
-            hash_byte<kFold>(p[i + 2]) * 33u + hash_byte<kFold>(p[i + 3]);
-    for (; i < n; ++i) h = h * 33u + hash_byte<kFold>(p[i]);
+    if (n >= 8) {
+        size_t i = 0;
+        for (; i + 8 <= n; i += 8) h = h * kPow33[8] + weigh8(prepared<kFold>(load8(p + i)));
+        if (const size_t rest = n - i) {
+            // The last eight bytes, of which those already counted are cleared.
+            const uint64_t tail = load8(p + n - 8) & (~uint64_t{0} << (8 * (8 - rest)));
+            h = h * kPow33[rest] + weigh8(prepared<kFold>(tail));
+        }
+    } else if (n >= 4) {
+        const auto head = static_cast<uint32_t>(prepared<kFold>(load4(p)));
+        const auto tail = static_cast<uint32_t>(prepared<kFold>(load4(p + n - 4) & (~uint64_t{0} << (8 * (8 - n)))));
+        h = h * kPow33[n] + weigh4(head) * kPow33[n - 4] + weigh4(tail);
+    } else {
+        for (size_t i = 0; i < n; ++i) {
+            const uint32_t c = p[i];
+            h = h * 33u + (kFold && c - 'a' < 26u ? c - 32u : c);
+        }
+    }
     return {h, static_cast<uint32_t>(n)};
 }
 
-inline KeyHash hash_key(const char *key, bool case_sensitive) {
+[[gnu::always_inline]] inline KeyHash hash_key(const char *key, bool case_sensitive) {
     return case_sensitive ? hash_bytes<false>(key) : hash_bytes<true>(key);
 }
 
-// n bytes of a and b are equal; eight at a time, short keys being the rule.
+// n bytes of a and b are equal; eight at a time, short keys being the rule,
+// the last word or half word overlapping the one before.
 inline bool same_bytes(const char *a, const char *b, uint32_t n) {
-    uint32_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        uint64_t x, y;
-        __builtin_memcpy(&x, a + i, 8);
-        __builtin_memcpy(&y, b + i, 8);
-        if (x != y) return false;
+    const auto *x = reinterpret_cast<const unsigned char *>(a);
+    const auto *y = reinterpret_cast<const unsigned char *>(b);
+    if (n >= 8) {
+        uint64_t diff = 0;
+        for (uint32_t i = 0; i + 8 < n; i += 8) diff |= load8(x + i) ^ load8(y + i);
+        return (diff | (load8(x + n - 8) ^ load8(y + n - 8))) == 0;
     }
-    for (; i < n; ++i)
-        if (a[i] != b[i]) return false;
+    if (n >= 4) return ((load4(x) ^ load4(y)) | (load4(x + n - 4) ^ load4(y + n - 4))) == 0;
+    for (uint32_t i = 0; i < n; ++i)
+        if (x[i] != y[i]) return false;
     return true;
 }
 
@@ -146,9 +208,10 @@ inline bool same_bytes(const char *a, const char *b, uint32_t n) {
 // for byte need no folding.
 inline bool same_key(const hashtable_item *item, const char *key, uint32_t length, uint8_t ignore_case) {
     if (item->key_length != kUnknownLength) {
+        // A copied key is the item's own text.
         if (item->key_length != length) return false;
-        if (same_bytes(item->key, key, length)) return true;
-        return ignore_case && ombr_string_equal(item->key, key, 1);
+        if (same_bytes(item->text_area(), key, length)) return true;
+        return ignore_case && ombr_string_equal(item->text_area(), key, 1);
     }
     return ombr_string_equal(item->key, key, ignore_case) != 0;
 }
@@ -156,13 +219,22 @@ inline bool same_key(const hashtable_item *item, const char *key, uint32_t lengt
 // The ordinal-th item with this key, in chain (= insertion) order. A find
 // by a later ordinal of the key of the last one goes on from where that one
 // stopped.
-inline uint32_t _ombr_hashtable_finditem(ombr_hashtable *table, const char *key, KeyHash kh, uint32_t ordinal,
+[[gnu::always_inline]] inline uint32_t _ombr_hashtable_finditem(ombr_hashtable *table, const char *key, KeyHash kh, uint32_t ordinal,
                                          hashtable_item **out_item) {
     if (table->count == 0) return kNotFound;
     const uint8_t ignore = table->ignore_case() ? 1 : 0;
     hashtable_item *item = *table->bucket_of(kh.hash);
+    if (ordinal == 0) {
+        for (; item; item = item->bucket_next) {
+            if (item->hash == kh.hash && same_key(item, key, kh.length, ignore)) {
+                *out_item = item;
+                return 0;
+            }
+        }
+        return kNotFound;
+    }
     uint32_t skip = ordinal;
-    if (ordinal > 0) {
+    {
         ombr::SpinGuard guard(&table->cursor_lock);
         hashtable_item *last = table->find_item;
         if (last && table->find_ordinal <= ordinal && last->hash == kh.hash && same_key(last, key, kh.length, ignore)) {
@@ -173,11 +245,9 @@ inline uint32_t _ombr_hashtable_finditem(ombr_hashtable *table, const char *key,
     for (; item; item = item->bucket_next) {
         if (item->hash != kh.hash || !same_key(item, key, kh.length, ignore)) continue;
         if (skip-- == 0) {
-            if (ordinal > 0) {
-                ombr::SpinGuard guard(&table->cursor_lock);
-                table->find_item = item;
-                table->find_ordinal = ordinal;
-            }
+            ombr::SpinGuard guard(&table->cursor_lock);
+            table->find_item = item;
+            table->find_ordinal = ordinal;
             *out_item = item;
             return 0;
         }

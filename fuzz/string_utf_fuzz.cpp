@@ -58,6 +58,13 @@ void check_ucs2_to_utf8(const std::vector<uint16_t> &units, uint8_t swap, uint32
     require(room == expected.size() && std::memcmp(out.data(), expected.data(), expected.size()) == 0,
             "encodings of the units");
     require(out[expected.size()] == '\x55', "no terminator written");
+    // Room for three bytes a unit and more takes the one-run encoder: the
+    // same bytes as the unit-by-unit path above.
+    std::vector<char> wide_room(units.size() * 3 + 2, '\x55');
+    uint32_t ample = static_cast<uint32_t>(wide_room.size());
+    require(ombr_string_ucs2_to_utf8_buf(units.data(), bytes, wide_room.data(), &ample, swap) == 0 &&
+                ample == expected.size() && std::memcmp(wide_room.data(), expected.data(), expected.size()) == 0,
+            "the one-run encoder agrees with the unit-by-unit one");
 
     if (!units.empty() && room_cut <= expected.size()) {
         uint32_t small = room_cut;

@@ -139,7 +139,12 @@ OMBR_API uint32_t ombr_string_ucs2_to_utf8_buf(const uint16_t *input, uint32_t i
     if (input_bytes == 0) return 0;
     if (!input || !output) return kInvalidArg;
     // Each unit is a code point of its own: surrogate pairs are not joined.
-    for (uint32_t i = 0; i < input_bytes / 2; ++i) {
+    // With room for three bytes a unit and the spare byte, no unit can fail
+    // the room test, so the units go through the plain encoder in one run.
+    const uint32_t units = input_bytes / 2;
+    if (room > uint64_t{units} * 3)
+        return ucs2_to_utf8(input, input_bytes, reinterpret_cast<uint8_t *>(output), inout_size, byte_swap);
+    for (uint32_t i = 0; i < units; ++i) {
         uint16_t unit = byte_swap ? swap16(input[i]) : input[i];
         uint32_t written = 0;
         uint32_t status = _utf8_set_next_char(output + *inout_size, room - *inout_size, unit, &written);

@@ -35,14 +35,14 @@ class BufferPair {
     BufferPair(const BufferPair &) = delete;
     BufferPair &operator=(const BufferPair &) = delete;
 
-    uint32_t create() {
-        if (create_us(&bufs_[0], nullptr) != 0 || create_us(&bufs_[1], nullptr) != 0) return kTextcorrNoMemory;
-        return 0;
-    }
+    // The first buffer; the second comes with the first pass that needs it.
+    uint32_t create() { return create_us(&bufs_[0], nullptr) != 0 ? kTextcorrNoMemory : 0; }
     uni_string *current() { return &bufs_[cur_]; }
-    // The other buffer, emptied, for a pass that writes a new text.
+    // The other buffer, emptied, for a pass that writes a new text; null if
+    // it cannot be created.
     uni_string *target() {
         uni_string *t = &bufs_[1 - cur_];
+        if (!t->text) return create_us(t, nullptr) != 0 ? nullptr : t;
         t->length = 0;
         t->text[0] = 0;
         return t;
@@ -388,6 +388,7 @@ uint32_t run_passes(BufferPair &bufs, const uni_char *text, const uni_char *keep
     }
     if (flags & NORM_PUNCTUATION) {
         uni_string *out = bufs.target();
+        if (!out) return kTextcorrNoMemory;
         if ((status = do_charmod(out, bufs.current()->text, keep, CharMode::Punctuation, token_mode)) != 0)
             return status;
         bufs.flip();
@@ -398,16 +399,20 @@ uint32_t run_passes(BufferPair &bufs, const uni_char *text, const uni_char *keep
     if (flags & (NORM_CONSOLIDATE | NORM_PLURAL_S)) consolidate_and_plurals(bufs.current(), flags, token_mode, word_start);
     if (flags & (NORM_ROMAN | NORM_REPLACE_PAIRS | NORM_STOP_WORDS)) {
         uni_string *out = bufs.target();
+        if (!out) return kTextcorrNoMemory;
         if ((status = word_pass(out, bufs.current()->text, flags, token_mode, word_start)) != 0) return status;
         bufs.flip();
     }
-    {
+    // With no block rows the block pass is a copy: the text stays where it is.
+    if (uniblockcnt != 0) {
         uni_string *out = bufs.target();
+        if (!out) return kTextcorrNoMemory;
         if ((status = do_blockmod(out, bufs.current()->text, keep, token_mode)) != 0) return status;
         bufs.flip();
     }
     if (flags & NORM_COLLAPSE_REPEATS) {
         uni_string *out = bufs.target();
+        if (!out) return kTextcorrNoMemory;
         if ((status = collapse_repeats(out, bufs.current()->text)) != 0) return status;
         bufs.flip();
     }
@@ -438,6 +443,10 @@ class OwnedBlock {
    private:
     void *block_;
 };
+
+// The interface knows two modes: none (0) or every pass (0xffffffff). The
+// flags word copied bit by bit is non-zero exactly when the word is.
+constexpr uint32_t pipeline_mode(uint32_t flags) { return flags != 0 ? 0xFFFFFFFFu : 0u; }
 
 }  // namespace
 
@@ -483,15 +492,9 @@ uint32_t normalize_text_uni_le_prim(const uni_char *text, uni_char **out, const 
 OMBR_API uint32_t ombr_textcorr_normalize_text(const uint16_t *text, uint16_t **out_text, const uint16_t *keep,
                                                uint32_t flags, uint32_t option) {
     if (!text || !out_text) return ombr::fail(kTextcorrInvalidArgument, kUnit);
-    // The flags word is copied bit by bit and then reduced to two modes:
-    // none (0) or every pass (0xffffffff).
-    uint32_t mode = 0;
-    for (uint32_t bit = 1; bit != 0; bit <<= 1)
-        if (flags & bit) mode |= bit;
-    mode = mode != 0 ? 0xFFFFFFFFu : 0u;
-
     uni_char *result = nullptr;
-    uint32_t status = normalize_text_uni_le_prim(text, &result, keep, mode, option & OMBR_TEXTCORR_OPTION_TOKEN);
+    uint32_t status =
+        normalize_text_uni_le_prim(text, &result, keep, pipeline_mode(flags), option & OMBR_TEXTCORR_OPTION_TOKEN);
     if (status == kNothingLeft) {
         // Nothing is left even in the second try: the text compares as itself.
         if (!(result = copy_wide(text))) return ombr::fail(kTextcorrNoMemory, kUnit);
@@ -505,22 +508,28 @@ OMBR_API uint32_t ombr_textcorr_normalize_text(const uint16_t *text, uint16_t **
 OMBR_API uint32_t ombr_textcorr_normalize_utf8_text(const char *text, char **out_text, uint32_t flags,
                                                     uint32_t option) {
     if (!text || !out_text) return ombr::fail(kTextcorrInvalidArgument, kUnit);
+    // The pipeline's big-endian form comes straight from the conversion and
+    // goes straight back to UTF-8: the text is converted with the units
+    // swapped on a little-endian host, and the key is read back swapped.
+    const uint8_t swap = is_little_endian() ? 1 : 0;
     uint16_t *wide = nullptr;
-    uint32_t status = ombr_string_utf8_to_ucs2(text, &wide, 0);
+    uint32_t status = ombr_string_utf8_to_ucs2(text, &wide, swap);
     if (status != 0) return ombr::fail(status, kUnit);
     OwnedBlock wide_guard(wide);
 
-    uint16_t *key = nullptr;
-    status = ombr_textcorr_normalize_text(wide, &key, nullptr, flags, option);
-    if (status == kNothingLeft && !key) {
-        key = wide;  // the converted input stands for the result
+    uni_char *key = nullptr;
+    status = normalize_text_uni_prim(wide, &key, nullptr, pipeline_mode(flags), option & OMBR_TEXTCORR_OPTION_TOKEN);
+    if (status == kNothingLeft) {
+        // Nothing is left even in the second try: the text compares as itself.
+        key = nullptr;
+        status = 0;
     } else if (status != 0) {
-        return status;
+        return ombr::fail(status, kUnit);
     }
-    OwnedBlock key_guard(key != wide ? key : nullptr);
+    OwnedBlock key_guard(key);
 
     char *utf8 = nullptr;
-    const uint32_t back = ombr_string_ucs2_to_utf8(key, &utf8, 0);
+    const uint32_t back = ombr_string_ucs2_to_utf8(key ? key : wide, &utf8, swap);
     if (back != 0) return ombr::fail(back, kUnit);
     *out_text = utf8;
     return status;

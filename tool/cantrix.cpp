@@ -528,6 +528,19 @@ class Session {
     LookupProgress progress_;
 };
 
+// After a failed call on the catalogue: when the catalogue met damage in
+// its file, says so and gives the exit code of a damaged catalogue, else 0.
+int damaged(const Session &session, const std::string &path) {
+    const char *why = zelto_catalogue_last_message(session.catalogue());
+    const size_t n = std::strlen(ZELTO_CATALOGUE_DAMAGED_TEXT);
+    if (!why || std::strncmp(why, ZELTO_CATALOGUE_DAMAGED_TEXT, n) != 0) return 0;
+    std::fprintf(stderr,
+                 "cantrix: catalogue '%s' is damaged (%s); nothing was written to it ('cantrix catalogue check' "
+                 "shows what is wrong)\n",
+                 path.c_str(), why);
+    return kNoCatalogue;
+}
+
 // Runs the query's find; on success `answer` holds what came back.
 int find_answer(Session &session, const Options &o, tool::Answer &answer) {
     uint32_t (*find)(zelto_cantrix_query_handle, zelto_rvo_handle *) = zelto_cantrix_query_find_albums;
@@ -544,6 +557,7 @@ int find_answer(Session &session, const Options &o, tool::Answer &answer) {
         return kBadInput;
     }
     if (s != 0) {
+        if (int rc = damaged(session, o.catalogue)) return rc;
         report("lookup failed", s);
         return kLookupFailed;
     }
@@ -611,6 +625,7 @@ int identify_disc_id(const Options &o) {
         uint32_t count = 0;
         const uint32_t s = zelto_catalogue_find_disc_id(session.catalogue(), o.disc_id->c_str(), &count);
         if (s != 0) {
+            if (int rc = damaged(session, o.catalogue)) return rc;
             std::fprintf(stderr, "cantrix: disc ID lookup failed: 0x%08X: %s\n", s,
                          zelto_catalogue_last_message(session.catalogue()));
             return kLookupFailed;
@@ -901,11 +916,13 @@ int catalogue_info(const Options &o) {
     zelto_catalogue_info info{};
     const uint32_t s = zelto_catalogue_get_info(session.catalogue(), &info);
     if (s != 0) {
+        if (int rc = damaged(session, o.catalogue)) return rc;
         std::fprintf(stderr, "cantrix: cannot read catalogue '%s': 0x%08X\n", o.catalogue.c_str(), s);
         return kNoCatalogue;
     }
     zelto_catalogue_fingerprint_info fp{};
     if (zelto_catalogue_fingerprint_counts(session.catalogue(), &fp) != 0) {
+        if (int rc = damaged(session, o.catalogue)) return rc;
         std::fprintf(stderr, "cantrix: cannot read catalogue '%s': %s\n", o.catalogue.c_str(),
                      zelto_catalogue_last_message(session.catalogue()));
         return kNoCatalogue;

@@ -97,8 +97,12 @@ extern "C" {
 typedef struct zelto_catalogue zelto_catalogue;
 
 /* Opens a catalogue file (":memory:" for a private, empty one). An existing
- * file that fails SQLite's structural check (quick_check) is refused with
- * ZELTO_CATALOGUE_DATABASE before anything is read from or written to it.
+ * file opened for writing that fails SQLite's structural check (quick_check,
+ * which reads the whole file) is refused with ZELTO_CATALOGUE_DATABASE
+ * before anything is written to it. Opened with ZELTO_CATALOGUE_OPEN_READONLY,
+ * only the header, the schema and the file's length are checked, so that
+ * opening a large catalogue stays quick; damage inside it fails the call
+ * that reads it (see ZELTO_CATALOGUE_DAMAGED_TEXT).
  * A catalogue carries SQLite's application id 0x5A435443 and its schema
  * number as user version; an empty file or another program's database (even
  * one with an "albums" table) is refused with ZELTO_CATALOGUE_NOT_CATALOGUE
@@ -116,6 +120,11 @@ ZELTO_MANAGER_API uint32_t zelto_catalogue_close(zelto_catalogue *catalogue);
  * *out_report (may be null) gets "ok" or the problems found, one a line (at
  * most 20), to be freed with zelto_manager_text_free. */
 ZELTO_MANAGER_API uint32_t zelto_catalogue_check(const char *path, char **out_report);
+/* A call that read past damage to the file (a malformed page SQLite met
+ * while reading) fails with ZELTO_CATALOGUE_DATABASE, and the catalogue's
+ * last message then starts with this text. A file opened read-only is only
+ * checked as far as its header and schema, so damage inside it shows here. */
+#define ZELTO_CATALOGUE_DAMAGED_TEXT "the catalogue file is damaged"
 /* Message of the last failure of a call on this catalogue, "" if none. */
 ZELTO_MANAGER_API const char *zelto_catalogue_last_message(zelto_catalogue *catalogue);
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -54,6 +55,29 @@ std::vector<std::string> check_file(const std::string &path, bool quick, uint32_
     return problems;
 }
 
+// Whether a file has lost its end: it is shorter than the page count its
+// own header gives, at a time when that count is valid (SQLite marks it so
+// by the change counter) and no write-ahead log with frames in it could
+// still hold the missing pages. Reads only the 100-byte header.
+bool shorter_than_header(const std::string &path, uintmax_t size) {
+    unsigned char h[100];
+    FILE *f = std::fopen(path.c_str(), "rb");
+    if (!f) return false;
+    const size_t got = std::fread(h, 1, sizeof h, f);
+    std::fclose(f);
+    if (got < sizeof h) return true;
+    const auto be32 = [&](size_t at) {
+        return uint32_t(h[at]) << 24 | uint32_t(h[at + 1]) << 16 | uint32_t(h[at + 2]) << 8 | uint32_t(h[at + 3]);
+    };
+    const uint32_t raw_page = uint32_t(h[16]) << 8 | h[17];
+    const uint64_t page = raw_page == 1 ? 65536 : raw_page;
+    const uint32_t pages = be32(28);
+    if (pages == 0 || page == 0 || be32(24) != be32(92)) return false;
+    struct stat wal;
+    if (::stat((path + "-wal").c_str(), &wal) == 0 && wal.st_size > 32) return false;
+    return size < pages * page;
+}
+
 }  // namespace
 
 HOST_EXPORT uint32_t zelto_catalogue_check(const char *path, char **out_report) {
@@ -82,10 +106,15 @@ HOST_EXPORT uint32_t zelto_catalogue_open(const char *path, uint32_t flags, zelt
         const bool exists = stat(path, &st) == 0;
         if (!exists && (read_only || !(flags & ZELTO_CATALOGUE_OPEN_CREATE))) return ZELTO_CATALOGUE_NO_FILE;
         // A damaged file, or one that is no catalogue, is refused before
-        // anything reads from it or writes to it: no answers from a broken
-        // index, no import into it.
+        // anything writes to it: opened for writing, a file must pass
+        // SQLite's structural check, which reads all of it (seconds for a
+        // large catalogue). Opened only to read, the header and the schema
+        // are checked and a file that has lost its end is refused; damage
+        // inside a page is found by SQLite when a lookup reads that page,
+        // and the lookup then fails with ZELTO_CATALOGUE_DATABASE.
         uint32_t status = 0;
-        if (exists) check_file(name, true, status);
+        if (exists && (!read_only || shorter_than_header(name, uintmax_t(st.st_size))))
+            check_file(name, true, status);
         if (status != 0) return status;
     }
     try {

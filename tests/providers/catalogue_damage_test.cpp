@@ -151,17 +151,37 @@ TEST_F(CatalogueDamage, TruncatedAndFlippedFilesAreReportedAndRefused) {
     const uintmax_t size = fs::file_size(good);
     ASSERT_GT(size, 16u * 4096u);
 
+    // The first page of the tracks table and of each of its indexes: pages
+    // that opening a catalogue does not read, but counting its tracks does.
+    std::vector<uintmax_t> track_pages;
+    {
+        sqlite3 *db = nullptr;
+        ASSERT_EQ(sqlite3_open_v2(good.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        sqlite3_stmt *q = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT rootpage FROM sqlite_master WHERE tbl_name = 'tracks' AND rootpage > 1",
+                                     -1, &q, nullptr),
+                  SQLITE_OK);
+        while (sqlite3_step(q) == SQLITE_ROW) track_pages.push_back(uintmax_t(sqlite3_column_int64(q, 0) - 1) * 4096);
+        sqlite3_finalize(q);
+        sqlite3_close(db);
+    }
+    ASSERT_GE(track_pages.size(), 3u);
+
     struct Damage {
         const char *name;
         uintmax_t truncate_to;  // 0: no truncation
         std::vector<uintmax_t> flips;
+        // Opened only to read, the file is refused at once; else the damage
+        // is met by the first read of the damaged pages.
+        bool read_only_refused;
     };
     const std::vector<Damage> damages = {
-        {"truncated to half", size / 2, {}},
-        {"truncated to one page and a bit", 4096 + 100, {}},
-        {"truncated inside the header", 60, {}},
-        {"header magic flipped", 0, {0, 5}},
-        {"page headers flipped", 0, {2 * 4096, 3 * 4096 + 1, 5 * 4096, 8 * 4096 + 3}},
+        {"truncated to half", size / 2, {}, true},
+        {"truncated to one page and a bit", 4096 + 100, {}, true},
+        {"truncated inside the header", 60, {}, true},
+        {"header magic flipped", 0, {0, 5}, true},
+        {"page headers flipped", 0, {2 * 4096, 3 * 4096 + 1, 5 * 4096, 8 * 4096 + 3}, true},
+        {"the tracks table and its indexes flipped", 0, track_pages, false},
     };
     for (const Damage &d : damages) {
         SCOPED_TRACE(d.name);
@@ -192,6 +212,16 @@ TEST_F(CatalogueDamage, TruncatedAndFlippedFilesAreReportedAndRefused) {
         EXPECT_EQ(zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_CREATE, &catalogue),
                   ZELTO_CATALOGUE_DATABASE);
         EXPECT_EQ(catalogue, nullptr);
+        const uint32_t read_open = zelto_catalogue_open(path_.c_str(), ZELTO_CATALOGUE_OPEN_READONLY, &catalogue);
+        if (d.read_only_refused) {
+            EXPECT_EQ(read_open, ZELTO_CATALOGUE_DATABASE);
+            EXPECT_EQ(catalogue, nullptr);
+        } else {
+            ASSERT_EQ(read_open, 0u);
+            zelto_catalogue_info info{};
+            EXPECT_EQ(zelto_catalogue_get_info(catalogue, &info), ZELTO_CATALOGUE_DATABASE);
+            EXPECT_EQ(zelto_catalogue_close(catalogue), 0u);
+        }
 
         std::ifstream after_in(path_, std::ios::binary);
         const std::string after((std::istreambuf_iterator<char>(after_in)), std::istreambuf_iterator<char>());

@@ -64,6 +64,13 @@ std::string reference::check_hashtable_case(const uint8_t *data, size_t size) {
         return k;
     };
 
+    // The input itself as a key, up to its first zero byte: every byte
+    // value and length against the byte-by-byte hash.
+    const std::string raw(reinterpret_cast<const char *>(data), size);
+    for (const bool case_sensitive : {false, true})
+        if (_ombr_hashtable_genhash(raw.c_str(), case_sensitive) != reference::hashtable_hash(raw.c_str(), case_sensitive))
+            return "hash of the raw input differs from the reference";
+
     static constexpr uint32_t kFlagMixes[] = {0, OMBR_HASHTABLE_CASE_SENSITIVE, OMBR_HASHTABLE_MULTI_VALUE,
                                               OMBR_HASHTABLE_MULTI_VALUE | OMBR_HASHTABLE_CASE_SENSITIVE,
                                               OMBR_HASHTABLE_NO_REPLACE};

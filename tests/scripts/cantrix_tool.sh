@@ -225,5 +225,18 @@ expect 4 "is damaged" -- --catalogue damaged.catalogue search --artist "Mira Sol
 expect 4 "is damaged" -- --catalogue damaged.catalogue catalogue import "$src/data/sample"
 [ "$(md5sum < damaged.catalogue)" = "$sum" ] || fail "the damaged catalogue was changed"
 expect 4 "does not exist" -- --catalogue nowhere.db catalogue check
+# Damage inside the file, where opening to read does not look: the first
+# page of the tracks table and of each of its indexes. Reads that meet it
+# fail as damage; none answers with what it read before.
+cp cantrix.catalogue inner.catalogue
+for page in $(sqlite3 inner.catalogue "SELECT rootpage FROM sqlite_master WHERE tbl_name = 'tracks' AND rootpage > 1"); do
+  printf '\x5a' | dd of=inner.catalogue bs=1 seek=$(((page - 1) * 4096)) conv=notrunc status=none
+done
+sum=$(md5sum < inner.catalogue)
+expect 4 "catalogue 'inner.catalogue' is damaged \(the catalogue file is damaged: " -- --catalogue inner.catalogue identify --toc "150 14672 27367 41225"
+expect 4 "is damaged" -- --catalogue inner.catalogue search --kind tracks --title "paper comet"
+expect 4 "is damaged" -- --catalogue inner.catalogue catalogue info
+expect 4 "is damaged or not a catalogue file" -- --catalogue inner.catalogue catalogue import "$src/data/sample"
+[ "$(md5sum < inner.catalogue)" = "$sum" ] || fail "the damaged catalogue was changed"
 
 finish

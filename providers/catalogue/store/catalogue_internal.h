@@ -17,8 +17,21 @@
 
 #include "providers/catalogue/store/catalogue.h"
 #include "providers/catalogue/store/utf8.h"
+#include "zelto/zelto_catalogue.h"
 
 namespace catalogue {
+
+// The first sign of a damaged file that a statement of the current call met
+// (SQLite's result code), 0 if none: a malformed page, a file that is no
+// database, or a read error. Readers loop while rows come and would
+// otherwise answer with what they read before the damage; guarded() turns
+// the call's result into a failure instead.
+inline thread_local int damage_met = 0;
+
+inline bool is_damage(int rc) {
+    const int primary = rc & 0xff;
+    return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB || primary == SQLITE_IOERR;
+}
 
 // A cached prepared statement, reset and unbound when the guard ends.
 class Stmt {
@@ -48,7 +61,11 @@ class Stmt {
         else
             sqlite3_bind_null(s_, i);
     }
-    int step() { return sqlite3_step(s_); }
+    int step() {
+        const int rc = sqlite3_step(s_);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE && is_damage(rc) && !damage_met) damage_met = rc;
+        return rc;
+    }
     bool null(int col) const { return sqlite3_column_type(s_, col) == SQLITE_NULL; }
     int64_t i64(int col) const { return sqlite3_column_int64(s_, col); }
     uint32_t u32(int col) const { return static_cast<uint32_t>(sqlite3_column_int64(s_, col)); }
@@ -261,18 +278,31 @@ class ReadTransaction {
     bool open_ = false;
 };
 
-// Runs `body` and turns anything thrown into a status.
+// Runs `body` and turns anything thrown into a status, and a result read
+// past damage to the file (see damage_met) into a database failure. Calls nest:
+// damage met inside stays on record for the outer call.
 template <typename Body>
 Status guarded(Body &&body) noexcept {
+    const int outer = damage_met;
+    damage_met = 0;
+    Status st;
     try {
-        return body();
+        st = body();
     } catch (const std::bad_alloc &) {
-        return Status::error(Code::no_memory, "out of memory");
+        st = Status::error(Code::no_memory, "out of memory");
     } catch (const std::exception &e) {
-        return Status::error(Code::database, std::string("unexpected failure: ") + e.what());
+        st = Status::error(Code::database, std::string("unexpected failure: ") + e.what());
     } catch (...) {
-        return Status::error(Code::database, "unexpected failure");
+        st = Status::error(Code::database, "unexpected failure");
     }
+    const int met = damage_met;
+    damage_met = outer ? outer : met;
+    // "Not found" past damage may only mean the damage hid the row, and a
+    // database failure is named for what caused it.
+    if (!met || !(st.ok() || st.code == Code::not_found || st.code == Code::database)) return st;
+    const bool named = st.code == Code::database && !st.message.empty();
+    return Status::error(Code::database,
+                         std::string(ZELTO_CATALOGUE_DAMAGED_TEXT ": ") + (named ? st.message : sqlite3_errstr(met)));
 }
 
 // A result range is valid when it starts at 1 or later and does not end
