@@ -22,6 +22,8 @@
 //    format does; a file of no format is one skipped record;
 //  - the fuzzy TOC lookup through the shape index answers as the linear
 //    scan does, for every TOC of the record, moved by a few frames.
+//  - every track of every stored album is found by its identifier and tag
+//    (stored, or derived from the album's and left out of the row).
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -56,6 +58,24 @@ void check_toc_lookups(catalogue::Catalogue &cat, const std::vector<uint32_t> &o
                         x.total_deviation == y.total_deviation && x.max_deviation == y.max_deviation,
                     "indexed and linear TOC hits agree", catalogue::toc_text(*toc));
         }
+    }
+}
+
+// Albums stored by this import (ids after the earlier album's), read back:
+// each track is found again under the identifier and tag it reads with.
+void check_track_identifiers(catalogue::Catalogue &cat, uint64_t albums) {
+    uint64_t seen = 0;
+    for (int64_t id = 2; seen < albums && id < 2 + static_cast<int64_t>(albums) * 2 + 2; ++id) {
+        catalogue::Album album;
+        if (!cat.get_album(id, album).ok()) continue;
+        ++seen;
+        for (const catalogue::Disc &disc : album.discs)
+            for (const catalogue::Track &track : disc.tracks) {
+                catalogue::IdentifierHit hit;
+                require(cat.lookup_tui(track.tui, track.tag, hit).ok() &&
+                            hit.kind == catalogue::IdentifierHit::Kind::track && hit.track_id == track.id,
+                        "a stored track is found by its identifier and tag", track.tui);
+            }
     }
 }
 
@@ -184,6 +204,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     uint64_t after = 0;
     require(cat->album_count(after).ok(), "count after");
     if (st.ok()) require(after == before + report.imported - report.replaced, "album count adds up");
+    if (st.ok()) check_track_identifiers(*cat, after - 1);
 
     catalogue::TocResult found;
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
