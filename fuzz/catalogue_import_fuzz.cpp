@@ -25,6 +25,8 @@
 //  - every stored album reads back as its reference reading (SQLite sorts
 //    the tracks and credits) reads it, field by field; read without its
 //    credits, it is the same album less them.
+//  - every track of every stored album is found by its identifier and tag
+//    (stored, or derived from the album's and left out of the row).
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -83,6 +85,24 @@ void check_album_reads(catalogue::Catalogue &cat) {
         for (catalogue::Disc &disc : reference.discs)
             for (catalogue::Track &track : disc.tracks) track.contributors.clear();
         require(*bare == reference, "an album read without credits is the album less them", entry.tui);
+    }
+}
+
+// Albums stored by this import (ids after the earlier album's), read back:
+// each track is found again under the identifier and tag it reads with.
+void check_track_identifiers(catalogue::Catalogue &cat, uint64_t albums) {
+    uint64_t seen = 0;
+    for (int64_t id = 2; seen < albums && id < 2 + static_cast<int64_t>(albums) * 2 + 2; ++id) {
+        catalogue::Album album;
+        if (!cat.get_album(id, album).ok()) continue;
+        ++seen;
+        for (const catalogue::Disc &disc : album.discs)
+            for (const catalogue::Track &track : disc.tracks) {
+                catalogue::IdentifierHit hit;
+                require(cat.lookup_tui(track.tui, track.tag, hit).ok() &&
+                            hit.kind == catalogue::IdentifierHit::Kind::track && hit.track_id == track.id,
+                        "a stored track is found by its identifier and tag", track.tui);
+            }
     }
 }
 
@@ -211,6 +231,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     uint64_t after = 0;
     require(cat->album_count(after).ok(), "count after");
     if (st.ok()) require(after == before + report.imported - report.replaced, "album count adds up");
+    if (st.ok()) check_track_identifiers(*cat, after - 1);
 
     catalogue::TocResult found;
     require(cat->lookup_toc(std::string_view(kEarlierToc), {}, found).ok() && !found.hits.empty(),
