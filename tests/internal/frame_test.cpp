@@ -191,13 +191,15 @@ TEST(ReadWriteLock, WritersFirstAndInvalidUnlock) {
         writer_at = ++order;
         ombr_thread_rwlock_unlock(rw);
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // writer now waits
+    // The writer then waits (a generous pause: on a loaded machine a new
+    // thread can take tens of milliseconds to run).
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
     std::thread reader([&] {
         ombr_thread_rwlock_readlock(rw);  // blocks behind the waiting writer
         reader_at = ++order;
         ombr_thread_rwlock_unlock(rw);
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
     EXPECT_EQ(order.load(), 0);
     ASSERT_EQ(ombr_thread_rwlock_unlock(rw), 0u);
     writer.join();
