@@ -244,22 +244,7 @@ class CatalogueMigration : public ::testing::Test {
         sqlite3_free(error);
         sqlite3_close(db);
     }
-    std::string query(const std::string &statement) {
-        sqlite3 *db = nullptr;
-        std::string out;
-        EXPECT_EQ(sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-        sqlite3_stmt *q = nullptr;
-        EXPECT_EQ(sqlite3_prepare_v2(db, statement.c_str(), -1, &q, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-        while (sqlite3_step(q) == SQLITE_ROW)
-            for (int i = 0; i < sqlite3_column_count(q); ++i) {
-                const auto *text = sqlite3_column_text(q, i);
-                out += std::string(text ? reinterpret_cast<const char *>(text) : "") +
-                       (i + 1 < sqlite3_column_count(q) ? "|" : ";");
-            }
-        sqlite3_finalize(q);
-        sqlite3_close(db);
-        return out;
-    }
+    std::string query(const std::string &statement) { return catalogue_test::query_file(path_, statement); }
     std::string contents() const {
         std::ifstream in(path_, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), {});

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -16,6 +17,25 @@
 #include "providers/catalogue/store/catalogue.h"
 
 namespace catalogue_test {
+
+// The rows a statement gives on a catalogue file opened read-only, each
+// column's text followed by "|", the last by ";".
+inline std::string query_file(const std::string &path, const std::string &statement) {
+    sqlite3 *db = nullptr;
+    std::string out;
+    EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt *q = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(db, statement.c_str(), -1, &q, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    while (sqlite3_step(q) == SQLITE_ROW)
+        for (int i = 0; i < sqlite3_column_count(q); ++i) {
+            const auto *text = sqlite3_column_text(q, i);
+            out += std::string(text ? reinterpret_cast<const char *>(text) : "") +
+                   (i + 1 < sqlite3_column_count(q) ? "|" : ";");
+        }
+    sqlite3_finalize(q);
+    sqlite3_close(db);
+    return out;
+}
 
 inline std::unique_ptr<catalogue::Catalogue> open_memory() {
     std::unique_ptr<catalogue::Catalogue> cat;

@@ -154,7 +154,7 @@ class CatalogueSchema : public ::testing::Test {
         std::string fts;
         for (const char *t : {"album_fts(title, artist", "track_fts(title, artist, composer", "artist_fts(name",
                               "lyric_fts(title, artist, text"}) {
-            const std::string spec(t), name = spec.substr(0, spec.find('(')), columns = spec.substr(spec.find('(') + 1);
+            const std::string entry(t), name = entry.substr(0, entry.find('(')), columns = entry.substr(entry.find('(') + 1);
             fts += "ALTER TABLE " + name + " RENAME TO old_fts; CREATE VIRTUAL TABLE " + name + " USING fts5(" +
                    columns + ", tokenize='unicode61 remove_diacritics 2', prefix='2 3'); INSERT INTO " + name + "(rowid, " +
                    columns + ") SELECT rowid, " + columns + " FROM old_fts; DROP TABLE old_fts;";
@@ -195,22 +195,7 @@ class CatalogueSchema : public ::testing::Test {
         sqlite3_free(error);
         sqlite3_close(db);
     }
-    std::string query(const std::string &statement) {
-        sqlite3 *db = nullptr;
-        std::string out;
-        EXPECT_EQ(sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-        sqlite3_stmt *q = nullptr;
-        EXPECT_EQ(sqlite3_prepare_v2(db, statement.c_str(), -1, &q, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-        while (sqlite3_step(q) == SQLITE_ROW)
-            for (int i = 0; i < sqlite3_column_count(q); ++i) {
-                const auto *text = sqlite3_column_text(q, i);
-                out += std::string(text ? reinterpret_cast<const char *>(text) : "") +
-                       (i + 1 < sqlite3_column_count(q) ? "|" : ";");
-            }
-        sqlite3_finalize(q);
-        sqlite3_close(db);
-        return out;
-    }
+    std::string query(const std::string &statement) { return catalogue_test::query_file(path_, statement); }
     std::string answers_of(OpenMode mode = OpenMode::read_write) {
         std::unique_ptr<Catalogue> cat;
         const Status st = Catalogue::open(path_, cat, mode);
