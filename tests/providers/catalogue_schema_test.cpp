@@ -151,6 +151,7 @@ class CatalogueSchema : public ::testing::Test {
     // stored (the identifiers under a unique constraint), album digests in
     // meta, and prefix indexes of two and three characters.
     void make_schema_5() {
+        catalogue_test::make_schema_6(path_);
         std::string fts;
         for (const char *t : {"album_fts(title, artist", "track_fts(title, artist, composer", "artist_fts(name",
                               "lyric_fts(title, artist, text"}) {

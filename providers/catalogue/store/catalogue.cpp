@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <tuple>
 #include <unordered_set>
 
 #include <sys/stat.h>
@@ -29,7 +30,8 @@ CREATE TABLE IF NOT EXISTS albums(
   track_count INTEGER NOT NULL, disc_count INTEGER NOT NULL,
   country TEXT NOT NULL DEFAULT '', release_date TEXT NOT NULL DEFAULT '',
   catalogue_number TEXT NOT NULL DEFAULT '', barcode TEXT NOT NULL DEFAULT '',
-  digest TEXT NOT NULL DEFAULT '');  -- see album_digest()
+  digest TEXT NOT NULL DEFAULT '',  -- see album_digest()
+  keys TEXT);                       -- NULL where derived (see IndexKeys)
 CREATE TABLE IF NOT EXISTS discs(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
@@ -61,7 +63,9 @@ CREATE TABLE IF NOT EXISTS tracks(
   title TEXT NOT NULL, artist TEXT NOT NULL, duration_ms INTEGER NOT NULL,
   tui TEXT,                      -- NULL where it is the derived one (see derived_track_tui)
   tag TEXT,                      -- NULL where it is the derived one (see derived_track_tag)
-  source_id TEXT NOT NULL);
+  source_id TEXT NOT NULL,
+  keys TEXT,                     -- NULL where derived (see IndexKeys)
+  own_artist INTEGER NOT NULL DEFAULT 0);  -- its artist key is not its album's
 CREATE INDEX IF NOT EXISTS tracks_album ON tracks(album_id, position);
 CREATE INDEX IF NOT EXISTS tracks_disc ON tracks(disc_id);
 CREATE TABLE IF NOT EXISTS album_contributors(
@@ -85,10 +89,11 @@ CREATE INDEX IF NOT EXISTS lyrics_album ON lyrics(album_tui);
 -- Ids are never reused, so an id held elsewhere cannot come to mean another row.
 -- Text indexes hold search keys (see fold()), rowid = the row they index.
 -- Searches ask for prefixes of three or more characters only, so a prefix
--- index of three is the one that serves.
-CREATE VIRTUAL TABLE IF NOT EXISTS album_fts USING fts5(title, artist,
+-- index of three is the one that serves. The album and track indexes keep
+-- no copy of their keys (see IndexKeys): a row is removed by giving them.
+CREATE VIRTUAL TABLE IF NOT EXISTS album_fts USING fts5(title, artist, content='',
   tokenize='unicode61 remove_diacritics 2', prefix='3');
-CREATE VIRTUAL TABLE IF NOT EXISTS track_fts USING fts5(title, artist, composer,
+CREATE VIRTUAL TABLE IF NOT EXISTS track_fts USING fts5(title, artist, composer, content='',
   tokenize='unicode61 remove_diacritics 2', prefix='3');
 CREATE VIRTUAL TABLE IF NOT EXISTS artist_fts USING fts5(name,
   tokenize='unicode61 remove_diacritics 2', prefix='3');
@@ -116,6 +121,7 @@ END;
 constexpr const char *kLateIndexes = R"sql(
 CREATE UNIQUE INDEX IF NOT EXISTS lyrics_key ON lyrics(natural_key);
 CREATE UNIQUE INDEX IF NOT EXISTS tracks_tui ON tracks(tui) WHERE tui IS NOT NULL;
+CREATE INDEX IF NOT EXISTS tracks_own_artist ON tracks(album_id) WHERE own_artist = 1;
 )sql";
 
 // The schema number of a catalogue's 'schema' row when it is one this
@@ -173,6 +179,30 @@ std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, 
     tui += '-';
     tui += std::to_string(number);
     return tui;
+}
+
+IndexKeys derived_keys(std::string_view title, std::string_view artist) { return {fold(title), fold(artist), {}}; }
+
+std::optional<std::string> stored_keys(const IndexKeys &keys, std::string_view title, std::string_view artist,
+                                       bool track) {
+    if (keys == derived_keys(title, artist)) return std::nullopt;
+    std::string out = keys.title + '\t' + keys.artist;
+    if (track) out += '\t' + keys.composer;
+    return out;
+}
+
+IndexKeys read_keys(std::string_view title, std::string_view artist, const std::string *stored) {
+    if (!stored) return derived_keys(title, artist);
+    IndexKeys keys;
+    std::string *parts[] = {&keys.title, &keys.artist, &keys.composer};
+    size_t part = 0;
+    for (char c : *stored) {
+        if (c == '\t' && part + 1 < std::size(parts))
+            ++part;
+        else
+            parts[part]->push_back(c);
+    }
+    return keys;
 }
 
 namespace {
@@ -466,23 +496,26 @@ void add_credit_names(const std::vector<Contributor> &list, std::string &perform
     }
 }
 
-Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, std::string &composers) {
+Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, std::string &composers,
+                       IndexKeys &keys) {
+    std::string performers = album.artist;
+    add_credit_names(album.contributors, performers, composers);
+    keys = IndexKeys{fold(album.title), fold(performers), {}};
+    const std::optional<std::string> stored = stored_keys(keys, album.title, album.artist, false);
     Status st = impl.write(
         "INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
-        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode, digest)"
-        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode, digest, keys)"
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
         "insert album", &album.id, album.tui, album.tag, int64_t{album.revision}, album.title, album.artist,
         int64_t{album.year}, album.genre, album.label, album.language, album.source, album.source_id,
         int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()), album.country, album.release_date,
-        album.catalogue_number, album.barcode, digest);
+        album.catalogue_number, album.barcode, digest, stored ? &*stored : nullptr);
     if (st.ok())
         st = credit(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
                     album.id, album.contributors);
     if (!st.ok()) return st;
-    std::string performers = album.artist;
-    add_credit_names(album.contributors, performers, composers);
     return impl.index_row("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", album.id,
-                           {fold(album.title), fold(performers)});
+                           {keys.title, keys.artist});
 }
 
 // The shift-invariant shape of a TOC, as the fuzzy lookup's index keeps it:
@@ -570,34 +603,40 @@ struct TrackTuis {
 };
 
 // A track at its album position, its credits and its text index entry
-// (the album's composers count for every track).
+// (the album's composers count for every track). A track whose artist key
+// is not its album's is marked (own_artist): only such a track can match
+// an artist that its album does not.
 Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, Track &track, uint32_t position,
-                   const std::string &album_composers, TrackTuis &tuis) {
+                   const std::string &album_composers, const IndexKeys &album_keys, TrackTuis &tuis) {
     const bool is_derived = track.tui == derived_track_tui(album.tui, disc.number, track.number);
     const bool own_tag = track.tag != derived_track_tag(track.tui, track.title);
+    const std::string &shown_artist = track.artist.empty() ? album.artist : track.artist;
+    std::string artist = shown_artist, composers = album_composers;
+    add_credit_names(track.contributors, artist, composers);
+    const IndexKeys keys{fold(track.title), fold(artist), fold(composers)};
+    const std::optional<std::string> stored = stored_keys(keys, track.title, shown_artist, true);
     Status st = tuis.check(impl, disc, track, is_derived);
     if (st.ok())
         st = impl.write(
             "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
-            " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
+            " duration_ms, tui, tag, source_id, keys, own_artist) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
             "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number},
             int64_t{position}, track.title, track.artist, int64_t{track.duration_ms},
-            is_derived ? nullptr : &track.tui, own_tag ? &track.tag : nullptr, track.source_id);
+            is_derived ? nullptr : &track.tui, own_tag ? &track.tag : nullptr, track.source_id,
+            stored ? &*stored : nullptr, int64_t{keys.artist != album_keys.artist});
     if (st.ok())
         st = credit(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
                     track.id, track.contributors);
     if (!st.ok()) return st;
-    std::string artist = track.artist.empty() ? album.artist : track.artist;
-    std::string composers = album_composers;
-    add_credit_names(track.contributors, artist, composers);
     return impl.index_row("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track",
-                           track.id, {fold(track.title), fold(artist), fold(composers)});
+                           track.id, {keys.title, keys.artist, keys.composer});
 }
 
 // Every row of an album: the album, then each disc with its TOCs and tracks.
 Status store_album(Catalogue::Impl &impl, Album &album, const std::string &digest) {
     std::string composers;
-    Status st = store_album_row(impl, album, digest, composers);
+    IndexKeys keys;
+    Status st = store_album_row(impl, album, digest, composers, keys);
     TrackTuis tuis;
     if (st.ok()) st = tuis.start(impl);
     uint32_t position = 0;
@@ -608,9 +647,33 @@ Status store_album(Catalogue::Impl &impl, Album &album, const std::string &diges
         for (auto &toc : disc.tocs)
             if (st.ok()) st = store_toc(impl, album, disc, toc);
         for (auto &track : disc.tracks)
-            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers, tuis);
+            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers, keys, tuis);
     }
     return st;
+}
+
+// Removes the text index rows of an album and its tracks, given their keys
+// as they were indexed.
+Status unindex_album(Catalogue::Impl &impl, int64_t album_id) {
+    Status st;
+    Stmt q(impl.prepare("SELECT 0, a.id, a.title, a.artist, a.keys FROM albums a WHERE a.id = ?1 UNION ALL"
+                        " SELECT 1, t.id, t.title, CASE WHEN t.artist = '' THEN a.artist ELSE t.artist END, t.keys"
+                        " FROM tracks t JOIN albums a ON a.id = t.album_id WHERE t.album_id = ?1",
+                        st));
+    if (!q) return st;
+    q.bind(1, album_id);
+    int rc;
+    while ((rc = q.step()) == SQLITE_ROW) {
+        const std::string stored = q.text(4);
+        const IndexKeys keys = read_keys(q.text(2), q.text(3), q.null(4) ? nullptr : &stored);
+        st = q.i64(0) == 0 ? impl.write("INSERT INTO album_fts(album_fts, rowid, title, artist) VALUES('delete',?,?,?)",
+                                        "remove album", nullptr, q.i64(1), keys.title, keys.artist)
+                           : impl.write("INSERT INTO track_fts(track_fts, rowid, title, artist, composer)"
+                                        " VALUES('delete',?,?,?,?)",
+                                        "remove album", nullptr, q.i64(1), keys.title, keys.artist, keys.composer);
+        if (!st.ok()) return st;
+    }
+    return rc == SQLITE_DONE ? Status{} : impl.db_error("remove album");
 }
 
 }  // namespace
@@ -659,9 +722,8 @@ Status Catalogue::Impl::remove_album(int64_t album_id) {
         q.bind(1, album_id);
         while (q.step() == SQLITE_ROW) artists.push_back(q.i64(0));
     }
+    if (!(st = unindex_album(*this, album_id)).ok()) return st;
     const char *steps[] = {
-        "DELETE FROM track_fts WHERE rowid IN (SELECT id FROM tracks WHERE album_id = ?)",
-        "DELETE FROM album_fts WHERE rowid = ?",
         "DELETE FROM track_contributors WHERE track_id IN (SELECT id FROM tracks WHERE album_id = ?)",
         "DELETE FROM album_contributors WHERE album_id = ?",
         "DELETE FROM tracks WHERE album_id = ?",
@@ -849,8 +911,9 @@ INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0');
 
 // Schema 5 stored every track identifier and tag (a unique index over all
 // the identifiers), kept album digests in meta, and prefix indexes of two
-// characters that no search asks for. The tracks table and the text indexes
-// are made anew from kSchema: rows keep their ids, texts and search keys; a
+// characters that no search asks for. The tracks table and the artist and
+// lyric text indexes are made anew from kSchema (the album and track ones
+// by kKeysMigration): rows keep their ids, texts and search keys; a
 // derived track identifier or tag becomes NULL. Digests move to the albums.
 // Run with foreign keys off and legacy renaming, so that no row cascades
 // and the credits go on naming "tracks".
@@ -858,8 +921,6 @@ constexpr const char *kSlimMigrationStart = R"sql(
 DROP INDEX IF EXISTS tracks_album;
 DROP INDEX IF EXISTS tracks_disc;
 ALTER TABLE tracks RENAME TO tracks_v5;
-ALTER TABLE album_fts RENAME TO album_fts_v5;
-ALTER TABLE track_fts RENAME TO track_fts_v5;
 ALTER TABLE artist_fts RENAME TO artist_fts_v5;
 ALTER TABLE lyric_fts RENAME TO lyric_fts_v5;
 )sql";
@@ -875,10 +936,6 @@ INSERT OR IGNORE INTO sqlite_sequence(name, seq) SELECT 'tracks', 0
 UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'tracks_v5'), 0))
   WHERE name = 'tracks';
 DROP TABLE tracks_v5;
-INSERT INTO album_fts(rowid, title, artist) SELECT rowid, title, artist FROM album_fts_v5;
-DROP TABLE album_fts_v5;
-INSERT INTO track_fts(rowid, title, artist, composer) SELECT rowid, title, artist, composer FROM track_fts_v5;
-DROP TABLE track_fts_v5;
 INSERT INTO artist_fts(rowid, name) SELECT rowid, name FROM artist_fts_v5;
 DROP TABLE artist_fts_v5;
 INSERT INTO lyric_fts(rowid, title, artist, text) SELECT rowid, title, artist, text FROM lyric_fts_v5;
@@ -887,8 +944,37 @@ UPDATE albums SET digest = coalesce((SELECT value FROM meta WHERE key = 'digest:
 DELETE FROM meta WHERE key >= 'digest:' AND key < 'digest;';
 )sql";
 
-// Adds a text column (empty by default) to a table that lacks it.
-Status add_text_column(Catalogue::Impl &impl, const char *table, const char *column) {
+// Schema 6 and before kept a copy of every album and track search key in
+// album_fts and track_fts. Those become indexes without a copy: the keys
+// that are not the derived ones move to the albums and tracks tables,
+// exactly as they were indexed, and each track is marked where its artist
+// key is not its album's (with no album key, it is marked, which only
+// costs a search a check). Run after kKeysColumns.
+constexpr const char *kKeysMigrationStart = R"sql(
+ALTER TABLE album_fts RENAME TO album_fts_v6;
+ALTER TABLE track_fts RENAME TO track_fts_v6;
+)sql";
+constexpr const char *kKeysMigrationCopy = R"sql(
+INSERT INTO album_fts(rowid, title, artist) SELECT rowid, title, artist FROM album_fts_v6;
+INSERT INTO track_fts(rowid, title, artist, composer) SELECT rowid, title, artist, composer FROM track_fts_v6;
+UPDATE albums SET keys = (SELECT CASE WHEN f.title = catalogue_fold(albums.title)
+    AND f.artist = catalogue_fold(albums.artist) THEN NULL ELSE f.title || char(9) || f.artist END
+  FROM album_fts_v6 f WHERE f.rowid = albums.id);
+UPDATE tracks SET
+  keys = (SELECT CASE WHEN f.title = catalogue_fold(tracks.title)
+      AND f.artist = catalogue_fold(CASE WHEN tracks.artist = '' THEN a.artist ELSE tracks.artist END)
+      AND f.composer = '' THEN NULL ELSE f.title || char(9) || f.artist || char(9) || f.composer END
+    FROM track_fts_v6 f LEFT JOIN albums a ON a.id = tracks.album_id WHERE f.rowid = tracks.id),
+  own_artist = coalesce((SELECT f.artist IS NOT g.artist FROM track_fts_v6 f, album_fts_v6 g
+    WHERE f.rowid = tracks.id AND g.rowid = tracks.album_id), 1);
+DROP TABLE album_fts_v6;
+DROP TABLE track_fts_v6;
+)sql";
+constexpr std::tuple<const char *, const char *, const char *> kKeysColumns[] = {
+    {"albums", "keys", "TEXT"}, {"tracks", "keys", "TEXT"}, {"tracks", "own_artist", "INTEGER NOT NULL DEFAULT 0"}};
+
+// Adds a column of `type` to a table that lacks it.
+Status add_column(Catalogue::Impl &impl, const char *table, const char *column, const char *type) {
     Status st;
     int64_t present = 0;
     {
@@ -899,8 +985,13 @@ Status add_text_column(Catalogue::Impl &impl, const char *table, const char *col
         if (q.step() != SQLITE_ROW) return impl.db_error("read columns");
         present = q.i64(0);
     }
-    const std::string add = std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " TEXT NOT NULL DEFAULT ''";
+    const std::string add = std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " " + type;
     return present ? Status{} : impl.exec(add.c_str());
+}
+
+// Adds a text column (empty by default) to a table that lacks it.
+Status add_text_column(Catalogue::Impl &impl, const char *table, const char *column) {
+    return add_column(impl, table, column, "TEXT NOT NULL DEFAULT ''");
 }
 
 Status editions_and_lyric_keys(Catalogue::Impl &impl) {
@@ -1009,6 +1100,11 @@ Status migrate(Catalogue::Impl &impl) {
     if (st.ok() && remake) st = impl.exec(kSchema);
     if (st.ok() && remake) st = add_text_column(impl, "albums", "digest");
     if (st.ok() && remake) st = impl.exec(kSlimMigrationCopy);
+    for (const auto &[table, column, type] : kKeysColumns)
+        if (st.ok()) st = add_column(impl, table, column, type);
+    if (st.ok()) st = impl.exec(kKeysMigrationStart);
+    if (st.ok()) st = impl.exec(kSchema);
+    if (st.ok()) st = impl.exec(kKeysMigrationCopy);
     if (st.ok())
         st = impl.write("UPDATE meta SET value = ? WHERE key = 'schema'", "update schema", nullptr,
                         std::to_string(kSchemaVersion));

@@ -541,7 +541,7 @@ struct FingerprintCounts {
 // `albums` table, or an empty file) is refused with not_catalogue and never
 // written to.
 constexpr int32_t kApplicationId = 0x5A435443;  // "ZCTC"
-constexpr int32_t kSchemaVersion = 6;
+constexpr int32_t kSchemaVersion = 7;
 
 enum class OpenMode {
     read_write,  // created if missing; an unmarked catalogue is marked

@@ -351,6 +351,26 @@ std::string derived_track_tag(std::string_view tui, std::string_view title);
 // The track whose identifier is `tui`, stored or derived (0 for none).
 Status find_track_by_tui(Catalogue::Impl &impl, std::string_view tui, int64_t &track_id);
 
+// The search keys of an album (title, artist) or a track (title, artist,
+// composer): the texts its row of album_fts or track_fts indexes. Those
+// tables keep no copy of the texts; the albums and tracks tables store the
+// keys (column `keys`, the keys joined by tabs, which fold() never writes)
+// only where they differ from the derived ones: fold() of the title, of the
+// artist (a track without one: its album's) and no composer. Searches read
+// them back through these functions, and removing a row from a text index
+// needs them exactly as they were indexed.
+struct IndexKeys {
+    std::string title, artist, composer;
+    bool operator==(const IndexKeys &) const = default;
+};
+IndexKeys derived_keys(std::string_view title, std::string_view artist);
+// The `keys` column for `keys`: none where they are the derived ones.
+std::optional<std::string> stored_keys(const IndexKeys &keys, std::string_view title, std::string_view artist,
+                                       bool track);
+// The keys of a row from its stored title, artist (for a track without
+// one, its album's) and `keys` column (null for none).
+IndexKeys read_keys(std::string_view title, std::string_view artist, const std::string *stored);
+
 }  // namespace catalogue
 
 #endif
