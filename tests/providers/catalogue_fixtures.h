@@ -42,6 +42,16 @@ inline std::string query_file(const std::string &path, const std::string &statem
 // from it): the album and track text indexes keep a copy of their keys,
 // which the albums and tracks tables then do not store.
 inline void make_schema_6(const std::string &path) {
+    std::vector<std::pair<int64_t, catalogue::AlbumKeys>> albums;
+    {
+        std::unique_ptr<catalogue::Catalogue> cat;
+        ASSERT_TRUE(catalogue::Catalogue::open(path, cat).ok());
+        const std::string ids = query_file(path, "SELECT id FROM albums");
+        for (size_t at = 0; at < ids.size(); at = ids.find(';', at) + 1) {
+            albums.emplace_back(std::stoll(ids.substr(at)), catalogue::AlbumKeys{});
+            ASSERT_TRUE(cat->search_keys(albums.back().first, albums.back().second).ok());
+        }
+    }
     sqlite3 *db = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
     auto run = [&](const std::string &sql) {
@@ -53,33 +63,26 @@ inline void make_schema_6(const std::string &path) {
         "CREATE VIRTUAL TABLE album_fts USING fts5(title, artist, tokenize='unicode61 remove_diacritics 2', prefix='3');"
         "CREATE VIRTUAL TABLE track_fts USING fts5(title, artist, composer,"
         "  tokenize='unicode61 remove_diacritics 2', prefix='3');");
-    const std::pair<const char *, const char *> tables[] = {
-        {"SELECT id, title, artist, keys FROM albums", "INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)"},
-        {"SELECT t.id, t.title, CASE WHEN t.artist = '' THEN a.artist ELSE t.artist END, t.keys FROM tracks t"
-         " JOIN albums a ON a.id = t.album_id",
-         "INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)"}};
-    for (const auto &[read, insert] : tables) {
-        sqlite3_stmt *q = nullptr, *w = nullptr;
-        ASSERT_EQ(sqlite3_prepare_v2(db, read, -1, &q, nullptr), SQLITE_OK);
-        ASSERT_EQ(sqlite3_prepare_v2(db, insert, -1, &w, nullptr), SQLITE_OK);
-        auto text = [&](int col) {
-            const auto *t = reinterpret_cast<const char *>(sqlite3_column_text(q, col));
-            return std::string(t ? t : "");
-        };
-        while (sqlite3_step(q) == SQLITE_ROW) {
-            const std::string stored = text(3);
-            const catalogue::IndexKeys keys = catalogue::read_keys(
-                text(1), text(2), sqlite3_column_type(q, 3) == SQLITE_NULL ? nullptr : &stored);
-            sqlite3_bind_int64(w, 1, sqlite3_column_int64(q, 0));
-            int i = 1;
-            for (const std::string *k : {&keys.title, &keys.artist, &keys.composer})
-                if (i < sqlite3_bind_parameter_count(w)) sqlite3_bind_text(w, ++i, k->c_str(), -1, SQLITE_TRANSIENT);
-            EXPECT_EQ(sqlite3_step(w), SQLITE_DONE);
-            sqlite3_reset(w);
-        }
-        sqlite3_finalize(q);
-        sqlite3_finalize(w);
+    sqlite3_stmt *album = nullptr, *track = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", -1, &album, nullptr),
+              SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(db, "INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", -1,
+                                 &track, nullptr),
+              SQLITE_OK);
+    auto insert = [](sqlite3_stmt *q, int64_t id, const catalogue::IndexKeys &keys) {
+        sqlite3_bind_int64(q, 1, id);
+        int i = 1;
+        for (const std::string *k : {&keys.title, &keys.artist, &keys.composer})
+            if (i < sqlite3_bind_parameter_count(q)) sqlite3_bind_text(q, ++i, k->c_str(), -1, SQLITE_TRANSIENT);
+        EXPECT_EQ(sqlite3_step(q), SQLITE_DONE);
+        sqlite3_reset(q);
+    };
+    for (const auto &[id, keys] : albums) {
+        insert(album, id, keys.album);
+        for (const auto &[track_id, track_keys] : keys.tracks) insert(track, track_id, track_keys);
     }
+    sqlite3_finalize(album);
+    sqlite3_finalize(track);
     run("ALTER TABLE albums DROP COLUMN keys; ALTER TABLE tracks DROP COLUMN keys;"
         "ALTER TABLE tracks DROP COLUMN own_artist; UPDATE meta SET value = '6' WHERE key = 'schema';"
         "PRAGMA user_version = 6; COMMIT;");

@@ -181,22 +181,32 @@ std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, 
     return tui;
 }
 
-IndexKeys derived_keys(std::string_view title, std::string_view artist) { return {fold(title), fold(artist), {}}; }
+IndexKeys derived_keys(std::string_view title, std::string_view artist, std::string_view performers,
+                       std::string_view composers) {
+    return {fold(title), fold(std::string(artist).append(performers)), fold(composers)};
+}
 
-std::optional<std::string> stored_keys(const IndexKeys &keys, std::string_view title, std::string_view artist,
-                                       bool track) {
-    if (keys == derived_keys(title, artist)) return std::nullopt;
+std::optional<std::string> stored_keys(const IndexKeys &keys, const IndexKeys &derived, bool track) {
+    if (keys == derived) return std::nullopt;
     std::string out = keys.title + '\t' + keys.artist;
     if (track) out += '\t' + keys.composer;
     return out;
 }
 
-IndexKeys read_keys(std::string_view title, std::string_view artist, const std::string *stored) {
-    if (!stored) return derived_keys(title, artist);
+bool own_artist(const std::string &track_artist_key, const std::string &album_artist_key) {
+    return !track_artist_key.empty() &&
+           (" " + album_artist_key + " ").find(" " + track_artist_key + " ") == std::string::npos;
+}
+
+namespace {
+
+// The keys a `keys` column holds, or `derived` where it holds none.
+IndexKeys stored_or_derived(const Stmt &q, int col, IndexKeys derived) {
+    if (q.null(col)) return derived;
     IndexKeys keys;
     std::string *parts[] = {&keys.title, &keys.artist, &keys.composer};
     size_t part = 0;
-    for (char c : *stored) {
+    for (char c : q.text(col)) {
         if (c == '\t' && part + 1 < std::size(parts))
             ++part;
         else
@@ -204,6 +214,8 @@ IndexKeys read_keys(std::string_view title, std::string_view artist, const std::
     }
     return keys;
 }
+
+}  // namespace
 
 namespace {
 
@@ -452,38 +464,26 @@ std::string album_digest(const Album &a) {
 }
 
 // The artist of a credit: found by source identifier, else by the search
-// key of the name; stored and indexed if new.
-Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id) {
+// key of the name; stored and indexed if new. `name`: the name stored.
+Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id, std::string &name) {
     const std::string ident = c.source_id.empty() ? "name:" + fold(c.name) : "id:" + c.source_id;
     Status st;
     {
-        Stmt q(impl.prepare("SELECT id FROM artists WHERE ident = ?", st));
+        Stmt q(impl.prepare("SELECT id, name FROM artists WHERE ident = ?", st));
         if (!q) return st;
         q.bind(1, ident);
         if (q.step() == SQLITE_ROW) {
             id = q.i64(0);
+            name = q.text(1);
             return {};
         }
     }
+    name = c.name;
     st = impl.write("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)",
                     "insert artist", &id, ident, c.name, c.sort_name, c.source_id, int64_t{c.collaboration ? 1 : 0});
     if (!st.ok()) return st;
     return impl.index_row("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", id,
                            {fold(c.name + " " + c.sort_name)});
-}
-
-// The credits of an album or a track, in order; nameless ones are skipped.
-Status credit(Catalogue::Impl &impl, const char *sql, int64_t owner, const std::vector<Contributor> &list) {
-    for (size_t i = 0; i < list.size(); ++i) {
-        if (fold(list[i].name).empty()) continue;
-        int64_t artist = 0;
-        Status st = artist_id(impl, list[i], artist);
-        if (st.ok())
-            st = impl.write(sql, "insert contributor", nullptr, owner, artist,
-                            list[i].role.empty() ? "performer" : list[i].role.c_str(), static_cast<int64_t>(i));
-        if (!st.ok()) return st;
-    }
-    return {};
 }
 
 // Performer and composer names of a list of credits, each after a blank.
@@ -496,13 +496,56 @@ void add_credit_names(const std::vector<Contributor> &list, std::string &perform
     }
 }
 
-Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, std::string &composers,
-                       IndexKeys &keys) {
-    std::string performers = album.artist;
-    add_credit_names(album.contributors, performers, composers);
-    keys = IndexKeys{fold(album.title), fold(performers), {}};
-    const std::optional<std::string> stored = stored_keys(keys, album.title, album.artist, false);
-    Status st = impl.write(
+// The credits of an album or a track as they are stored: nameless ones
+// skipped, the others with their artist, position, stored role and the
+// name stored for the artist (artist_id), and their names for the keys.
+struct Credits {
+    std::vector<Contributor> stored;  // artist_id and the stored name and role
+    std::vector<int64_t> positions;
+    std::string performers, composers;          // as imported (add_credit_names)
+    std::string stored_performers, stored_composers;  // as stored
+
+    Status resolve(Catalogue::Impl &impl, const std::vector<Contributor> &list) {
+        add_credit_names(list, performers, composers);
+        for (size_t i = 0; i < list.size(); ++i) {
+            if (fold(list[i].name).empty()) continue;
+            Contributor c;
+            c.role = list[i].role.empty() ? "performer" : list[i].role;
+            if (Status st = artist_id(impl, list[i], c.artist_id, c.name); !st.ok()) return st;
+            stored.push_back(std::move(c));
+            positions.push_back(static_cast<int64_t>(i));
+        }
+        add_credit_names(stored, stored_performers, stored_composers);
+        return {};
+    }
+    Status link(Catalogue::Impl &impl, const char *sql, int64_t owner) const {
+        for (size_t i = 0; i < stored.size(); ++i)
+            if (Status st = impl.write(sql, "insert contributor", nullptr, owner, stored[i].artist_id, stored[i].role,
+                                       positions[i]);
+                !st.ok())
+                return st;
+        return {};
+    }
+};
+
+// The album row of an album being stored, with its credits, index keys and
+// text index entry. `composers`: its composer credits as imported, then as
+// stored, for its tracks.
+struct AlbumRow {
+    IndexKeys keys;
+    std::string composers, stored_composers;
+};
+
+Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, AlbumRow &row) {
+    Credits credits;
+    Status st = credits.resolve(impl, album.contributors);
+    if (!st.ok()) return st;
+    row.composers = credits.composers;
+    row.stored_composers = credits.stored_composers;
+    row.keys = derived_keys(album.title, album.artist, credits.performers, "");
+    const std::optional<std::string> stored =
+        stored_keys(row.keys, derived_keys(album.title, album.artist, credits.stored_performers, ""), false);
+    st = impl.write(
         "INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
         " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode, digest, keys)"
         " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
@@ -511,11 +554,11 @@ Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &d
         int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()), album.country, album.release_date,
         album.catalogue_number, album.barcode, digest, stored ? &*stored : nullptr);
     if (st.ok())
-        st = credit(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
-                    album.id, album.contributors);
+        st = credits.link(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
+                          album.id);
     if (!st.ok()) return st;
     return impl.index_row("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", album.id,
-                           {keys.title, keys.artist});
+                           {row.keys.title, row.keys.artist});
 }
 
 // The shift-invariant shape of a TOC, as the fuzzy lookup's index keeps it:
@@ -603,30 +646,33 @@ struct TrackTuis {
 };
 
 // A track at its album position, its credits and its text index entry
-// (the album's composers count for every track). A track whose artist key
-// is not its album's is marked (own_artist): only such a track can match
-// an artist that its album does not.
+// (the album's composers count for every track), marked where it has its
+// own artist (see own_artist).
 Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, Track &track, uint32_t position,
-                   const std::string &album_composers, const IndexKeys &album_keys, TrackTuis &tuis) {
+                   const AlbumRow &album_row, TrackTuis &tuis) {
     const bool is_derived = track.tui == derived_track_tui(album.tui, disc.number, track.number);
     const bool own_tag = track.tag != derived_track_tag(track.tui, track.title);
-    const std::string &shown_artist = track.artist.empty() ? album.artist : track.artist;
-    std::string artist = shown_artist, composers = album_composers;
-    add_credit_names(track.contributors, artist, composers);
-    const IndexKeys keys{fold(track.title), fold(artist), fold(composers)};
-    const std::optional<std::string> stored = stored_keys(keys, track.title, shown_artist, true);
     Status st = tuis.check(impl, disc, track, is_derived);
+    Credits credits;
+    if (st.ok()) st = credits.resolve(impl, track.contributors);
+    if (!st.ok()) return st;
+    const std::string &artist = track.artist.empty() ? album.artist : track.artist;
+    const IndexKeys keys = derived_keys(track.title, artist, credits.performers, album_row.composers + credits.composers);
+    const std::optional<std::string> stored = stored_keys(
+        keys,
+        derived_keys(track.title, artist, credits.stored_performers,
+                     album_row.stored_composers + credits.stored_composers),
+        true);
+    st = impl.write(
+        "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
+        " duration_ms, tui, tag, source_id, keys, own_artist) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number}, int64_t{position},
+        track.title, track.artist, int64_t{track.duration_ms}, is_derived ? nullptr : &track.tui,
+        own_tag ? &track.tag : nullptr, track.source_id, stored ? &*stored : nullptr,
+        int64_t{own_artist(keys.artist, album_row.keys.artist)});
     if (st.ok())
-        st = impl.write(
-            "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
-            " duration_ms, tui, tag, source_id, keys, own_artist) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
-            "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number},
-            int64_t{position}, track.title, track.artist, int64_t{track.duration_ms},
-            is_derived ? nullptr : &track.tui, own_tag ? &track.tag : nullptr, track.source_id,
-            stored ? &*stored : nullptr, int64_t{keys.artist != album_keys.artist});
-    if (st.ok())
-        st = credit(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
-                    track.id, track.contributors);
+        st = credits.link(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
+                          track.id);
     if (!st.ok()) return st;
     return impl.index_row("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track",
                            track.id, {keys.title, keys.artist, keys.composer});
@@ -634,9 +680,8 @@ Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, 
 
 // Every row of an album: the album, then each disc with its TOCs and tracks.
 Status store_album(Catalogue::Impl &impl, Album &album, const std::string &digest) {
-    std::string composers;
-    IndexKeys keys;
-    Status st = store_album_row(impl, album, digest, composers, keys);
+    AlbumRow row;
+    Status st = store_album_row(impl, album, digest, row);
     TrackTuis tuis;
     if (st.ok()) st = tuis.start(impl);
     uint32_t position = 0;
@@ -647,7 +692,7 @@ Status store_album(Catalogue::Impl &impl, Album &album, const std::string &diges
         for (auto &toc : disc.tocs)
             if (st.ok()) st = store_toc(impl, album, disc, toc);
         for (auto &track : disc.tracks)
-            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers, keys, tuis);
+            if (st.ok()) st = store_track(impl, album, disc, track, ++position, row, tuis);
     }
     return st;
 }
@@ -655,28 +700,70 @@ Status store_album(Catalogue::Impl &impl, Album &album, const std::string &diges
 // Removes the text index rows of an album and its tracks, given their keys
 // as they were indexed.
 Status unindex_album(Catalogue::Impl &impl, int64_t album_id) {
-    Status st;
-    Stmt q(impl.prepare("SELECT 0, a.id, a.title, a.artist, a.keys FROM albums a WHERE a.id = ?1 UNION ALL"
-                        " SELECT 1, t.id, t.title, CASE WHEN t.artist = '' THEN a.artist ELSE t.artist END, t.keys"
-                        " FROM tracks t JOIN albums a ON a.id = t.album_id WHERE t.album_id = ?1",
-                        st));
-    if (!q) return st;
-    q.bind(1, album_id);
-    int rc;
-    while ((rc = q.step()) == SQLITE_ROW) {
-        const std::string stored = q.text(4);
-        const IndexKeys keys = read_keys(q.text(2), q.text(3), q.null(4) ? nullptr : &stored);
-        st = q.i64(0) == 0 ? impl.write("INSERT INTO album_fts(album_fts, rowid, title, artist) VALUES('delete',?,?,?)",
-                                        "remove album", nullptr, q.i64(1), keys.title, keys.artist)
-                           : impl.write("INSERT INTO track_fts(track_fts, rowid, title, artist, composer)"
-                                        " VALUES('delete',?,?,?,?)",
-                                        "remove album", nullptr, q.i64(1), keys.title, keys.artist, keys.composer);
-        if (!st.ok()) return st;
-    }
-    return rc == SQLITE_DONE ? Status{} : impl.db_error("remove album");
+    AlbumKeys keys;
+    Status st = read_album_keys(impl, album_id, keys);
+    if (st.ok() && keys.found)
+        st = impl.write("INSERT INTO album_fts(album_fts, rowid, title, artist) VALUES('delete',?,?,?)",
+                        "remove album", nullptr, album_id, keys.album.title, keys.album.artist);
+    for (const auto &[id, k] : keys.tracks)
+        if (st.ok())
+            st = impl.write("INSERT INTO track_fts(track_fts, rowid, title, artist, composer) VALUES('delete',?,?,?,?)",
+                            "remove album", nullptr, id, k.title, k.artist, k.composer);
+    return st;
 }
 
 }  // namespace
+
+Status read_album_keys(Catalogue::Impl &impl, int64_t album_id, AlbumKeys &out, int64_t only_track) {
+    out = AlbumKeys{};
+    Status st;
+    // The names stored for the credits of the album (0) or of its tracks.
+    std::map<int64_t, std::pair<std::string, std::string>> names;  // owner: performers, composers
+    {
+        Stmt q(impl.prepare("SELECT 0, c.role, r.name, c.position FROM album_contributors c JOIN artists r"
+                            " ON r.id = c.artist_id WHERE c.album_id = ?1 UNION ALL"
+                            " SELECT c.track_id, c.role, r.name, c.position FROM tracks t JOIN track_contributors c"
+                            " ON c.track_id = t.id JOIN artists r ON r.id = c.artist_id"
+                            " WHERE t.album_id = ?1 AND (?2 = 0 OR t.id = ?2) ORDER BY 1, 4",
+                            st));
+        if (!q) return st;
+        q.bind(1, album_id);
+        q.bind(2, only_track);
+        std::vector<Contributor> one(1);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            one[0].role = q.text(1);
+            one[0].name = q.text(2);
+            auto &[performers, composers] = names[q.i64(0)];
+            add_credit_names(one, performers, composers);
+        }
+        if (rc != SQLITE_DONE) return impl.db_error("read search keys");
+    }
+    std::string album_artist;
+    {
+        Stmt q(impl.prepare("SELECT title, artist, keys FROM albums WHERE id = ?", st));
+        if (!q) return st;
+        q.bind(1, album_id);
+        if (q.step() != SQLITE_ROW) return {};
+        out.found = true;
+        album_artist = q.text(1);
+        out.album = stored_or_derived(q, 2, derived_keys(q.text(0), album_artist, names[0].first, ""));
+    }
+    Stmt q(impl.prepare("SELECT id, title, artist, keys FROM tracks WHERE album_id = ?1 AND (?2 = 0 OR id = ?2)"
+                        " ORDER BY position",
+                        st));
+    if (!q) return st;
+    q.bind(1, album_id);
+    q.bind(2, only_track);
+    int rc;
+    while ((rc = q.step()) == SQLITE_ROW) {
+        const auto &[performers, composers] = names[q.i64(0)];
+        const std::string artist = q.text(2);
+        out.tracks.emplace_back(q.i64(0), stored_or_derived(q, 3, derived_keys(q.text(1), artist.empty() ? album_artist : artist,
+                                                                                performers, names[0].second + composers)));
+    }
+    return rc == SQLITE_DONE ? Status{} : impl.db_error("read search keys");
+}
 
 Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged) {
     if (replaced) *replaced = false;
@@ -948,8 +1035,8 @@ DELETE FROM meta WHERE key >= 'digest:' AND key < 'digest;';
 // album_fts and track_fts. Those become indexes without a copy: the keys
 // that are not the derived ones move to the albums and tracks tables,
 // exactly as they were indexed, and each track is marked where its artist
-// key is not its album's (with no album key, it is marked, which only
-// costs a search a check). Run after kKeysColumns.
+// key can match where its album's cannot (a track whose album has no key is
+// marked, which only costs a search a check). See migrate_keys.
 constexpr const char *kKeysMigrationStart = R"sql(
 ALTER TABLE album_fts RENAME TO album_fts_v6;
 ALTER TABLE track_fts RENAME TO track_fts_v6;
@@ -957,21 +1044,57 @@ ALTER TABLE track_fts RENAME TO track_fts_v6;
 constexpr const char *kKeysMigrationCopy = R"sql(
 INSERT INTO album_fts(rowid, title, artist) SELECT rowid, title, artist FROM album_fts_v6;
 INSERT INTO track_fts(rowid, title, artist, composer) SELECT rowid, title, artist, composer FROM track_fts_v6;
-UPDATE albums SET keys = (SELECT CASE WHEN f.title = catalogue_fold(albums.title)
-    AND f.artist = catalogue_fold(albums.artist) THEN NULL ELSE f.title || char(9) || f.artist END
-  FROM album_fts_v6 f WHERE f.rowid = albums.id);
-UPDATE tracks SET
-  keys = (SELECT CASE WHEN f.title = catalogue_fold(tracks.title)
-      AND f.artist = catalogue_fold(CASE WHEN tracks.artist = '' THEN a.artist ELSE tracks.artist END)
-      AND f.composer = '' THEN NULL ELSE f.title || char(9) || f.artist || char(9) || f.composer END
-    FROM track_fts_v6 f LEFT JOIN albums a ON a.id = tracks.album_id WHERE f.rowid = tracks.id),
-  own_artist = coalesce((SELECT f.artist IS NOT g.artist FROM track_fts_v6 f, album_fts_v6 g
-    WHERE f.rowid = tracks.id AND g.rowid = tracks.album_id), 1);
+)sql";
+constexpr const char *kKeysMigrationEnd = R"sql(
 DROP TABLE album_fts_v6;
 DROP TABLE track_fts_v6;
 )sql";
 constexpr std::tuple<const char *, const char *, const char *> kKeysColumns[] = {
     {"albums", "keys", "TEXT"}, {"tracks", "keys", "TEXT"}, {"tracks", "own_artist", "INTEGER NOT NULL DEFAULT 0"}};
+
+// The keys column and own_artist mark of every album and track, from the
+// keys the earlier indexes hold (album_fts_v6, track_fts_v6). The columns
+// are empty, so read_album_keys reads the derived keys.
+Status migrate_keys(Catalogue::Impl &impl) {
+    Status st;
+    std::vector<int64_t> albums;
+    {
+        Stmt q(impl.prepare("SELECT id FROM albums ORDER BY id", st));
+        if (!q) return st;
+        while (q.step() == SQLITE_ROW) albums.push_back(q.i64(0));
+    }
+    auto indexed = [&](const char *sql, int64_t id, IndexKeys &keys) -> Status {
+        Stmt q(impl.prepare(sql, st));
+        if (!q) return st;
+        q.bind(1, id);
+        keys = IndexKeys{};
+        if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "");
+        keys = IndexKeys{q.text(0), q.text(1), q.text(2)};
+        return {};
+    };
+    for (int64_t album : albums) {
+        AlbumKeys derived;
+        if (!(st = read_album_keys(impl, album, derived)).ok()) return st;
+        IndexKeys album_keys;
+        const bool album_indexed =
+            indexed("SELECT title, artist, '' FROM album_fts_v6 WHERE rowid = ?", album, album_keys).ok();
+        if (album_indexed && album_keys != derived.album)
+            st = impl.write("UPDATE albums SET keys = ? WHERE id = ?", "store search keys", nullptr,
+                            *stored_keys(album_keys, derived.album, false), album);
+        for (const auto &[track, derived_track] : derived.tracks) {
+            IndexKeys keys;
+            if (!st.ok()) return st;
+            if (!indexed("SELECT title, artist, composer FROM track_fts_v6 WHERE rowid = ?", track, keys).ok()) continue;
+            const std::optional<std::string> stored = stored_keys(keys, derived_track, true);
+            const bool own = !album_indexed || own_artist(keys.artist, album_keys.artist);
+            if (stored || own)
+                st = impl.write("UPDATE tracks SET keys = ?, own_artist = ? WHERE id = ?", "store search keys", nullptr,
+                                stored ? &*stored : nullptr, int64_t{own}, track);
+        }
+        if (!st.ok()) return st;
+    }
+    return {};
+}
 
 // Adds a column of `type` to a table that lacks it.
 Status add_column(Catalogue::Impl &impl, const char *table, const char *column, const char *type) {
@@ -1105,6 +1228,8 @@ Status migrate(Catalogue::Impl &impl) {
     if (st.ok()) st = impl.exec(kKeysMigrationStart);
     if (st.ok()) st = impl.exec(kSchema);
     if (st.ok()) st = impl.exec(kKeysMigrationCopy);
+    if (st.ok()) st = migrate_keys(impl);
+    if (st.ok()) st = impl.exec(kKeysMigrationEnd);
     if (st.ok())
         st = impl.write("UPDATE meta SET value = ? WHERE key = 'schema'", "update schema", nullptr,
                         std::to_string(kSchemaVersion));
@@ -1609,6 +1734,14 @@ Status Catalogue::get_album(int64_t album_id, std::shared_ptr<const Album> &out,
         impl.last_album = Impl::AlbumCopy{album, credits, version};
         out = std::move(album);
         return {};
+    });
+}
+
+Status Catalogue::search_keys(int64_t album_id, AlbumKeys &out) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        ReadTransaction transaction(*impl_);
+        return read_album_keys(*impl_, album_id, out);
     });
 }
 

@@ -329,26 +329,29 @@ class Searcher {
         // Catalogues of schema 6 and before (read-only) keep the keys in track_fts.
         const bool in_index = impl_.schema < 7;
         for (int64_t album : albums) {
-            Stmt q(impl_.prepare(in_index ? "SELECT f.rowid, f.title, f.artist, f.composer FROM tracks t CROSS JOIN"
-                                            " track_fts f ON f.rowid = t.id WHERE t.album_id = ? ORDER BY t.position"
-                                          : "SELECT t.id, t.title, CASE WHEN t.artist = '' THEN a.artist ELSE t.artist"
-                                            " END, t.keys FROM tracks t LEFT JOIN albums a ON a.id = t.album_id"
-                                            " WHERE t.album_id = ? ORDER BY t.position",
-                                 st));
-            if (!q) return st;
-            q.bind(1, album);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW) {
-                const std::string stored = q.text(3);
-                const IndexKeys keys = in_index ? IndexKeys{q.text(1), q.text(2), stored}
-                                                : read_keys(q.text(1), q.text(2), q.null(3) ? nullptr : &stored);
+            std::vector<std::pair<int64_t, IndexKeys>> tracks;
+            if (in_index) {
+                Stmt q(impl_.prepare("SELECT f.rowid, f.title, f.artist, f.composer FROM tracks t CROSS JOIN"
+                                     " track_fts f ON f.rowid = t.id WHERE t.album_id = ? ORDER BY t.position",
+                                     st));
+                if (!q) return st;
+                q.bind(1, album);
+                int rc;
+                while ((rc = q.step()) == SQLITE_ROW)
+                    tracks.emplace_back(q.i64(0), IndexKeys{q.text(1), q.text(2), q.text(3)});
+                if (rc != SQLITE_DONE) return impl_.db_error("track search");
+            } else {
+                AlbumKeys keys;
+                if (!(st = read_album_keys(impl_, album, keys)).ok()) return st;
+                tracks = std::move(keys.tracks);
+            }
+            for (const auto &[track, keys] : tracks) {
                 if (!key_matches(keys.title, title) || !key_matches(keys.artist, artist) ||
                     !key_matches(keys.artist, generic) || !key_matches(keys.composer, composer))
                     continue;
                 auto &cand = out[album];
-                if (cand.tracks.size() < kMaxMatchedTracks) cand.tracks.push_back(q.i64(0));
+                if (cand.tracks.size() < kMaxMatchedTracks) cand.tracks.push_back(track);
             }
-            if (rc != SQLITE_DONE) return impl_.db_error("track search");
         }
         return {};
     }
@@ -589,16 +592,17 @@ class Searcher {
     }
 
     Status track_composers(int64_t track, std::string &out) {
+        if (impl_.schema >= 7) {  // see track_matches_in
+            AlbumKeys keys;
+            Status st = read_album_keys(impl_, album_of(track), keys, track);
+            if (st.ok() && !keys.tracks.empty()) out = keys.tracks[0].second.composer;
+            return st;
+        }
         Status st;
-        const bool in_index = impl_.schema < 7;  // see track_matches_in
-        Stmt q(impl_.prepare(in_index ? "SELECT composer FROM track_fts WHERE rowid = ?"
-                                      : "SELECT keys FROM tracks WHERE id = ?",
-                             st));
+        Stmt q(impl_.prepare("SELECT composer FROM track_fts WHERE rowid = ?", st));
         if (!q) return st;
         q.bind(1, track);
-        if (q.step() != SQLITE_ROW) return {};
-        const std::string stored = q.text(0);
-        out = in_index ? stored : read_keys({}, {}, q.null(0) ? nullptr : &stored).composer;
+        if (q.step() == SQLITE_ROW) out = q.text(0);
         return {};
     }
 
