@@ -24,17 +24,17 @@
 #endif
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define OMBR_KEY_SCAN [[gnu::noinline, gnu::no_sanitize("address", "thread")]]
+#define OMBR_KEY_SCAN [[gnu::noinline]] __attribute__((no_sanitize("address", "thread")))
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define OMBR_KEY_SCAN [[gnu::noinline, gnu::no_sanitize("address", "thread")]]
+#define OMBR_KEY_SCAN [[gnu::noinline]] __attribute__((no_sanitize("address", "thread")))
 #endif
 #endif
 #ifndef OMBR_KEY_SCAN
 #define OMBR_KEY_SCAN [[gnu::always_inline]] inline
 #define OMBR_KEY_SCAN_ATTRIBUTES inline
 #else
-#define OMBR_KEY_SCAN_ATTRIBUTES [[gnu::no_sanitize("address", "thread")]] inline
+#define OMBR_KEY_SCAN_ATTRIBUTES __attribute__((no_sanitize("address", "thread"))) inline
 #endif
 
 namespace ombr::dt::key {
@@ -88,6 +88,13 @@ inline uint64_t load8(const unsigned char *p) {
     if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
     return w;
 }
+// The same for the scans, which may read past the terminator.
+OMBR_KEY_SCAN_ATTRIBUTES uint64_t scan_load8(const unsigned char *p) {
+    uint64_t w;
+    __builtin_memcpy(&w, p, 8);
+    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
+    return w;
+}
 inline uint32_t load4(const unsigned char *p) {
     uint32_t w;
     __builtin_memcpy(&w, p, 4);
@@ -136,7 +143,7 @@ OMBR_KEY_SCAN KeyHash hash_words(const char *key) {
     for (const unsigned char *p = start;; p += 8) {
         if ((reinterpret_cast<uintptr_t>(p) & (kPageBytes - 1)) > kPageBytes - 8) [[unlikely]]
             return hash_bytewise<kFold>(start, p, h);
-        const uint64_t w = load8(p);
+        const uint64_t w = scan_load8(p);
         if (const uint64_t zero = (w - kOnes) & ~w & kHighs) {
             // The lowest flagged byte is the first zero byte.
             const unsigned before = static_cast<unsigned>(__builtin_ctzll(zero)) / 8;
