@@ -224,9 +224,13 @@ void tree_drop(zelto_manager_tree *tree) {
     }
 }
 
+// Compared in line, byte by byte: every key added or read passes here,
+// and the prefixes are short. A shorter text differs at its terminator.
 template <size_t N>
 bool starts_with(const char *text, const char (&prefix)[N]) {
-    return std::strncmp(text, prefix, N - 1) == 0;
+    for (size_t i = 0; i + 1 < N; ++i)
+        if (text[i] != prefix[i]) return false;
+    return true;
 }
 
 bool is_value_key(const char *key) {
@@ -408,18 +412,35 @@ uint32_t tp_get_value_count(void *record, const char *key, uint32_t *out_count) 
     return 0;
 }
 
+// The ordinal-th of the values visible_values would visit, found in one
+// walk: the ordinal-th of each of its three picks is noted on the way and
+// the pick chosen at the end. Caller holds the lock.
+const Value *nth_visible_value(const View *view, const char *key, uint32_t ordinal, bool *withheld) {
+    const std::string *language = nullptr;
+    if (const zelto_locale_handle locale = view->locale.load()) language = locale_language(locale);
+    uint32_t any = 0, allowed = 0, in_language = 0, plain = 0;
+    const Value *nth_allowed = nullptr, *nth_in_language = nullptr, *nth_plain = nullptr;
+    for (const Value *value = view->node->values.first; value; value = value->next) {
+        if (std::strcmp(value->key, key) != 0) continue;
+        ++any;
+        if ((view->flags & value->required) != value->required) continue;
+        if (++allowed == ordinal) nth_allowed = value;
+        if (!value->language) {
+            if (++plain == ordinal) nth_plain = value;
+        } else if (language && *language == value->language) {
+            if (++in_language == ordinal) nth_in_language = value;
+        }
+    }
+    *withheld = any != 0 && allowed == 0;
+    return in_language ? nth_in_language : plain ? nth_plain : nth_allowed;
+}
+
 uint32_t tp_get_value(void *record, const char *key, uint32_t ordinal, const char **out_value) {
     auto *view = static_cast<View *>(record);
     if (!view || !key || !out_value || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     std::lock_guard<host::SpinLock> guard(view->node->lock);
     bool withheld = false;
-    const Value *found = nullptr;
-    uint32_t seen = 0;
-    visible_values(view, key, &withheld, [&](const Value *value) {
-        if (++seen != ordinal) return true;
-        found = value;
-        return false;
-    });
+    const Value *found = nth_visible_value(view, key, ordinal, &withheld);  // none for ordinal 0
     if (withheld) return ZELTO_RVO_WITHHELD;
     if (!found) return ZELTO_RVO_NOT_FOUND;
     *out_value = found->text;
