@@ -129,6 +129,7 @@ struct zelto_manager_tree {
     List<Value> values;
     List<Child> children;
     bool has_number = false;
+    bool registered = true;  // in the handle registry (see tree_create_inner)
     uint32_t number = 0;
     zelto_manager_tree *next_doomed = nullptr;  // see tree_drop
     Arena arena;
@@ -211,7 +212,7 @@ void tree_drop(zelto_manager_tree *tree) {
     while (doomed) {
         zelto_manager_tree *node = doomed;
         doomed = node->next_doomed;
-        host::handles_remove(node);
+        if (node->registered) host::handles_remove(node);
         for (Child *child = node->children.first; child; child = child->next) {
             --child->node->parents;
             if (--child->node->refs == 0) {
@@ -743,12 +744,14 @@ HOST_EXPORT const char *zelto_manager_locale_language(zelto_locale_handle locale
 
 namespace {
 
-// A new node of `context`, copied into its arena or, for a constant, kept.
-uint32_t create_tree(const char *context, bool constant, zelto_manager_tree **out_tree) {
+// A new node of `context`, copied into its arena or, for a constant, kept;
+// in the handle registry unless it is an inner node.
+uint32_t create_tree(const char *context, bool constant, bool registered, zelto_manager_tree **out_tree) {
     if (!context || !*context || !out_tree) return ZELTO_RVO_BAD_ARG;
     auto *tree = new zelto_manager_tree;
     tree->context = constant ? context : tree->arena.copy(context, std::strlen(context));
-    host::handles_add(tree, host::kTreeMagic);
+    tree->registered = registered;
+    if (registered) host::handles_add(tree, host::kTreeMagic);
     ++g_tree_live;
     *out_tree = tree;
     return 0;
@@ -757,11 +760,15 @@ uint32_t create_tree(const char *context, bool constant, zelto_manager_tree **ou
 }  // namespace
 
 HOST_EXPORT uint32_t zelto_manager_tree_create(const char *context, zelto_manager_tree **out_tree) {
-    return create_tree(context, false, out_tree);
+    return create_tree(context, false, true, out_tree);
 }
 
 uint32_t host::tree_create_constant(const char *context, zelto_manager_tree **out_tree) {
-    return create_tree(context, true, out_tree);
+    return create_tree(context, true, true, out_tree);
+}
+
+uint32_t host::tree_create_inner(const char *context, zelto_manager_tree **out_tree) {
+    return create_tree(context, true, false, out_tree);
 }
 
 HOST_EXPORT uint32_t zelto_manager_tree_addref(zelto_manager_tree *tree) {

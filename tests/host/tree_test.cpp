@@ -437,6 +437,40 @@ TEST_F(TreeTest, ConstantKeysBuildTheSameTree) {
     host::tree_release_held(nullptr);
 }
 
+// An inner node stays out of the handle registry: the exported calls
+// refuse it, while below a parent it reads and dumps as any node, and the
+// parent's release frees it.
+TEST_F(TreeTest, InnerNodesReadBelowTheirParentOnly) {
+    const uint32_t live = zelto_manager_tree_live_count();
+    zelto_manager_tree *inner = nullptr, *kept = nullptr;
+    ASSERT_EQ(host::tree_create_inner("zelto_ctx_track", &inner), 0u);
+    ASSERT_EQ(host::tree_create_constant("zelto_ctx_track", &kept), 0u);
+    EXPECT_EQ(zelto_manager_tree_live_count(), live + 2);
+    for (zelto_manager_tree *t : {inner, kept})
+        EXPECT_EQ(host::tree_add_constant_value(t, "zelto_val_title", "Moment's Notice", 15), 0u);
+    EXPECT_EQ(zelto_manager_tree_add_value(inner, "zelto_val_title", "x"), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_context(inner), nullptr);
+    EXPECT_STREQ(zelto_manager_tree_context(kept), "zelto_ctx_track");
+    zelto_rvo_handle object = nullptr;
+    EXPECT_EQ(zelto_manager_tree_to_rvo(inner, nullptr, "zelto_locale_music", 0, &object), ZELTO_RVO_BAD_ARG);
+
+    EXPECT_EQ(host::tree_add_constant_child(album_, "zelto_ctx_track!bonus", inner), 0u);
+    EXPECT_EQ(host::tree_add_constant_child(album_, "zelto_ctx_track!bonus", kept), 0u);
+    host::tree_release_held(inner);
+    host::tree_release_held(kept);
+    EXPECT_EQ(child_count("zelto_ctx_track!bonus"), 2u);
+    EXPECT_EQ(child_title("zelto_ctx_track!bonus", 1), "Moment's Notice");
+    const std::string text = dump(album_);
+    const size_t first = text.find("zelto_val_title = \"Moment's Notice\"");
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_NE(text.find("zelto_val_title = \"Moment's Notice\"", first + 1), std::string::npos);
+    zelto_manager_rvo_release(object_);
+    object_ = nullptr;
+    zelto_manager_tree_release(album_);
+    album_ = nullptr;
+    EXPECT_EQ(zelto_manager_tree_live_count(), live - 6);  // the album, its two titles and three tracks too
+}
+
 TEST_F(TreeTest, InvalidTreeHandlesAreRefused) {
     int junk = 0;
     auto *fake = reinterpret_cast<zelto_manager_tree *>(&junk);
