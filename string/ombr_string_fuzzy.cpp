@@ -27,6 +27,15 @@ constexpr uint32_t fold(uint32_t c) { return ombr::str::fold_ascii(c); }
 
 constexpr bool is_blank(uint32_t c) { return c >= 0x01 && c <= 0x20; }
 
+// Bits set in a word, without a call into the compiler's runtime (the
+// baseline instruction set has no population count).
+constexpr uint32_t popcount(uint64_t x) {
+    x -= (x >> 1) & 0x5555555555555555u;
+    x = (x & 0x3333333333333333u) + ((x >> 2) & 0x3333333333333333u);
+    x = (x + (x >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
+    return static_cast<uint32_t>((x * 0x0101010101010101u) >> 56);
+}
+
 // A text's entries on the stack, or in a heap block from 200 bytes on; the
 // heap block goes with the slot.
 class TableSlot {
@@ -69,10 +78,12 @@ class TableSlot {
 // Walks the entries of `text` in table order, at most `room` of them: the
 // steps of _bigram_fill_table. The sink hears of each entry as it is made:
 // first(c) for a word's first character against the border, next(c) for
-// the pair of the previous character and c (next_ascii when c is below
-// 0x80), last() for the previous character against the border. Returns the
-// number of entries, 0 when the text yields none (a table is then left as
-// it was). Plain ASCII takes a short path; the rest is decoded.
+// the pair of the previous character and c (next_ascii when c is a plain
+// ASCII character, next_wide when it is 0x80 or more), last() for the
+// previous character against the border. Returns the number of entries, 0
+// when the text yields none (a table is then left as it was). Runs of plain
+// ASCII and runs of wide characters take short paths.
+
 // Plain ASCII characters folded, by byte: 0 for bytes that take the long
 // path (NUL, bytes from 0x80 on and, in word mode, blanks).
 struct PlainFold {
@@ -103,21 +114,40 @@ inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space
     }
     if (room == 0) return 0;
     uint32_t n = 1;
-    uint32_t prev = fold(c);
-    sink.first(prev);
+    c = fold(c);
+    sink.first(c);
+    if (c == 0) return n;  // a first character of 0 is the whole table
     const uint8_t *const plain = kPlainFold.fold[skip_space ? 1 : 0];
-    // With kRoomFits the caller guarantees room for byte length + 1 entries,
-    // which no text exceeds, so only the end of the text stops the walk.
-    while (prev != 0 && (kRoomFits || n < room)) {
-        if (const uint8_t folded = plain[*p]) {
-            ++p;
-            sink.next_ascii(folded);
-            ++n;
-            prev = folded;
-            continue;
+    for (;;) {
+        if constexpr (kRoomFits) {
+            // The caller guarantees room for byte length + 1 entries, which
+            // no text exceeds, so only the end of the text stops the walk:
+            // a run of plain bytes goes without further tests...
+            const unsigned char *const run = p;
+            for (uint8_t folded; (folded = plain[*p]) != 0; ++p) sink.next_ascii(folded);
+            n += static_cast<uint32_t>(p - run);
+            // ...and so does a run of characters of two or three bytes that
+            // decode to 0x80 or more (neither blank nor end, and unfolded).
+            for (;;) {
+                c = ombr::str::decode_utf8(p, &size);
+                if (c < 0x80) break;
+                p += size;
+                ++n;
+                sink.next_wide(c);
+            }
+            if (size == 0) break;
+            if (size == 1 && plain[*p]) continue;
+        } else {
+            if (n >= room) break;
+            if (const uint8_t folded = plain[*p]) {
+                ++p;
+                sink.next_ascii(folded);
+                ++n;
+                continue;
+            }
+            c = ombr::str::decode_utf8(p, &size);
+            if (size == 0) break;
         }
-        c = ombr::str::decode_utf8(p, &size);
-        if (size == 0) break;
         p += size;
         c = fold(c);
         if (skip_space && is_blank(c)) {
@@ -131,18 +161,17 @@ inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space
                 if (size == 0) c = 0;
             } while (is_blank(c));
             if (c == 0 || n >= room) break;
-            prev = fold(c);
-            sink.first(prev);
+            sink.first(fold(c));
             ++n;
             continue;
         }
         // c = 0 ends the text: the last character against the border.
-        if (c == 0)
-            sink.last();
-        else
-            sink.next(c);
         ++n;
-        prev = c;
+        if (c == 0) {
+            sink.last();
+            break;
+        }
+        sink.next(c);
     }
     return n;
 }
@@ -160,6 +189,7 @@ class PackedEntries {
         prev_ = c & kLow16;
     }
     void next_ascii(uint32_t c) { next(c); }
+    void next_wide(uint32_t c) { next(c); }
     void last() { put_(prev_); }
 
    private:
@@ -175,6 +205,7 @@ class Taker {
     void first(uint32_t c) { set_.take_first(c); }
     void next(uint32_t c) { set_.take_next(c); }
     void next_ascii(uint32_t c) { set_.take_next_ascii(c); }
+    void next_wide(uint32_t c) { set_.take_next_wide(c); }
     void last() { set_.take_last(); }
 
    private:
@@ -224,9 +255,12 @@ class SmallIntersection {
         prev_ = c & kLow16;
     }
     void take_next_ascii(uint32_t c) { take_next(c); }
+    void take_next_wide(uint32_t c) { take_next(c); }
     void take_last() { take(prev_); }
 
     uint32_t common() const { return common_; }
+    void add_zero() { add(0); }
+    void take_zero() { take(0); }
 
     // Builds the set from the first text; its entry count.
     uint32_t fill(const char *text, uint32_t room, uint8_t skip_space) {
@@ -251,121 +285,140 @@ class SmallIntersection {
 };
 static_assert(kLocalEntries <= 255, "chain links are bytes");
 
-// The common entries when the first text has at most 64 entries, bit-
-// parallel and without branches on the data. Entry k of the first text is
-// bit k; an entry is its low character (the first of a pair) and its high
-// character (the second, or 0 for the border), so rows of bits per
-// character, `low` and `high`, give for any entry the set of equal entries
-// of the first text as low[its low] & high[its high]. Each entry of the
-// second text takes the lowest such bit not taken yet. ASCII characters are
-// their own rows; others get rows from a small map as the first text shows
-// them (a character the first text lacks has the empty row). The rows live
-// apart from the running state, which thus stays in registers.
-class BitIntersection {
+// The common entries when the first text has at most as many entries as
+// `Word` has bits, bit-parallel. Entry k of the first text is bit k, in
+// walk order: a word's first character against the border, its pairs, its
+// last character against the border. A character's row holds the bits of
+// the characters (not entries) equal to it, each at the bit of its own
+// entry: the first character of a word at its border entry's bit, every
+// other at the bit of the pair it ends. So the pairs (x, y) of the first
+// text are (row[x] << 1) & row[y]; no character sits at a word's last
+// border bit, and none before a first one, so borders never pass for
+// pairs. The border entries of a character x are (row[x] & starts) |
+// ((row[x] << 1) & ends), where starts and ends hold the bits of the first
+// and the last border entries. Each entry of the second text takes one
+// free bit of its set; the sets of different entries are disjoint, so the
+// taken bits count the multiset intersection. ASCII characters are their
+// own rows; others get rows in a small map as the first text shows them (a
+// character that the first text lacks has the empty row).
+template <typename Word>
+class RowIntersection {
    public:
-    static constexpr uint32_t kMaxEntries = 64;
+    static constexpr uint32_t kMaxEntries = sizeof(Word) * 8;
 
     class Storage {
        public:
-        Storage() {
-            __builtin_memset(low, 0, sizeof(uint64_t) * 128);
-            __builtin_memset(high, 0, sizeof(uint64_t) * 128);
-            low[kAbsent] = high[kAbsent] = 0;
-        }
-        uint64_t low[256];  // rows 0-127 zeroed at once, the others as they are given out
-        uint64_t high[256];
+        Storage() { __builtin_memset(ascii, 0, sizeof ascii); }
+        Word ascii[128];
 
-        // Row of a character; `assign` gives a character outside ASCII a
-        // row of its own on first sight.
-        uint32_t row_of(uint32_t c, bool assign) {
-            if (c < 128) [[likely]]
-                return c;
-            return map_row(c, assign);
-        }
-
-       private:
-        static constexpr uint32_t kMapSlots = 128;
-        static constexpr uint32_t kAbsent = 255;  // a row that stays empty
-
-        [[gnu::noinline]] uint32_t map_row(uint32_t c, bool assign) {
+        // The row of a character outside ASCII, made empty on first sight.
+        Word &wide_row(uint32_t c) {
             if (!map_ready_) {
-                if (!assign) return kAbsent;
-                __builtin_memset(map_keys_, 0, sizeof map_keys_);
+                __builtin_memset(keys_, 0, sizeof keys_);
                 map_ready_ = true;
             }
-            // Open addressing over the code points (never 0 here).
-            for (uint32_t i = (c * 0x9E3779B1u) >> 25;; i = (i + 1) & (kMapSlots - 1)) {
-                if (map_keys_[i] == c) return map_rows_[i];
-                if (map_keys_[i] == 0) {
-                    if (!assign) return kAbsent;
-                    map_keys_[i] = static_cast<uint16_t>(c);
-                    map_rows_[i] = static_cast<uint8_t>(next_row_);
-                    low[next_row_] = high[next_row_] = 0;
-                    return next_row_++;
+            // Open addressing over the code points (never 0 here); the map
+            // has twice as many slots as a text can have characters.
+            for (uint32_t i = slot(c);; i = (i + 1) % kSlots) {
+                if (keys_[i] == c) return rows_[i];
+                if (keys_[i] == 0) {
+                    keys_[i] = static_cast<uint16_t>(c);
+                    return rows_[i] = 0;
                 }
             }
         }
+        // The same for reading: the empty row for a character not seen.
+        Word find_wide_row(uint32_t c) const {
+            if (!map_ready_) return 0;
+            for (uint32_t i = slot(c);; i = (i + 1) % kSlots) {
+                if (keys_[i] == c) return rows_[i];
+                if (keys_[i] == 0) return 0;
+            }
+        }
 
-        uint32_t next_row_ = 128;  // up to 128 + 65 rows: 64 entries hold at most 65 characters; kAbsent stays empty
+       private:
+        static constexpr uint32_t kSlots = 2 * kMaxEntries;
+        static constexpr unsigned kSlotBits = kSlots == 128 ? 7 : 6;
+        static_assert(kSlots == 1u << kSlotBits);
+        static uint32_t slot(uint32_t c) { return (c * 0x9E3779B1u) >> (32 - kSlotBits); }
+
         bool map_ready_ = false;
-        uint16_t map_keys_[kMapSlots];
-        uint8_t map_rows_[kMapSlots];
+        uint16_t keys_[kSlots];
+        Word rows_[kSlots];
     };
 
-    BitIntersection(Storage &rows, uint32_t) : rows_(rows) {}
+    RowIntersection(Storage &rows, uint32_t) : rows_(rows) {}
 
-    // The sink of the first text's walk: entries become bits.
-    void first(uint32_t c) { set_bit(prev_row_ = rows_.row_of(c, true), 0); }
+    // The sink of the first text's walk: characters set their entry's bit.
+    void first(uint32_t c) {
+        starts_ |= bit_;
+        next(c);
+    }
     void next(uint32_t c) {
-        const uint32_t r = rows_.row_of(c, true);
-        set_bit(prev_row_, r);
-        prev_row_ = r;
+        c &= kLow16;
+        if (c < 128)
+            next_ascii(c);
+        else
+            put(rows_.wide_row(c));
     }
-    void next_ascii(uint32_t c) {
-        set_bit(prev_row_, c);
-        prev_row_ = c;
-    }
-    void last() { set_bit(prev_row_, 0); }
-
-    // The sink of the second text's walk: each entry takes a bit.
-    void take_first(uint32_t c) { take_rows(prev_row_ = rows_.row_of(c, false), 0); }
-    void take_next(uint32_t c) {
-        const uint32_t r = rows_.row_of(c, false);
-        take_rows(prev_row_, r);
-        prev_row_ = r;
-    }
-    void take_next_ascii(uint32_t c) {
-        take_rows(prev_row_, c);
-        prev_row_ = c;
-    }
-    void take_last() { take_rows(prev_row_, 0); }
-    void take(uint32_t entry) { take_rows(rows_.row_of(entry & kLow16, false), rows_.row_of(entry >> 16, false)); }
-
-    uint32_t common() const { return common_; }
-
-    uint32_t fill(const char *text, uint32_t room, uint8_t skip_space) {
-        return walk_entries<BitIntersection, true>(text, room, skip_space, *this);
-    }
-    void add(uint32_t entry) { set_bit(rows_.row_of(entry & kLow16, true), rows_.row_of(entry >> 16, true)); }
-
-   private:
-    void set_bit(uint32_t low_row, uint32_t high_row) {
-        rows_.low[low_row] |= bit_;
-        rows_.high[high_row] |= bit_;
+    void next_ascii(uint32_t c) { put(rows_.ascii[c]); }
+    void next_wide(uint32_t c) { put(rows_.wide_row(c & kLow16)); }
+    void last() {
+        ends_ |= bit_;
         bit_ <<= 1;
     }
+    // A text that yields no entry counts as entries of 0.
+    void add_zero() { first(0); }
 
-    void take_rows(uint32_t low_row, uint32_t high_row) {
-        const uint64_t free = rows_.low[low_row] & rows_.high[high_row] & ~taken_;
-        taken_ |= free & (0 - free);  // the lowest free one
-        common_ += free != 0;
+    // The sink of the second text's walk: each entry takes a bit.
+    void take_first(uint32_t c) {
+        prev_ = row(c);
+        take_border();
+    }
+    void take_next(uint32_t c) { take_pair(row(c)); }
+    void take_next_ascii(uint32_t c) { take_pair(rows_.ascii[c]); }
+    void take_next_wide(uint32_t c) { take_pair(rows_.find_wide_row(c & kLow16)); }
+    void take_last() { take_border(); }
+    void take_zero() { take_first(0); }
+
+    uint32_t common() const { return popcount(taken_); }
+
+    uint32_t fill(const char *text, uint32_t room, uint8_t skip_space) {
+        return walk_entries<RowIntersection, true>(text, room, skip_space, *this);
+    }
+
+   private:
+    void put(Word &row) {
+        row |= bit_;
+        bit_ <<= 1;
+    }
+    Word row(uint32_t c) const {
+        c &= kLow16;
+        return c < 128 ? rows_.ascii[c] : rows_.find_wide_row(c);
+    }
+    void take_pair(Word row) {
+        take((prev_ << 1) & row);
+        prev_ = row;
+    }
+    void take_border() { take((prev_ & starts_) | ((prev_ << 1) & ends_)); }
+    // A set of one bit needs no choice (taking a taken bit again changes
+    // nothing), which keeps the chain from entry to entry one OR long; an
+    // entry that occurs more than once in the first text takes its lowest
+    // free bit.
+    void take(Word set) {
+        if (set & (set - 1)) [[unlikely]] {
+            const Word free = set & ~taken_;
+            set = free & (0 - free);
+        }
+        taken_ |= set;
     }
 
     Storage &rows_;
-    uint64_t bit_ = 1;
-    uint64_t taken_ = 0;
-    uint32_t prev_row_ = 0;
-    uint32_t common_ = 0;
+    Word bit_ = 1;
+    Word starts_ = 0;
+    Word ends_ = 0;
+    Word taken_ = 0;
+    Word prev_ = 0;
 };
 
 // The common entries of two texts through `Set` holding the first text's
@@ -379,13 +432,13 @@ uint32_t common_with(const char *text_a, uint32_t bytes_a, const char *text_b, u
     uint32_t na = set.fill(text_a, bytes_a + 1, skip_space);
     if (na == 0) {
         na = bytes_a + 1;
-        for (uint32_t i = 0; i < na; ++i) set.add(0);
+        for (uint32_t i = 0; i < na; ++i) set.add_zero();
     }
     Taker<Set> taker(set);
     uint32_t nb = walk_entries<Taker<Set>, true>(text_b, bytes_b + 1, skip_space, taker);
     if (nb == 0) {
         nb = bytes_b + 1;
-        for (uint32_t i = 0; i < nb; ++i) set.take(0);
+        for (uint32_t i = 0; i < nb; ++i) set.take_zero();
     }
     *count_a = na;
     *count_b = nb;
@@ -393,16 +446,28 @@ uint32_t common_with(const char *text_a, uint32_t bytes_a, const char *text_b, u
 }
 
 // ombr_string_fuzzycmp_ex for two texts below 200 bytes. A text that yields
-// no entry counts as its preset byte length + 1 entries of 0.
+// no entry counts as its preset byte length + 1 entries of 0. `kRows`
+// false counts every pair through the chained hash (the tests' second
+// reference for the bit rows).
+template <bool kRows = true>
 uint32_t common_of_short_texts(const char *text_a, uint32_t bytes_a, const char *text_b, uint32_t bytes_b,
                                uint8_t skip_space, uint32_t *count_a, uint32_t *count_b) {
     // A text has at most byte length + 1 entries. The bit-parallel form
     // holds the shorter text's entries; the intersection is symmetric.
     if (bytes_b < bytes_a)
-        return common_of_short_texts(text_b, bytes_b, text_a, bytes_a, skip_space, count_b, count_a);
-    if (bytes_a + 1 <= BitIntersection::kMaxEntries)
-        return common_with<BitIntersection>(text_a, bytes_a, text_b, bytes_b, skip_space, count_a, count_b);
+        return common_of_short_texts<kRows>(text_b, bytes_b, text_a, bytes_a, skip_space, count_b, count_a);
+    if (kRows && bytes_a + 1 <= RowIntersection<uint32_t>::kMaxEntries)
+        return common_with<RowIntersection<uint32_t>>(text_a, bytes_a, text_b, bytes_b, skip_space, count_a, count_b);
+    if (kRows && bytes_a + 1 <= RowIntersection<uint64_t>::kMaxEntries)
+        return common_with<RowIntersection<uint64_t>>(text_a, bytes_a, text_b, bytes_b, skip_space, count_a, count_b);
     return common_with<SmallIntersection>(text_a, bytes_a, text_b, bytes_b, skip_space, count_a, count_b);
+}
+
+// The outputs of ombr_string_fuzzycmp_ex from the common entries.
+uint32_t report(uint32_t common, uint32_t count_a, uint32_t count_b, uint32_t *out_percent_a, uint32_t *out_percent_b) {
+    if (out_percent_a) *out_percent_a = common * 100u / count_a;
+    if (out_percent_b) *out_percent_b = common * 100u / count_b;
+    return similarity(common, count_a, count_b);
 }
 
 // Quicksort of e[lo..hi] inclusive: median of three, insertion sort for
@@ -550,9 +615,18 @@ OMBR_API uint32_t ombr_string_fuzzycmp_ex(const char *text_a, const char *text_b
         _bigram_table_quicksort(b);
         common = _bigram_compare_tables_sorted(a, b);
     }
-    if (out_percent_a) *out_percent_a = common * 100u / count_a;
-    if (out_percent_b) *out_percent_b = common * 100u / count_b;
-    return similarity(common, count_a, count_b);
+    return report(common, count_a, count_b, out_percent_a, out_percent_b);
+}
+
+extern "C" uint32_t _bigram_fuzzycmp_hashed(const char *text_a, const char *text_b, uint8_t skip_space,
+                                            uint32_t *out_percent_a, uint32_t *out_percent_b) {
+    const uint32_t bytes_a = ombr_string_bytelen_nonull(text_a);
+    const uint32_t bytes_b = ombr_string_bytelen_nonull(text_b);
+    if (bytes_a == 0 || bytes_b == 0 || bytes_a >= kLocalEntries || bytes_b >= kLocalEntries) return 0;
+    uint32_t count_a = 0, count_b = 0;
+    const uint32_t common =
+        common_of_short_texts<false>(text_a, bytes_a, text_b, bytes_b, skip_space, &count_a, &count_b);
+    return report(common, count_a, count_b, out_percent_a, out_percent_b);
 }
 
 OMBR_API uint32_t ombr_string_create_bigram_table(const char *text, uint8_t skip_space,

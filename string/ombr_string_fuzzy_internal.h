@@ -51,6 +51,12 @@ uint32_t _bigram_compare_tables_unsorted(ombr_bigram_table *table_a, ombr_bigram
 // Size of the multiset intersection of two ascending tables, by merge walk.
 uint32_t _bigram_compare_tables_sorted(const ombr_bigram_table *table_a, const ombr_bigram_table *table_b);
 
+// ombr_string_fuzzycmp_ex for two texts below 200 bytes (0 for longer or
+// empty ones) with every pair counted through the chained hash of the first
+// text's entries rather than the bit rows: a second reference for the tests.
+uint32_t _bigram_fuzzycmp_hashed(const char *text_a, const char *text_b, uint8_t skip_space,
+                                 uint32_t *out_percent_a, uint32_t *out_percent_b);
+
 // Sort the entries ascending as unsigned values. The library sorts with
 // the shell sort; the quicksort is kept beside it.
 void _bigram_table_shellsort(ombr_bigram_table *table);

@@ -241,6 +241,56 @@ TEST_F(StringFuzzy, StackAndHeapTablesAgreeWithTheReference) {
     }
 }
 
+// Every pair of a table of awkward texts, both ways round and in both word
+// modes, against the plain reference and the chained-hash count. The texts
+// sit at the edges of the bit-row widths (31, 32, 63 and 64 bytes), repeat
+// their entries, mix byte lengths of characters and end or fail early.
+TEST_F(StringFuzzy, AwkwardTextsAgreeWithBothReferences) {
+    auto repeat = [](const std::string &unit, size_t bytes) {
+        std::string s;
+        while (s.size() < bytes) s += unit;
+        return s.substr(0, bytes);
+    };
+    std::vector<std::string> texts = {
+        "", "a", "A", "\xC3\xA9", "\xE6\x9D\xB1", " ", "   ", "\t\n", " a ", "a b", "ab  cd\t", "\x01x\x02y",
+        // A four-byte sequence, an invalid byte and a cut sequence end the
+        // table; first, they leave it to its preset count of zero entries.
+        "ab\xF0\x9F\x8E\xB5" "cd", "\xF0\x9F\x8E\xB5", "\xFF", "ab\xFF", "a\xE2\x82", "ab \xFF",
+        // Overlong forms: of NUL (ends the text), of a blank, of 'A'.
+        "ab\xC0\x80" "cd", "\xC0\x80" "ab", "ab\xC0\xA0" "cd", "\xC1\x81" "b", "\xE0\x80\x80",
+        // The first and the last code points of two and three bytes.
+        "\xC2\x80\xC2\x80\xDF\xBF", "\xEF\xBF\xBF\xE0\xA0\x80\xEF\xBF\xBF",
+        // Repeated entries.
+        "aaaa", "aa", "abab ab", "lalala la", "\xD1\x91\xD1\x91\xD1\x91", "\xE6\x9D\xB1\xE6\x9D\xB1 \xE6\x9D\xB1",
+        "NIGHT night Night", "night",
+        repeat("ab", 31), repeat("ab", 32), repeat("ba ", 33), repeat("abc", 63), repeat("abcab", 64), repeat("a", 62),
+        repeat("Night Train ", 31), repeat("Night Train ", 32), repeat("Train Night ", 63), repeat(" x", 64),
+        // Many distinct characters outside ASCII: the row map fills up.
+        "\xD0\x90\xD0\x91\xD0\x92\xD0\x93\xD0\x94\xD0\x95\xD0\x96\xD0\x97\xD0\x98\xD0\x99\xD0\x9A\xD0\x9B"
+        "\xD0\x9C\xD0\x9D\xD0\x9E\xD0\x9F\xD0\xA0\xD0\xA1\xD0\xA2\xD0\xA3\xD0\xA4\xD0\xA5\xD0\xA6\xD0\xA7"
+        "\xD0\xA8\xD0\xA9\xD0\xAA\xD0\xAB\xD0\xAC\xD0\xAD\xD0\xAE",
+        "\xE4\xB8\x80\xE4\xB8\x81\xE4\xB8\x82\xE4\xB8\x83\xE4\xB8\x84\xE4\xB8\x85\xE4\xB8\x86\xE4\xB8\x87"
+        "\xE4\xB8\x88\xE4\xB8\x89\xE4\xB8\x8A\xE4\xB8\x8B\xE4\xB8\x8C\xE4\xB8\x8D\xE4\xB8\x8E\xE4\xB8\x8F"
+        "\xE4\xB8\x90\xE4\xB8\x91\xE4\xB8\x92\xE4\xB8\x93\xE4\xB8\x80",
+        "Caf\xC3\xA9 \xD0\x9D\xD0\xBE\xD1\x87\xD1\x8C \xE6\x9D\xB1\xE4\xBA\xAC",
+        "\xE6\x9D\xB1\xE4\xBA\xAC Caf\xC3\xA9",
+    };
+    for (const std::string &a : texts) {
+        for (const std::string &b : texts) {
+            for (uint8_t skip : {0, 1}) {
+                Scores hashed{0, 0xA5A5A5A5u, 0xA5A5A5A5u};
+                hashed.similarity =
+                    _bigram_fuzzycmp_hashed(a.c_str(), b.c_str(), skip, &hashed.percent_a, &hashed.percent_b);
+                const Scores ours = fuzzy(a, b, skip);
+                EXPECT_EQ(ours, hashed) << "[" << a << "] [" << b << "] skip " << int(skip);
+                if (!a.empty() && !b.empty()) {
+                    EXPECT_EQ(ours, reference_compare(a, b, skip)) << "[" << a << "] [" << b << "] skip " << int(skip);
+                }
+            }
+        }
+    }
+}
+
 TEST_F(StringFuzzy, TextsFrom200BytesOnAllocateTheirTable) {
     std::mt19937 rng(3);
     const std::string t199 = sized_title(rng, 199), u199 = sized_title(rng, 199);

@@ -291,6 +291,15 @@ Status Catalogue::Impl::flush_index() {
     return st;
 }
 
+Status Catalogue::Impl::file_version(AlbumCopy::Version &out, const char *what) {
+    Status st;
+    Stmt q(prepare("PRAGMA data_version", st));
+    if (!q) return st;
+    if (q.step() != SQLITE_ROW) return db_error(what);
+    out = AlbumCopy::Version{sqlite3_total_changes64(db), q.i64(0)};
+    return {};
+}
+
 Status Catalogue::Impl::begin() {
     if (tx_depth == 0) {
         Status st = exec("BEGIN IMMEDIATE");
@@ -1489,17 +1498,10 @@ Status Catalogue::get_album(int64_t album_id, std::shared_ptr<const Album> &out,
         ReadTransaction transaction(impl);
         Status st;
         // The album read last is kept with the state of the file it was read
-        // from: rows changed through this connection (any write counts, also
-        // one rolled back) and commits of other connections (data_version).
-        // Identifying a disc reads its album twice (the match, then the
-        // album in full); the second read is this copy.
-        Impl::AlbumCopy::Version version{sqlite3_total_changes64(impl.db), 0};
-        {
-            Stmt q(impl.prepare("PRAGMA data_version", st));
-            if (!q) return st;
-            if (q.step() != SQLITE_ROW) return impl.db_error("read album");
-            version.data = q.i64(0);
-        }
+        // from (see file_version). Identifying a disc reads its album twice
+        // (the match, then the album in full); the second read is this copy.
+        Impl::AlbumCopy::Version version;
+        if (!(st = impl.file_version(version, "read album")).ok()) return st;
         if (impl.last_album && impl.last_album->album->id == album_id && impl.last_album->version == version &&
             (impl.last_album->credits || !credits)) {
             out = impl.last_album->album;

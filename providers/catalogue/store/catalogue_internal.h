@@ -193,6 +193,11 @@ struct Catalogue::Impl {
 
     ~Impl();
 
+    // The state of the file as this connection sees it: rows changed through
+    // it (any write counts, also one rolled back) and commits of other
+    // connections (PRAGMA data_version). `what` names the read in a failure.
+    Status file_version(AlbumCopy::Version &out, const char *what);
+
     // Prepares (once) and returns a statement; null with `err` set on failure.
     sqlite3_stmt *prepare(std::string_view sql, Status &err);
     Status exec(const char *sql);

@@ -910,14 +910,8 @@ class Searcher {
         if (!list_checked_) {
             list_checked_ = true;
             WordList &list = impl_.word_list;
-            Catalogue::Impl::AlbumCopy::Version version{sqlite3_total_changes64(impl_.db), 0};
-            {
-                Status st;
-                Stmt q(impl_.prepare("PRAGMA data_version", st));
-                if (!q) return st;
-                if (q.step() != SQLITE_ROW) return impl_.db_error("read word list");
-                version.data = q.i64(0);
-            }
+            Catalogue::Impl::AlbumCopy::Version version;
+            if (Status st = impl_.file_version(version, "read word list"); !st.ok()) return st;
             if (!(list.version == version)) {
                 drop_words(list);
                 list.version = version;
