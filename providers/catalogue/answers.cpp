@@ -33,12 +33,19 @@ constexpr uint32_t kReady = ZELTO_LOOKUP_EVENT_READY;
 // ---- Trees --------------------------------------------------------------------------------
 
 // Owner of one reference on a tree node. Contexts and keys are constants
-// of this library, which the nodes keep without copying them.
+// of this library, which the nodes keep without copying them. Nodes are
+// inner nodes of an answer, outside the host's handle registry, except the
+// root that the request hands out.
 class Node {
  public:
     Node() = default;
     explicit Node(const char *context) {
-        if (host::tree_create_constant(context, &tree_) != 0) throw std::bad_alloc();
+        if (host::tree_create_inner(context, &tree_) != 0) throw std::bad_alloc();
+    }
+    static Node root(const char *context) {
+        Node n;
+        if (host::tree_create_constant(context, &n.tree_) != 0) throw std::bad_alloc();
+        return n;
     }
     ~Node() { host::tree_release_held(tree_); }
     Node(Node &&other) noexcept : tree_(std::exchange(other.tree_, nullptr)) {}
@@ -223,7 +230,7 @@ uint32_t position_of(const catalogue::Album &album, uint32_t disc_number, uint32
 }
 
 Node response_root(const char *context, const char *code) {
-    Node root(context);
+    Node root = Node::root(context);
     root.value(ZELTO_VAL_RESPONSE_CODE, std::string(code));
     return root;
 }

@@ -1,5 +1,6 @@
 // The fast kernels against their reference forms, on many generated
 // inputs (the fuzzers run the same cases on inputs they search for).
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -80,3 +81,15 @@ TEST_F(KernelReference, HashTableAgreesWithItsModel) {
 }
 
 }  // namespace
+
+TEST_F(KernelReference, TextKernelsAgreeWithTheReference) {
+    run_random_cases(reference::check_text_case, 5, 20000, 60);
+    // Numbers at the edges of the direct reading: nine and ten digits, signs,
+    // blanks and trailing bytes.
+    for (const char *text : {"999999999", "4294967295", "4294967296", "0000000001", "000000000", "+12", "-12", " 12",
+                             "12 ", "12x", "", "0", "1e3"}) {
+        std::vector<uint8_t> data{1};
+        data.insert(data.end(), text, text + std::strlen(text));
+        ASSERT_EQ(reference::check_text_case(data.data(), data.size()), "") << text;
+    }
+}
