@@ -15,13 +15,21 @@ extern "C" uint32_t _cantrix_build_toc_string(cantrix_query *query, char *buffer
     for (uint32_t index = 0;; ++index) {
         uintptr_t entry = 0;
         if (index >= lead && ombr_vector_getindex(query->toc_offsets, index - lead, &entry) != 0) break;
-        char digits[16];
-        ombr_string_u32toa(static_cast<uint32_t>(entry), digits, sizeof digits);
-        uint32_t needed = ombr_string_bytelen_nonull(digits) + (index > 0 ? 1 : 0);
+        // The decimal digits, written from the end of a word-sized buffer.
+        char digits[10];
+        uint32_t first = sizeof digits;
+        auto value = static_cast<uint32_t>(entry);
+        do {
+            digits[--first] = static_cast<char>('0' + value % 10);
+            value /= 10;
+        } while (value != 0);
+        const uint32_t length = sizeof digits - first;
+        const uint32_t needed = length + (index > 0 ? 1 : 0);
         if (used + needed + 1 > size) break;
         if (index > 0) buffer[used++] = ' ';
-        ombr_string_strcpy(buffer + used, size - used, digits);
-        used += ombr_string_bytelen_nonull(digits);
+        ombr_memory_memcpy(buffer + used, digits + first, length);
+        used += length;
+        buffer[used] = '\0';
     }
     return 0;
 }

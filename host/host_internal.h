@@ -100,6 +100,11 @@ uint32_t tree_add_child(zelto_manager_tree *tree, const char *key, zelto_manager
 uint32_t tree_create_constant(const char *context, zelto_manager_tree **out_tree);
 uint32_t tree_add_constant_value(zelto_manager_tree *tree, const char *key, const char *text, size_t length);
 uint32_t tree_add_constant_child(zelto_manager_tree *tree, const char *key, zelto_manager_tree *child);
+// tree_create_constant for a node that will only ever hang below another
+// node: it stays out of the handle registry (a registration and a removal
+// per node of an answer), so the exported tree calls refuse it as a handle.
+// The node is reached through its parent's result objects as any other.
+uint32_t tree_create_inner(const char *context, zelto_manager_tree **out_tree);
 // zelto_manager_tree_release of a reference the caller holds (null: nothing).
 void tree_release_held(zelto_manager_tree *tree);
 

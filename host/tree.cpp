@@ -129,6 +129,7 @@ struct zelto_manager_tree {
     List<Value> values;
     List<Child> children;
     bool has_number = false;
+    bool registered = true;  // in the handle registry (see tree_create_inner)
     uint32_t number = 0;
     zelto_manager_tree *next_doomed = nullptr;  // see tree_drop
     Arena arena;
@@ -211,7 +212,7 @@ void tree_drop(zelto_manager_tree *tree) {
     while (doomed) {
         zelto_manager_tree *node = doomed;
         doomed = node->next_doomed;
-        host::handles_remove(node);
+        if (node->registered) host::handles_remove(node);
         for (Child *child = node->children.first; child; child = child->next) {
             --child->node->parents;
             if (--child->node->refs == 0) {
@@ -224,9 +225,13 @@ void tree_drop(zelto_manager_tree *tree) {
     }
 }
 
+// Compared in line, byte by byte: every key added or read passes here,
+// and the prefixes are short. A shorter text differs at its terminator.
 template <size_t N>
 bool starts_with(const char *text, const char (&prefix)[N]) {
-    return std::strncmp(text, prefix, N - 1) == 0;
+    for (size_t i = 0; i + 1 < N; ++i)
+        if (text[i] != prefix[i]) return false;
+    return true;
 }
 
 bool is_value_key(const char *key) {
@@ -408,18 +413,35 @@ uint32_t tp_get_value_count(void *record, const char *key, uint32_t *out_count) 
     return 0;
 }
 
+// The ordinal-th of the values visible_values would visit, found in one
+// walk: the ordinal-th of each of its three picks is noted on the way and
+// the pick chosen at the end. Caller holds the lock.
+const Value *nth_visible_value(const View *view, const char *key, uint32_t ordinal, bool *withheld) {
+    const std::string *language = nullptr;
+    if (const zelto_locale_handle locale = view->locale.load()) language = locale_language(locale);
+    uint32_t any = 0, allowed = 0, in_language = 0, plain = 0;
+    const Value *nth_allowed = nullptr, *nth_in_language = nullptr, *nth_plain = nullptr;
+    for (const Value *value = view->node->values.first; value; value = value->next) {
+        if (std::strcmp(value->key, key) != 0) continue;
+        ++any;
+        if ((view->flags & value->required) != value->required) continue;
+        if (++allowed == ordinal) nth_allowed = value;
+        if (!value->language) {
+            if (++plain == ordinal) nth_plain = value;
+        } else if (language && *language == value->language) {
+            if (++in_language == ordinal) nth_in_language = value;
+        }
+    }
+    *withheld = any != 0 && allowed == 0;
+    return in_language ? nth_in_language : plain ? nth_plain : nth_allowed;
+}
+
 uint32_t tp_get_value(void *record, const char *key, uint32_t ordinal, const char **out_value) {
     auto *view = static_cast<View *>(record);
     if (!view || !key || !out_value || !is_value_key(key)) return ZELTO_RVO_BAD_ARG;
     std::lock_guard<host::SpinLock> guard(view->node->lock);
     bool withheld = false;
-    const Value *found = nullptr;
-    uint32_t seen = 0;
-    visible_values(view, key, &withheld, [&](const Value *value) {
-        if (++seen != ordinal) return true;
-        found = value;
-        return false;
-    });
+    const Value *found = nth_visible_value(view, key, ordinal, &withheld);  // none for ordinal 0
     if (withheld) return ZELTO_RVO_WITHHELD;
     if (!found) return ZELTO_RVO_NOT_FOUND;
     *out_value = found->text;
@@ -722,12 +744,14 @@ HOST_EXPORT const char *zelto_manager_locale_language(zelto_locale_handle locale
 
 namespace {
 
-// A new node of `context`, copied into its arena or, for a constant, kept.
-uint32_t create_tree(const char *context, bool constant, zelto_manager_tree **out_tree) {
+// A new node of `context`, copied into its arena or, for a constant, kept;
+// in the handle registry unless it is an inner node.
+uint32_t create_tree(const char *context, bool constant, bool registered, zelto_manager_tree **out_tree) {
     if (!context || !*context || !out_tree) return ZELTO_RVO_BAD_ARG;
     auto *tree = new zelto_manager_tree;
     tree->context = constant ? context : tree->arena.copy(context, std::strlen(context));
-    host::handles_add(tree, host::kTreeMagic);
+    tree->registered = registered;
+    if (registered) host::handles_add(tree, host::kTreeMagic);
     ++g_tree_live;
     *out_tree = tree;
     return 0;
@@ -736,11 +760,15 @@ uint32_t create_tree(const char *context, bool constant, zelto_manager_tree **ou
 }  // namespace
 
 HOST_EXPORT uint32_t zelto_manager_tree_create(const char *context, zelto_manager_tree **out_tree) {
-    return create_tree(context, false, out_tree);
+    return create_tree(context, false, true, out_tree);
 }
 
 uint32_t host::tree_create_constant(const char *context, zelto_manager_tree **out_tree) {
-    return create_tree(context, true, out_tree);
+    return create_tree(context, true, true, out_tree);
+}
+
+uint32_t host::tree_create_inner(const char *context, zelto_manager_tree **out_tree) {
+    return create_tree(context, true, false, out_tree);
 }
 
 HOST_EXPORT uint32_t zelto_manager_tree_addref(zelto_manager_tree *tree) {

@@ -170,7 +170,15 @@ OMBR_API char *ombr_string_strtok(char *s, const char *delimiters, char **save, 
     if (!save) return nullptr;
     char *cursor = s ? s : *save;
     if (!cursor) return nullptr;
-    auto is_delimiter = [delimiters](char c) {
+    // One ASCII delimiter (the usual case) is compared directly: as a code
+    // point it matches exactly its own byte, and the loops below never pass
+    // the terminator here.
+    const char single =
+        delimiters && delimiters[0] > 0 && static_cast<unsigned char>(delimiters[0]) < 0x80 && !delimiters[1]
+            ? delimiters[0]
+            : 0;
+    auto is_delimiter = [delimiters, single](char c) {
+        if (single) return c == single;
         return ombr_string_strchr(delimiters, static_cast<unsigned char>(c)) != nullptr;
     };
     while (*cursor != 0 && is_delimiter(*cursor)) ++cursor;

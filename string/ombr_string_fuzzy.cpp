@@ -12,6 +12,7 @@
 // ombr_string_bigram_table_cmp serve many comparisons against one text:
 // tables are sorted once and compared by a merge walk.
 #include <cstddef>
+#include <utility>
 
 #include "string/ombr_string_fuzzy_internal.h"
 #include "string/ombr_string_internal.h"
@@ -79,7 +80,8 @@ class TableSlot {
 // steps of _bigram_fill_table. The sink hears of each entry as it is made:
 // first(c) for a word's first character against the border, next(c) for
 // the pair of the previous character and c (next_ascii when c is a plain
-// ASCII character, next_wide when it is 0x80 or more), last() for the
+// ASCII character, handing on what the sink's plain_bytes table gives for
+// its byte; next_wide when c is 0x80 or more), last() for the
 // previous character against the border. Returns the number of entries, 0
 // when the text yields none (a table is then left as it was). Runs of plain
 // ASCII and runs of wide characters take short paths.
@@ -95,6 +97,31 @@ constexpr PlainFold kPlainFold = [] {
         for (unsigned b = mode ? 0x21 : 0x01; b < 0x80; ++b) t.fold[mode][b] = static_cast<uint8_t>(fold(b));
     return t;
 }();
+
+// Small numbers for the ASCII characters of titles, so that bit rows of
+// them are few and cheap to clear: 1 to 62 for the printable characters
+// once folded (less seven rare ones), kZeroRow for the character 0, which
+// only ever stands alone against the border. Other ASCII characters have
+// none and are kept like characters outside ASCII.
+struct AsciiRows {
+    static constexpr uint8_t kZeroRow = 63;
+    uint8_t of_char[128];   // by character, 0 for none
+    uint8_t of_byte[2][256];  // by byte and word mode, for plain bytes only (as kPlainFold)
+};
+constexpr AsciiRows kAsciiRows = [] {
+    AsciiRows t{};
+    uint8_t next = 1;
+    for (unsigned c = 0x20; c < 0x7F; ++c) {
+        const bool rare = c == '`' || c == '^' || c == '{' || c == '}' || c == '|' || c == '~' || c == '\\';
+        if (!rare && fold(c) == c) t.of_char[c] = next++;
+    }
+    t.of_char[0] = AsciiRows::kZeroRow;
+    for (unsigned mode = 0; mode < 2; ++mode)
+        for (unsigned b = 0; b < 256; ++b)
+            if (kPlainFold.fold[mode][b]) t.of_byte[mode][b] = t.of_char[kPlainFold.fold[mode][b]];
+    return t;
+}();
+static_assert(kAsciiRows.of_char[static_cast<unsigned char>('z')] == AsciiRows::kZeroRow - 1, "62 rows for printable characters");
 
 template <typename Sink, bool kRoomFits = false>
 inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space, Sink &sink) {
@@ -117,7 +144,7 @@ inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space
     c = fold(c);
     sink.first(c);
     if (c == 0) return n;  // a first character of 0 is the whole table
-    const uint8_t *const plain = kPlainFold.fold[skip_space ? 1 : 0];
+    const uint8_t *const plain = Sink::plain_bytes(skip_space);
     for (;;) {
         if constexpr (kRoomFits) {
             // The caller guarantees room for byte length + 1 entries, which
@@ -127,7 +154,10 @@ inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space
             for (uint8_t folded; (folded = plain[*p]) != 0; ++p) sink.next_ascii(folded);
             n += static_cast<uint32_t>(p - run);
             // ...and so does a run of characters of two or three bytes that
-            // decode to 0x80 or more (neither blank nor end, and unfolded).
+            // decode to 0x80 or more (neither blank nor end, and unfolded),
+            // without a branch on their length. Once a continuation byte
+            // follows the lead, the byte after it can be read: at worst it
+            // is the terminator.
             for (;;) {
                 c = ombr::str::decode_utf8(p, &size);
                 if (c < 0x80) break;
@@ -183,6 +213,7 @@ template <typename Put>
 class PackedEntries {
    public:
     explicit PackedEntries(Put put) : put_(put) {}
+    static const uint8_t *plain_bytes(uint8_t skip_space) { return kPlainFold.fold[skip_space ? 1 : 0]; }
     void first(uint32_t c) { put_(prev_ = c & kLow16); }
     void next(uint32_t c) {
         put_(((c & kLow16) << 16) | prev_);
@@ -202,6 +233,7 @@ template <typename Set>
 class Taker {
    public:
     explicit Taker(Set &set) : set_(set) {}
+    static const uint8_t *plain_bytes(uint8_t skip_space) { return Set::plain_bytes(skip_space); }
     void first(uint32_t c) { set_.take_first(c); }
     void next(uint32_t c) { set_.take_next(c); }
     void next_ascii(uint32_t c) { set_.take_next_ascii(c); }
@@ -259,6 +291,7 @@ class SmallIntersection {
     void take_last() { take(prev_); }
 
     uint32_t common() const { return common_; }
+    static const uint8_t *plain_bytes(uint8_t skip_space) { return kPlainFold.fold[skip_space ? 1 : 0]; }
     void add_zero() { add(0); }
     void take_zero() { take(0); }
 
@@ -298,9 +331,9 @@ static_assert(kLocalEntries <= 255, "chain links are bytes");
 // ((row[x] << 1) & ends), where starts and ends hold the bits of the first
 // and the last border entries. Each entry of the second text takes one
 // free bit of its set; the sets of different entries are disjoint, so the
-// taken bits count the multiset intersection. ASCII characters are their
-// own rows; others get rows in a small map as the first text shows them (a
-// character that the first text lacks has the empty row).
+// taken bits count the multiset intersection. ASCII characters have fixed
+// rows (kAsciiRows); others get rows in a small map as the first text shows
+// them (a character that the first text lacks has the empty row).
 template <typename Word>
 class RowIntersection {
    public:
@@ -308,18 +341,31 @@ class RowIntersection {
 
     class Storage {
        public:
-        Storage() { __builtin_memset(ascii, 0, sizeof ascii); }
-        Word ascii[128];
+        Storage() { clear(std::make_index_sequence<kAsciiBlocks>()); }
+        alignas(16) Word ascii[AsciiRows::kZeroRow + 1];
 
-        // The row of a character outside ASCII, made empty on first sight.
+        // The row of a character without a fixed one, empty on first sight.
+        // A character mostly finds its home slot free or its own: the slot
+        // is its low bits, which the letters of one script seldom share.
+        // Otherwise open addressing takes the next free slot; the map has
+        // twice as many slots as a text can have characters.
         Word &wide_row(uint32_t c) {
             if (!map_ready_) {
                 __builtin_memset(keys_, 0, sizeof keys_);
                 map_ready_ = true;
             }
-            // Open addressing over the code points (never 0 here); the map
-            // has twice as many slots as a text can have characters.
-            for (uint32_t i = slot(c);; i = (i + 1) % kSlots) {
+            uint32_t i = c % kSlots;
+            const uint32_t key = keys_[i];
+            if (key == c || key == 0) [[likely]] {
+                if (key == 0) {
+                    keys_[i] = static_cast<uint16_t>(c);  // never 0: character 0 has a fixed row
+                    rows_[i] = 0;
+                }
+                return rows_[i];
+            }
+            displaced_ = true;
+            for (;;) {
+                i = (i + 1) % kSlots;
                 if (keys_[i] == c) return rows_[i];
                 if (keys_[i] == 0) {
                     keys_[i] = static_cast<uint16_t>(c);
@@ -328,21 +374,32 @@ class RowIntersection {
             }
         }
         // The same for reading: the empty row for a character not seen.
+        // While every character sits in its home slot, one look decides.
         Word find_wide_row(uint32_t c) const {
             if (!map_ready_) return 0;
-            for (uint32_t i = slot(c);; i = (i + 1) % kSlots) {
+            uint32_t i = c % kSlots;
+            if (!displaced_) [[likely]]
+                return keys_[i] == c ? rows_[i] : 0;
+            for (;; i = (i + 1) % kSlots) {
                 if (keys_[i] == c) return rows_[i];
                 if (keys_[i] == 0) return 0;
             }
         }
 
        private:
+        // Cleared by whole 16-byte stores written out, which compilers
+        // otherwise turn into a string instruction slow to start.
+        typedef uint32_t Block __attribute__((vector_size(16), may_alias));
+        static constexpr size_t kAsciiBlocks = (AsciiRows::kZeroRow + 1) * sizeof(Word) / 16;
+        template <size_t... kBlock>
+        void clear(std::index_sequence<kBlock...>) {
+            ((reinterpret_cast<Block *>(ascii)[kBlock] = Block{}), ...);
+        }
+
         static constexpr uint32_t kSlots = 2 * kMaxEntries;
-        static constexpr unsigned kSlotBits = kSlots == 128 ? 7 : 6;
-        static_assert(kSlots == 1u << kSlotBits);
-        static uint32_t slot(uint32_t c) { return (c * 0x9E3779B1u) >> (32 - kSlotBits); }
 
         bool map_ready_ = false;
+        bool displaced_ = false;
         uint16_t keys_[kSlots];
         Word rows_[kSlots];
     };
@@ -356,12 +413,10 @@ class RowIntersection {
     }
     void next(uint32_t c) {
         c &= kLow16;
-        if (c < 128)
-            next_ascii(c);
-        else
-            put(rows_.wide_row(c));
+        const uint32_t ascii = c < 128 ? kAsciiRows.of_char[c] : 0;
+        put(ascii ? rows_.ascii[ascii] : rows_.wide_row(c));
     }
-    void next_ascii(uint32_t c) { put(rows_.ascii[c]); }
+    void next_ascii(uint32_t row) { put(rows_.ascii[row]); }
     void next_wide(uint32_t c) { put(rows_.wide_row(c & kLow16)); }
     void last() {
         ends_ |= bit_;
@@ -376,13 +431,14 @@ class RowIntersection {
         take_border();
     }
     void take_next(uint32_t c) { take_pair(row(c)); }
-    void take_next_ascii(uint32_t c) { take_pair(rows_.ascii[c]); }
+    void take_next_ascii(uint32_t row) { take_pair(rows_.ascii[row]); }
     void take_next_wide(uint32_t c) { take_pair(rows_.find_wide_row(c & kLow16)); }
     void take_last() { take_border(); }
     void take_zero() { take_first(0); }
 
     uint32_t common() const { return popcount(taken_); }
 
+    static const uint8_t *plain_bytes(uint8_t skip_space) { return kAsciiRows.of_byte[skip_space ? 1 : 0]; }
     uint32_t fill(const char *text, uint32_t room, uint8_t skip_space) {
         return walk_entries<RowIntersection, true>(text, room, skip_space, *this);
     }
@@ -394,7 +450,8 @@ class RowIntersection {
     }
     Word row(uint32_t c) const {
         c &= kLow16;
-        return c < 128 ? rows_.ascii[c] : rows_.find_wide_row(c);
+        const uint32_t ascii = c < 128 ? kAsciiRows.of_char[c] : 0;
+        return ascii ? rows_.ascii[ascii] : rows_.find_wide_row(c);
     }
     void take_pair(Word row) {
         take((prev_ << 1) & row);

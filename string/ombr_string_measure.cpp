@@ -80,8 +80,12 @@ OMBR_API uint32_t ombr_string_isempty(const char *s) {
 
 OMBR_API uint32_t ombr_string_isvalid(const char *s) {
     if (!s) return 1;
-    for (const char *cursor = s; *cursor != 0;) {
-        if (_utf8_get_next_char(&cursor, nullptr) != 0) return 0;
+    // The decoder in line: texts checked here are mostly plain ASCII.
+    for (const unsigned char *p = ombr::str::bytes_of(s); *p != 0;) {
+        uint32_t size = 0;
+        ombr::str::decode_utf8(p, &size);
+        if (size == 0) return 0;
+        p += size;
     }
     return 1;
 }

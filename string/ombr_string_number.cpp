@@ -72,6 +72,16 @@ OMBR_API uint32_t ombr_string_strtoul(const char *s, char **end, int32_t base) {
         if (end) *end = nullptr;
         return 0;
     }
+    if (base == 10) {
+        // A text of one to nine decimal digits and nothing else (TOC
+        // offsets, counts) reads to what the system call gives, without it.
+        uint32_t value = 0, n = 0;
+        while (n < 10 && is_digit(bytes_of(s)[n])) value = value * 10 + (bytes_of(s)[n++] - '0');
+        if (n > 0 && n < 10 && s[n] == 0) {
+            if (end) *end = const_cast<char *>(s + n);
+            return value;
+        }
+    }
     if constexpr (sizeof(unsigned long) > sizeof(uint32_t)) {
         const int saved_errno = errno;
         errno = 0;

@@ -6,6 +6,7 @@
 #ifndef ZELTO_PROVIDERS_CATALOGUE_PROVIDER_H
 #define ZELTO_PROVIDERS_CATALOGUE_PROVIDER_H
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -27,8 +28,9 @@ struct ProviderTable {
 // One declared lookup of a request and what was sent for it.
 struct Lookup {
     std::string type, id;
-    std::map<std::string, std::string> data;  // null values are left out
-    std::map<std::string, std::string> options;
+    // Looked up by the constant key texts without copying them.
+    std::map<std::string, std::string, std::less<>> data;  // null values are left out
+    std::map<std::string, std::string, std::less<>> options;
     zelto_manager_tree *result = nullptr;  // one reference held
 };
 

@@ -1,12 +1,14 @@
 // Reading the data and options that the module sent for a lookup.
+#include <string_view>
+
 #include "providers/catalogue/provider.h"
 
 namespace catalogue_provider {
 
 namespace {
 
-const std::string *find(const std::map<std::string, std::string> &m, const char *key) {
-    auto it = m.find(key);
+const std::string *find(const std::map<std::string, std::string, std::less<>> &m, const char *key) {
+    auto it = m.find(std::string_view(key));
     return it == m.end() ? nullptr : &it->second;
 }
 

@@ -230,6 +230,74 @@ TEST_F(TreeTest, DataFlagsWithholdValues) {
     for (auto item : {child, linked}) zelto_manager_rvo_release(item);
 }
 
+// A value read by ordinal is found in one walk over the node; the values
+// counted (the walk that visits them) and each one read must agree with the
+// rule: the view's flags admit a value, a language of the view's locale
+// wins over values without one, which win over other languages. Random
+// nodes of three keys, with languages and required flags, under every
+// view.
+TEST_F(TreeTest, ValuesReadByOrdinalFollowTheVisibilityRule) {
+    const char *const keys[] = {"zelto_val_a", "zelto_val_b", "zelto_val_c"};
+    const char *const languages[] = {nullptr, "deu", "eng"};
+    const uint32_t flags[] = {0, ZELTO_DATA_LINK, ZELTO_DATA_CLASSICAL};
+    zelto_locale_handle locales[4] = {};
+    ASSERT_EQ(zelto_manager_locale_get("deu", &locales[1]), 0u);
+    ASSERT_EQ(zelto_manager_locale_get("eng", &locales[2]), 0u);
+    ASSERT_EQ(zelto_manager_locale_get("spa", &locales[3]), 0u);
+    struct Model {
+        int key, language;
+        uint32_t required;
+        std::string text;
+    };
+    uint32_t seed = 7;
+    auto next = [&](uint32_t n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) % n;
+    };
+    for (int round = 0; round < 300; ++round) {
+        zelto_manager_tree *node = make_node("zelto_ctx_album");
+        std::vector<Model> model;
+        for (uint32_t i = 0, n = next(9); i < n; ++i) {
+            Model m{static_cast<int>(next(3)), static_cast<int>(next(3)), flags[next(3)], "v" + std::to_string(i)};
+            ASSERT_EQ(zelto_manager_tree_add_value_ex(node, keys[m.key], m.text.c_str(), languages[m.language],
+                                                      m.required),
+                      0u);
+            model.push_back(m);
+        }
+        const uint32_t view_flags = next(4) == 0 ? 0 : ZELTO_DATA_LINK | (next(2) ? ZELTO_DATA_CLASSICAL : 0);
+        const int locale = static_cast<int>(next(4));
+        zelto_rvo_handle view = nullptr;
+        ASSERT_EQ(zelto_manager_tree_to_rvo(node, nullptr, "zelto_locale_music", view_flags, &view), 0u);
+        ASSERT_EQ(zelto_manager_rvo_set_locale(view, locales[locale]), 0u);
+        for (int key = 0; key < 3; ++key) {
+            std::vector<std::string> allowed, plain, in_language;
+            bool any = false;
+            for (const Model &m : model) {
+                if (m.key != key) continue;
+                any = true;
+                if ((view_flags & m.required) != m.required) continue;
+                allowed.push_back(m.text);
+                if (m.language == 0)
+                    plain.push_back(m.text);
+                else if (m.language == locale)
+                    in_language.push_back(m.text);
+            }
+            const auto &visible = !in_language.empty() ? in_language : !plain.empty() ? plain : allowed;
+            EXPECT_EQ(out(zelto_manager_rvo_value_count, view, keys[key]), visible.size());
+            for (uint32_t ordinal = 0; ordinal <= visible.size() + 1; ++ordinal) {
+                const std::string expected = any && allowed.empty() ? failed_read(ZELTO_RVO_WITHHELD)
+                                             : ordinal == 0 || ordinal > visible.size()
+                                                 ? kNotFound
+                                                 : visible[ordinal - 1];
+                ASSERT_EQ(value_of(view, keys[key], ordinal), expected)
+                    << "round " << round << ", key " << key << ", ordinal " << ordinal;
+            }
+        }
+        zelto_manager_rvo_release(view);
+        zelto_manager_tree_release(node);
+    }
+}
+
 TEST_F(TreeTest, LocaleChoosesValuesOfItsLanguage) {
     ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz", nullptr, 0), 0u);
     ASSERT_EQ(zelto_manager_tree_add_value_ex(album_, "zelto_val_genre", "Jazz (de)", "de", 0), 0u);
@@ -367,6 +435,40 @@ TEST_F(TreeTest, ConstantKeysBuildTheSameTree) {
     zelto_manager_tree_release(copied);
     host::tree_release_held(kept);
     host::tree_release_held(nullptr);
+}
+
+// An inner node stays out of the handle registry: the exported calls
+// refuse it, while below a parent it reads and dumps as any node, and the
+// parent's release frees it.
+TEST_F(TreeTest, InnerNodesReadBelowTheirParentOnly) {
+    const uint32_t live = zelto_manager_tree_live_count();
+    zelto_manager_tree *inner = nullptr, *kept = nullptr;
+    ASSERT_EQ(host::tree_create_inner("zelto_ctx_track", &inner), 0u);
+    ASSERT_EQ(host::tree_create_constant("zelto_ctx_track", &kept), 0u);
+    EXPECT_EQ(zelto_manager_tree_live_count(), live + 2);
+    for (zelto_manager_tree *t : {inner, kept})
+        EXPECT_EQ(host::tree_add_constant_value(t, "zelto_val_title", "Moment's Notice", 15), 0u);
+    EXPECT_EQ(zelto_manager_tree_add_value(inner, "zelto_val_title", "x"), ZELTO_RVO_BAD_ARG);
+    EXPECT_EQ(zelto_manager_tree_context(inner), nullptr);
+    EXPECT_STREQ(zelto_manager_tree_context(kept), "zelto_ctx_track");
+    zelto_rvo_handle object = nullptr;
+    EXPECT_EQ(zelto_manager_tree_to_rvo(inner, nullptr, "zelto_locale_music", 0, &object), ZELTO_RVO_BAD_ARG);
+
+    EXPECT_EQ(host::tree_add_constant_child(album_, "zelto_ctx_track!bonus", inner), 0u);
+    EXPECT_EQ(host::tree_add_constant_child(album_, "zelto_ctx_track!bonus", kept), 0u);
+    host::tree_release_held(inner);
+    host::tree_release_held(kept);
+    EXPECT_EQ(child_count("zelto_ctx_track!bonus"), 2u);
+    EXPECT_EQ(child_title("zelto_ctx_track!bonus", 1), "Moment's Notice");
+    const std::string text = dump(album_);
+    const size_t first = text.find("zelto_val_title = \"Moment's Notice\"");
+    ASSERT_NE(first, std::string::npos);
+    EXPECT_NE(text.find("zelto_val_title = \"Moment's Notice\"", first + 1), std::string::npos);
+    zelto_manager_rvo_release(object_);
+    object_ = nullptr;
+    zelto_manager_tree_release(album_);
+    album_ = nullptr;
+    EXPECT_EQ(zelto_manager_tree_live_count(), live - 6);  // the album, its two titles and three tracks too
 }
 
 TEST_F(TreeTest, InvalidTreeHandlesAreRefused) {

@@ -1,5 +1,6 @@
 // The fast kernels against their reference forms, on many generated
 // inputs (the fuzzers run the same cases on inputs they search for).
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -54,25 +55,6 @@ TEST_F(KernelReference, BigramSimilarityOfTitlesAgreesWithTheReference) {
     }
 }
 
-// The hash takes a key eight bytes at a time and folds case a word at a
-// time: every byte value at every position of keys up to 20 bytes, among
-// neighbours at the edges of the folded range.
-TEST_F(KernelReference, HashTableHashAgreesByteForByte) {
-    static constexpr char kFill[] = "`az{@AZ[\x7f\x80\xe1\xfa";
-    for (size_t length = 1; length <= 20; ++length) {
-        for (size_t at = 0; at < length; ++at) {
-            std::string key;
-            for (size_t i = 0; i < length; ++i) key += kFill[(i + length) % (sizeof kFill - 1)];
-            for (int byte = 1; byte < 256; ++byte) {
-                key[at] = static_cast<char>(byte);
-                for (const bool cs : {false, true})
-                    ASSERT_EQ(_ombr_hashtable_genhash(key.c_str(), cs), reference::hashtable_hash(key.c_str(), cs))
-                        << "length " << length << ", byte " << byte << " at " << at << (cs ? ", case sensitive" : "");
-            }
-        }
-    }
-}
-
 TEST_F(KernelReference, HashTableAgreesWithItsModel) {
     ASSERT_EQ(ombr_datatypes_initialize(), 0u);
     run_random_cases(reference::check_hashtable_case, 4, 3000, 400);
@@ -80,3 +62,15 @@ TEST_F(KernelReference, HashTableAgreesWithItsModel) {
 }
 
 }  // namespace
+
+TEST_F(KernelReference, TextKernelsAgreeWithTheReference) {
+    run_random_cases(reference::check_text_case, 5, 20000, 60);
+    // Numbers at the edges of the direct reading: nine and ten digits, signs,
+    // blanks and trailing bytes.
+    for (const char *text : {"999999999", "4294967295", "4294967296", "0000000001", "000000000", "+12", "-12", " 12",
+                             "12 ", "12x", "", "0", "1e3"}) {
+        std::vector<uint8_t> data{1};
+        data.insert(data.end(), text, text + std::strlen(text));
+        ASSERT_EQ(reference::check_text_case(data.data(), data.size()), "") << text;
+    }
+}

@@ -183,6 +183,56 @@ TEST_F(QueryInputTest, BuilderNeverWritesPastItsBuffer) {
     EXPECT_EQ(_cantrix_build_toc_string(query_, buffer, 0), 0x90810001u);
 }
 
+// The builder as it first stood: each number rendered, measured and copied
+// by the string calls. The builder writes digits straight into the buffer;
+// both must leave every byte of it alike.
+uint32_t reference_toc_string(cantrix_query *query, char *buffer, uint32_t size) {
+    buffer[0] = '\0';
+    uint32_t used = 0;
+    const uint32_t lead = query->toc_starts_at_zero ? 1 : 0;
+    for (uint32_t index = 0;; ++index) {
+        uintptr_t entry = 0;
+        if (index >= lead && ombr_vector_getindex(query->toc_offsets, index - lead, &entry) != 0) break;
+        char digits[16];
+        ombr_string_u32toa(static_cast<uint32_t>(entry), digits, sizeof digits);
+        uint32_t needed = ombr_string_bytelen_nonull(digits) + (index > 0 ? 1 : 0);
+        if (used + needed + 1 > size) break;
+        if (index > 0) buffer[used++] = ' ';
+        ombr_string_strcpy(buffer + used, size - used, digits);
+        used += ombr_string_bytelen_nonull(digits);
+    }
+    return 0;
+}
+
+TEST_F(QueryInputTest, BuilderAgreesWithItsReferenceAtEveryBufferSize) {
+    uint32_t seed = 11;
+    auto next = [&] {
+        seed = seed * 1103515245u + 12345u;
+        return seed >> 8;
+    };
+    for (int round = 0; round < 40; ++round) {
+        ombr_vector_delete(query_->toc_offsets);
+        query_->toc_offsets = nullptr;
+        ASSERT_EQ(ombr_vector_create(&query_->toc_offsets, 0, nullptr, nullptr), 0u);
+        query_->toc_starts_at_zero = round % 3 == 0 ? 1 : 0;
+        // Numbers of one to ten digits, the largest included (a 0 leads only
+        // as the flag; the vector holds no null entry).
+        for (uint32_t i = 0, n = next() % 12; i < n; ++i) {
+            const uint32_t kind = next() % 12;
+            const uint32_t value =
+                kind == 0 ? 1 : kind == 1 ? 0xFFFFFFFFu : 1 + next() % (kind < 6 ? 1000 : 0xFFFFFFu) * kind;
+            ASSERT_EQ(ombr_vector_add(query_->toc_offsets, value), 0u);
+        }
+        for (uint32_t size = 1; size <= 140; ++size) {
+            std::vector<char> ours(size + 8, '#'), ref(size + 8, '#');
+            ASSERT_EQ(_cantrix_build_toc_string(query_, ours.data(), size), 0u);
+            reference_toc_string(query_, ref.data(), size);
+            ASSERT_EQ(std::string(ours.begin(), ours.end()), std::string(ref.begin(), ref.end()))
+                << "round " << round << ", size " << size;
+        }
+    }
+}
+
 }  // namespace
 
 namespace {

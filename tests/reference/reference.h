@@ -29,12 +29,24 @@ uint32_t string_fuzzycmp(const char *text_a, const char *text_b, uint8_t skip_sp
 // 'a' to 'z' as upper case unless case sensitive.
 uint32_t hashtable_hash(const char *key, bool case_sensitive);
 
+// The text kernels TOC texts pass through: the system's decimal reader at
+// 32 bits, tokens found by code-point search of the delimiters, and the
+// UTF-8 check one character at a time.
+uint32_t string_strtoul(const char *s, char **end, int32_t base);
+char *string_strtok(char *s, const char *delimiters, char **save, char *out_delimiter);
+uint32_t string_isvalid(const char *s);
+
 // Differential cases built from arbitrary bytes, shared by the tests and
 // the fuzzers. Each returns an empty text when the library and the
 // reference agree, else what differed.
 std::string check_format_case(const uint8_t *data, size_t size);
 std::string check_fuzzy_case(const uint8_t *data, size_t size);
 std::string check_hashtable_case(const uint8_t *data, size_t size);
+std::string check_text_case(const uint8_t *data, size_t size);
+// Every scan of the hash table's key code (the table's own, eight and
+// sixteen bytes a step, the in-line short form) gives the byte-by-byte
+// hash and the length of `text`.
+std::string check_hashtable_scans(const char *text);
 
 }  // namespace reference
 
