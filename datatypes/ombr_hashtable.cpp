@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "datatypes/ombr_datatypes_internal.h"
+#include "datatypes/ombr_hashtable_key.h"
 
 using namespace ombr::dt;
 
@@ -100,119 +101,23 @@ constexpr uint8_t kPrefixUnknown = 2;  // to be found out by a walk
 
 namespace {
 
-// A key's hash and length.
-struct KeyHash {
-    uint32_t hash;
-    uint32_t length;
-};
-
-// djb2 over the key, h = h * 33 + c from 5381; without case sensitivity 'a'
-// to 'z' count as upper case. Eight bytes a step: h * 33^8 plus the bytes'
-// weighted sum, which equals eight single steps in 32-bit arithmetic. The
-// weighted sum is formed in lanes (pairs of bytes in 16 bits, pairs of pairs
-// in 32), and folding tests all bytes of a word at once.
-constexpr uint32_t pow33(unsigned k) { return k == 0 ? 1u : 33u * pow33(k - 1); }
-constexpr uint32_t kPow33[9] = {pow33(0), pow33(1), pow33(2), pow33(3), pow33(4),
-                                pow33(5), pow33(6), pow33(7), pow33(8)};
-
-// Bytes 'a' to 'z' of a word lowered by 32; bytes of 128 and above never fold.
-inline uint64_t fold_word(uint64_t w) {
-    constexpr uint64_t k7F = 0x7F7F7F7F7F7F7F7Full, k80 = 0x8080808080808080ull;
-    const uint64_t low7 = w & k7F;
-    const uint64_t from_a = low7 + 0x1F1F1F1F1F1F1F1Full;   // top bit: low7 >= 'a'
-    const uint64_t above_z = low7 + 0x0505050505050505ull;  // top bit: low7 > 'z'
-    return w - ((from_a & ~above_z & ~w & k80) >> 2);
-}
-
-// Bytes in text order, first byte lowest.
-inline uint64_t load8(const unsigned char *p) {
-    uint64_t w;
-    __builtin_memcpy(&w, p, 8);
-    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
-    return w;
-}
-inline uint32_t load4(const unsigned char *p) {
-    uint32_t w;
-    __builtin_memcpy(&w, p, 4);
-    if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap32(w);
-    return w;
-}
-
-// Sum of byte i times 33^(7 - i) over the eight bytes of w, in 32 bits.
-inline uint32_t weigh8(uint64_t w) {
-    constexpr uint64_t kBytes = 0x00FF00FF00FF00FFull, kPairs = 0x0000FFFF0000FFFFull;
-    const uint64_t pairs = (w & kBytes) * 33u + ((w >> 8) & kBytes);        // each below 8671
-    const uint64_t quads = (pairs & kPairs) * 1089u + ((pairs >> 16) & kPairs);  // each below 2^24
-    return static_cast<uint32_t>(quads) * kPow33[4] + static_cast<uint32_t>(quads >> 32);
-}
-// The same over the four bytes of w.
-inline uint32_t weigh4(uint32_t w) {
-    const uint32_t pairs = (w & 0x00FF00FFu) * 33u + ((w >> 8) & 0x00FF00FFu);
-    return (pairs & 0xFFFFu) * 1089u + (pairs >> 16);
-}
-
-template <bool kFold>
-inline uint64_t prepared(uint64_t w) {
-    return kFold ? fold_word(w) : w;
-}
-
-template <bool kFold>
-[[gnu::always_inline]] inline KeyHash hash_bytes(const char *key) {
-    const auto *p = reinterpret_cast<const unsigned char *>(key);
-    const size_t n = __builtin_strlen(key);
-    uint32_t h = 5381;
-    if (n >= 8) {
-        size_t i = 0;
-        for (; i + 8 <= n; i += 8) h = h * kPow33[8] + weigh8(prepared<kFold>(load8(p + i)));
-        if (const size_t rest = n - i) {
-            // The last eight bytes, of which those already counted are cleared.
-            const uint64_t tail = load8(p + n - 8) & (~uint64_t{0} << (8 * (8 - rest)));
-            h = h * kPow33[rest] + weigh8(prepared<kFold>(tail));
-        }
-    } else if (n >= 4) {
-        const auto head = static_cast<uint32_t>(prepared<kFold>(load4(p)));
-        const auto tail = static_cast<uint32_t>(prepared<kFold>(load4(p + n - 4) & (~uint64_t{0} << (8 * (8 - n)))));
-        h = h * kPow33[n] + weigh4(head) * kPow33[n - 4] + weigh4(tail);
-    } else {
-        for (size_t i = 0; i < n; ++i) {
-            const uint32_t c = p[i];
-            h = h * 33u + (kFold && c - 'a' < 26u ? c - 32u : c);
-        }
-    }
-    return {h, static_cast<uint32_t>(n)};
-}
+using key::KeyHash;
 
 [[gnu::always_inline]] inline KeyHash hash_key(const char *key, bool case_sensitive) {
-    return case_sensitive ? hash_bytes<false>(key) : hash_bytes<true>(key);
-}
-
-// n bytes of a and b are equal; eight at a time, short keys being the rule,
-// the last word or half word overlapping the one before.
-inline bool same_bytes(const char *a, const char *b, uint32_t n) {
-    const auto *x = reinterpret_cast<const unsigned char *>(a);
-    const auto *y = reinterpret_cast<const unsigned char *>(b);
-    if (n >= 8) {
-        uint64_t diff = 0;
-        for (uint32_t i = 0; i + 8 < n; i += 8) diff |= load8(x + i) ^ load8(y + i);
-        return (diff | (load8(x + n - 8) ^ load8(y + n - 8))) == 0;
-    }
-    if (n >= 4) return ((load4(x) ^ load4(y)) | (load4(x + n - 4) ^ load4(y + n - 4))) == 0;
-    for (uint32_t i = 0; i < n; ++i)
-        if (x[i] != y[i]) return false;
-    return true;
+    return case_sensitive ? key::hash<false>(key) : key::hash<true>(key);
 }
 
 // Key equality as ombr_string_equal decides it (byte for byte, or with 'a'
 // to 'z' folded); equal keys have equal lengths either way, so a copied
 // key's length rules most candidates out, and keys that are the same byte
 // for byte need no folding.
-inline bool same_key(const hashtable_item *item, const char *key, uint32_t length, uint8_t ignore_case) {
-    if (item->key_length != kUnknownLength) {
+inline bool same_key(const hashtable_item *item, const char *key, const KeyHash &kh, uint8_t ignore_case) {
+    if (item->key_length == kh.length) {
         // A copied key is the item's own text.
-        if (item->key_length != length) return false;
-        if (same_bytes(item->text_area(), key, length)) return true;
+        if (key::same_bytes(item->text_area(), key, kh.length)) return true;
         return ignore_case && ombr_string_equal(item->text_area(), key, 1);
     }
+    if (item->key_length != kUnknownLength) return false;
     return ombr_string_equal(item->key, key, ignore_case) != 0;
 }
 
@@ -226,7 +131,7 @@ inline bool same_key(const hashtable_item *item, const char *key, uint32_t lengt
     hashtable_item *item = *table->bucket_of(kh.hash);
     if (ordinal == 0) {
         for (; item; item = item->bucket_next) {
-            if (item->hash == kh.hash && same_key(item, key, kh.length, ignore)) {
+            if (item->hash == kh.hash && same_key(item, key, kh, ignore)) {
                 *out_item = item;
                 return 0;
             }
@@ -237,13 +142,13 @@ inline bool same_key(const hashtable_item *item, const char *key, uint32_t lengt
     {
         ombr::SpinGuard guard(&table->cursor_lock);
         hashtable_item *last = table->find_item;
-        if (last && table->find_ordinal <= ordinal && last->hash == kh.hash && same_key(last, key, kh.length, ignore)) {
+        if (last && table->find_ordinal <= ordinal && last->hash == kh.hash && same_key(last, key, kh, ignore)) {
             item = last;
             skip = ordinal - table->find_ordinal;
         }
     }
     for (; item; item = item->bucket_next) {
-        if (item->hash != kh.hash || !same_key(item, key, kh.length, ignore)) continue;
+        if (item->hash != kh.hash || !same_key(item, key, kh, ignore)) continue;
         if (skip-- == 0) {
             ombr::SpinGuard guard(&table->cursor_lock);
             table->find_item = item;
@@ -281,6 +186,8 @@ uint32_t _ombr_hashtable_createitem(const ombr_hashtable *table, uint32_t hash, 
         if (size > SIZE_MAX - sizeof(item_t) - value_offset) return kNoMemory;
         total = sizeof(item_t) + value_offset + size;
     }
+    // A copied key's text is compared a block at a time.
+    if (!by_reference && total < sizeof(item_t) + key::kTextReadable) total = sizeof(item_t) + key::kTextReadable;
     auto *item = static_cast<item_t *>(ombr_memory_alloc(total));
     if (!item) return kNoMemory;
     ombr_memory_memset(item, 0, total);
@@ -617,8 +524,12 @@ OMBR_API uint32_t ombr_hashtable_value_remove_ex(ombr_hashtable_t table, const c
     return 0;
 }
 
-OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const char *key, uint32_t ordinal,
-                                               void **out_value, uint32_t *out_size) {
+namespace {
+
+// Every find that the hot path below does not take: other ordinals, tables
+// with a lock, and the failures.
+[[gnu::noinline]] uint32_t find_general(ombr_hashtable_t table, const char *key, uint32_t ordinal, void **out_value,
+                                        uint32_t *out_size) {
     if (!table) return kNotFound;
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
     const KeyHash kh = hash_key(key, !table->ignore_case());
@@ -632,6 +543,56 @@ OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const cha
     return 0;
 }
 
+enum class Quick { kFound, kAbsent, kUnsure };
+
+// The first item with a short key in a table that holds items, without a
+// call; kUnsure where the general find must decide: a long key, a key by
+// reference, or, in a table that ignores case, a key of the same hash and
+// length that differs byte for byte.
+template <bool kFold>
+[[gnu::always_inline]] inline Quick quick_find(const ombr_hashtable *table, const char *key, item_t **out_item) {
+    key::ShortKey sk;
+    if (!key::hash_short<kFold>(key, sk)) return Quick::kUnsure;
+    const KeyHash &kh = sk.kh;
+    for (item_t *item = *table->bucket_of(kh.hash); item; item = item->bucket_next) {
+        if (item->hash != kh.hash) continue;
+        if (item->key_length != kh.length) {
+            if (item->key_length == kUnknownLength) return Quick::kUnsure;
+            continue;
+        }
+        if (key::same_short_text(item->text_area(), key, sk)) {
+            *out_item = item;
+            return Quick::kFound;
+        }
+        if (kFold) return Quick::kUnsure;
+    }
+    return Quick::kAbsent;
+}
+
+}  // namespace
+
+OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const char *key, uint32_t ordinal,
+                                               void **out_value, uint32_t *out_size) {
+    // The hot path, a find of the first entry by a short key in a table
+    // without a lock, in full here and without a call: no lock, no cursor,
+    // and nothing that can fail. Anything else goes the general way.
+    if (table && table->magic == kHashtableMagic && !table->lock && ordinal == 0 && key && key[0] != '\0')
+        [[likely]] {
+        if (table->count == 0) return kNotFound;
+        item_t *item = nullptr;
+        const Quick quick =
+            table->ignore_case() ? quick_find<true>(table, key, &item) : quick_find<false>(table, key, &item);
+        if (quick == Quick::kFound) {
+            item->accessed = 1;
+            if (out_value) *out_value = item->value;
+            if (out_size) *out_size = item->value_size;
+            return 0;
+        }
+        if (quick == Quick::kAbsent) return kNotFound;
+    }
+    return find_general(table, key, ordinal, out_value, out_size);
+}
+
 OMBR_API uint32_t ombr_hashtable_value_count(ombr_hashtable_t table, const char *key, uint32_t *out_count) {
     if (uint32_t status = check_keyed(table, key)) return ombr::fail(status, kUnit);
     if (!out_count) return ombr::fail(kInvalidArg, kUnit);
@@ -642,7 +603,7 @@ OMBR_API uint32_t ombr_hashtable_value_count(ombr_hashtable_t table, const char 
     if (table->count != 0) {
         const uint8_t ignore = table->ignore_case() ? 1 : 0;
         for (item_t *item = *table->bucket_of(kh.hash); item; item = item->bucket_next)
-            if (item->hash == kh.hash && same_key(item, key, kh.length, ignore)) ++n;
+            if (item->hash == kh.hash && same_key(item, key, kh, ignore)) ++n;
     }
     *out_count = n;
     return 0;

@@ -1,7 +1,9 @@
 // Fuzzes the hash table: a fuzzed sequence of adds, updates, deletes,
 // removals, finds, counts and reads by position on a table of a fuzzed
 // flag mix must agree with a model of insertion order, values per key and
-// ASCII case folding, and every key's hash with the byte-by-byte djb2.
+// ASCII case folding, and with a thread-safe twin (whose finds take the
+// general path, not the in-line one); every key's hash and length, by each
+// of the key scans, with the byte-by-byte djb2.
 #include <cstdio>
 #include <cstdlib>
 

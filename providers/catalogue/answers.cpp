@@ -76,10 +76,11 @@ class Node {
         return child(ZELTO_CHILD_TITLE_OFFICIAL, t);
     }
     // "zelto_ctx_artist!" -> artist node -> "zelto_ctx_name!off" -> name node.
-    Node &artist(const std::string &text) {
+    Node &artist(const std::string &text) { return child(ZELTO_CHILD_ARTIST, artist_node(text)); }
+    static Node artist_node(const std::string &text) {
         Node a(ZELTO_CTX_ARTIST);
         a.name(text);
-        return child(ZELTO_CHILD_ARTIST, a);
+        return a;
     }
     Node &name(const std::string &text) {
         Node n(ZELTO_CTX_NAME);
@@ -120,15 +121,36 @@ bool contains(const std::vector<uint32_t> &v, uint32_t x) {
     return false;
 }
 
+// Artist nodes of one answer about one album: whatever is credited to the
+// album's artist (the album and most tracks) holds the one node made for
+// it, since a node may hang below several parents and reads the same below
+// each; any other artist gets a node of its own.
+class ArtistNodes {
+ public:
+    explicit ArtistNodes(const catalogue::Album &album) : album_artist_(album.artist) {}
+    void add_to(Node &parent, const std::string &text) {
+        if (text != album_artist_) {
+            parent.artist(text);
+            return;
+        }
+        if (!shared_.get()) shared_ = Node::artist_node(text);
+        parent.child(ZELTO_CHILD_ARTIST, shared_);
+    }
+
+ private:
+    const std::string &album_artist_;
+    Node shared_;
+};
+
 // A track numbered `number` (its place on the album, or on its disc).
 Node track_node(const catalogue::Album &album, const catalogue::Disc &disc, const catalogue::Track &track,
-                uint32_t number) {
+                uint32_t number, ArtistNodes &artists) {
     Node t(ZELTO_CTX_TRACK);
     t.value(ZELTO_VAL_TRACKNUMBER, number).value(ZELTO_VAL_TUI, track.tui).value(ZELTO_VAL_TUI_TAG, track.tag);
     t.value(ZELTO_VAL_DISCNUMBER, disc.number);
     if (track.duration_ms) t.value(ZELTO_VAL_DURATION, track.duration_ms);
     t.title(track.title);
-    t.artist(track.artist.empty() ? album.artist : track.artist);
+    artists.add_to(t, track.artist.empty() ? album.artist : track.artist);
     return t;
 }
 
@@ -181,7 +203,8 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
     if (toc.empty() && toc_disc && !toc_disc->tocs.empty()) toc = catalogue::toc_text(toc_disc->tocs.front().offsets);
     if (!toc.empty()) a.value(ZELTO_VAL_TOC, toc);
     a.title(album.title);
-    a.artist(album.artist);
+    ArtistNodes artists(album);
+    artists.add_to(a, album.artist);
     // The matched disc on its own: its number, title and TOC, and the
     // tracks this answer carries, numbered on the disc.
     Node disc_node;
@@ -199,7 +222,7 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
             ++position;
             const bool matching = contains(shape.matched, position);
             if (!shape.full && !matching) continue;
-            Node t = track_node(album, disc, track, position);
+            Node t = track_node(album, disc, track, position, artists);
             const bool extra_values = matching && !shape.matched_values.empty();
             if (extra_values)
                 for (const auto &[key, text] : shape.matched_values) t.value(key, text);
@@ -210,7 +233,7 @@ Node album_node(const catalogue::Album &album, const AlbumShape &shape) {
                 if (track.number == position && !extra_values)
                     disc_node.child(ZELTO_CHILD_TRACK, t);
                 else
-                    disc_node.child(ZELTO_CHILD_TRACK, track_node(album, disc, track, track.number));
+                    disc_node.child(ZELTO_CHILD_TRACK, track_node(album, disc, track, track.number, artists));
             }
         }
     }
@@ -395,13 +418,14 @@ class Executor {
             o.tree.child(ZELTO_CHILD_ALBUM, album_node(album, shape));
         } else {
             // Track lookups: the matched track alone, or every track of the album.
+            ArtistNodes artists(album);
             uint32_t position = 0;
             for (const auto &disc : album.discs)
                 for (const auto &track : disc.tracks) {
                     ++position;
                     if (shape.matched.empty() || contains(shape.matched, position))
                         o.tree.child(contains(shape.matched, position) ? ZELTO_CHILD_TRACK_MATCHING : ZELTO_CHILD_TRACK,
-                                     track_node(album, disc, track, position));
+                                     track_node(album, disc, track, position, artists));
                 }
         }
         if (!building(1, 1) || !events_.send(kReady)) return aborted();
@@ -450,7 +474,8 @@ class Executor {
                 for (const auto &disc : album.discs)
                     for (const auto &track : disc.tracks)
                         if (++p == position) {
-                            Node t = track_node(album, disc, track, position);
+                            ArtistNodes artists(album);
+                            Node t = track_node(album, disc, track, position, artists);
                             t.value(ZELTO_VAL_ALBUM_TUI, album.tui);
                             for (const auto &[key, text] : values) t.value(key, text);
                             o.tree.child(ZELTO_CHILD_TRACK, t);

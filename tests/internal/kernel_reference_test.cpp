@@ -55,25 +55,6 @@ TEST_F(KernelReference, BigramSimilarityOfTitlesAgreesWithTheReference) {
     }
 }
 
-// The hash takes a key eight bytes at a time and folds case a word at a
-// time: every byte value at every position of keys up to 20 bytes, among
-// neighbours at the edges of the folded range.
-TEST_F(KernelReference, HashTableHashAgreesByteForByte) {
-    static constexpr char kFill[] = "`az{@AZ[\x7f\x80\xe1\xfa";
-    for (size_t length = 1; length <= 20; ++length) {
-        for (size_t at = 0; at < length; ++at) {
-            std::string key;
-            for (size_t i = 0; i < length; ++i) key += kFill[(i + length) % (sizeof kFill - 1)];
-            for (int byte = 1; byte < 256; ++byte) {
-                key[at] = static_cast<char>(byte);
-                for (const bool cs : {false, true})
-                    ASSERT_EQ(_ombr_hashtable_genhash(key.c_str(), cs), reference::hashtable_hash(key.c_str(), cs))
-                        << "length " << length << ", byte " << byte << " at " << at << (cs ? ", case sensitive" : "");
-            }
-        }
-    }
-}
-
 TEST_F(KernelReference, HashTableAgreesWithItsModel) {
     ASSERT_EQ(ombr_datatypes_initialize(), 0u);
     run_random_cases(reference::check_hashtable_case, 4, 3000, 400);

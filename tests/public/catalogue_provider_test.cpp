@@ -413,6 +413,38 @@ TEST_F(CatalogueTest, TrackMatchAndLyricLookups) {
 
 // Releases sharing one TOC carry what tells their editions apart; lyrics
 // name the album and track they belong to.
+// Tracks credited to the album's artist and a track with a guest credit:
+// each reads its own artist, on the album and on the matched disc alike,
+// and every node of the answer goes with its release.
+TEST_F(CatalogueTest, TrackArtistsReadAsCreditedAndTheAnswerLeavesNoNodes) {
+    const std::string releases = dir_ + "/guest.jsonl";
+    std::ofstream(releases)
+        << R"({"id": "guest-1", "title": "Night Ferry", "date": "2002", "artist-credit": [{"name": "Ilse Varga"}],)"
+        << R"( "media": [{"position": 1, "format": "CD", "discs": [{"id": "g1", "offsets": [150, 17000, 33000], "sectors": 51000}],)"
+        << R"( "tracks": [{"position": 1, "title": "Dock"}, {"position": 2, "title": "Wake",)"
+        << R"( "artist-credit": [{"name": "Tomas Brekke"}]}, {"position": 3, "title": "Pier"}]}]})"
+        << "\n";
+    ASSERT_EQ(zelto_catalogue_import(catalogue_, releases.c_str(), nullptr, nullptr, nullptr), 0u);
+    std::remove(releases.c_str());
+    const uint32_t trees = zelto_manager_tree_live_count();
+    zelto_rvo_handle response = find_toc("150 17000 33000 51000");
+    ASSERT_NE(response, nullptr);
+    zelto_rvo_handle album = child_of(response, "zelto_ctx_album!", 1, 0);
+    EXPECT_EQ(artist_display(album), "Ilse Varga");
+    zelto_rvo_handle disc = child_of(album, ZELTO_CHILD_DISC_MATCHING, 1, 0);
+    for (zelto_rvo_handle holder : {album, disc}) {
+        std::vector<std::string> artists;
+        for (uint32_t i = 1; i <= count_of(holder, "zelto_ctx_track!"); ++i) {
+            zelto_rvo_handle t = child_of(holder, "zelto_ctx_track!", i, 0);
+            artists.push_back(artist_display(t));
+            zelto_manager_rvo_release(t);
+        }
+        EXPECT_EQ(artists, (std::vector<std::string>{"Ilse Varga", "Tomas Brekke", "Ilse Varga"}));
+    }
+    for (auto item : {disc, album, response}) zelto_manager_rvo_release(item);
+    EXPECT_EQ(zelto_manager_tree_live_count(), trees);
+}
+
 TEST_F(CatalogueTest, EditionsOfOneTocAndWhereLyricsBelong) {
     const std::string releases = dir_ + "/editions.jsonl", lyrics = dir_ + "/lyrics.jsonl";
     std::ofstream(releases)

@@ -43,6 +43,10 @@ std::string check_format_case(const uint8_t *data, size_t size);
 std::string check_fuzzy_case(const uint8_t *data, size_t size);
 std::string check_hashtable_case(const uint8_t *data, size_t size);
 std::string check_text_case(const uint8_t *data, size_t size);
+// Every scan of the hash table's key code (the table's own, eight and
+// sixteen bytes a step, the in-line short form) gives the byte-by-byte
+// hash and the length of `text`.
+std::string check_hashtable_scans(const char *text);
 
 }  // namespace reference
 
