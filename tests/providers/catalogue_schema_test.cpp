@@ -243,6 +243,14 @@ class CatalogueSchema : public ::testing::Test {
 
 // Only identifiers that differ from the derived form are stored; every
 // track is found and read back under its own all the same.
+// Tags are 32-bit FNV-1a as eight lower-case hex digits, leading zeros
+// kept: stored catalogues hold them, so the text may never change.
+TEST(CatalogueTags, HashTagIsFnv1aInEightHexDigits) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"", "811c9dc5"}, {"a", "e40c292c"}, {"foobar", "bf9cf968"}, {"t6644", "0000350b"}};
+    for (const auto &[text, tag] : cases) EXPECT_EQ(hash_tag(text), tag) << text;
+}
+
 TEST_F(CatalogueSchema, TrackIdentifiersStoredOnlyWhereTheyDiffer) {
     build();
     EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");

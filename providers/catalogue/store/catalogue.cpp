@@ -160,9 +160,10 @@ std::string hash_tag(std::string_view text) {
         h ^= static_cast<unsigned char>(c);
         h *= 16777619u;
     }
-    char buffer[16];
-    std::snprintf(buffer, sizeof buffer, "%08x", h);
-    return buffer;
+    // Eight lower-case hex digits, most significant first (as "%08x").
+    std::string tag(8, '0');
+    for (int i = 7; i >= 0; --i, h >>= 4) tag[static_cast<size_t>(i)] = "0123456789abcdef"[h & 15u];
+    return tag;
 }
 
 std::string derived_track_tag(std::string_view tui, std::string_view title) {
