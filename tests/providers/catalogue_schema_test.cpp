@@ -453,3 +453,19 @@ TEST_F(CatalogueSchema, TextIndexesFollowReplacementAndRemoval) {
 }
 
 }  // namespace
+
+namespace {
+
+// A track is marked own_artist unless its artist key's words stand
+// together in its album's (the searches that rely on it are compared with
+// the reference in catalogue_search_reference_test.cpp).
+TEST(CatalogueOwnArtist, MarksTracksWhoseArtistWordsAreNotTheAlbums) {
+    const std::tuple<const char *, const char *, bool> cases[] = {
+        {"mira solenne", "mira solenne", false}, {"mira", "mira solenne", false},
+        {"solenne", "mira solenne tenro", false}, {"solenne mira", "mira solenne", true},
+        {"ira", "mira solenne", true},           {"mira solenne tenro", "mira solenne", true},
+        {"", "mira", false},                     {"mira", "", true}};
+    for (const auto &[track, album, own] : cases) EXPECT_EQ(own_artist(track, album), own) << track << " / " << album;
+}
+
+}  // namespace

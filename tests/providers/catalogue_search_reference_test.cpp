@@ -167,6 +167,40 @@ TEST(CatalogueSearchReference, ArtistOnTracksOnly) {
     EXPECT_EQ(fast.hits[1].matched_tracks[0].title, "Four");
 }
 
+// Only tracks marked own_artist are checked for albums that an artist
+// search finds through their tracks alone (when the album artists' matches
+// are all known): tracks whose artist words stand in their album's are not,
+// and the hits are the reference's with the cap above and below the matches.
+TEST(CatalogueSearchReference, ArtistOnMarkedTracksOnly) {
+    auto cat = catalogue_test::open_memory();
+    Album duo = catalogue_test::make_album("Lantern", "Mira Solenne & Tenro Sane", {"One", "Two", "Three"});
+    duo.contributors.clear();
+    duo.discs[0].tracks[0].artist = "Tenro Sane";  // words of the album's: not marked
+    duo.discs[0].tracks[1].artist = "Nunu Roan";   // marked
+    duo.discs[0].tracks[2].contributors = {{"Ash", "", "performer", "", false, 0}};  // marked
+    const int64_t id = catalogue_test::add(*cat, duo);
+    catalogue_test::add(*cat, catalogue_test::make_album("Orchard", "Tenro Sane", {"Four"}));
+    for (const char *artist : {"tenro", "nunu roan", "ash", "mira", "roan tenro"})
+        for (uint32_t cap : {5000u, 1u}) {
+            TextQuery q;
+            q.artist = artist;
+            cat->set_search_candidate_cap(cap);
+            AlbumSearchResult fast, slow;
+            ASSERT_TRUE(cat->search_albums(q, {1, 10}, fast).ok());
+            ASSERT_TRUE(cat->search_albums_reference(q, {1, 10}, slow).ok());
+            expect_same(fast, slow, std::string(artist) + " cap " + std::to_string(cap));
+        }
+    cat->set_search_candidate_cap(5000);
+    TextQuery q;
+    q.artist = "ash";
+    AlbumSearchResult r;
+    ASSERT_TRUE(cat->search_albums(q, {1, 10}, r).ok());
+    ASSERT_EQ(r.total, 1u);
+    EXPECT_EQ(r.hits[0].album_id, id);
+    ASSERT_EQ(r.hits[0].matched_tracks.size(), 1u);
+    EXPECT_EQ(r.hits[0].matched_tracks[0].title, "Three");
+}
+
 // The bounded distance is edit_distance up to two and 3 beyond, and
 // QueryWords scores as text_similarity and text_coverage do.
 TEST(CatalogueSearchReference, QueryWordsAgreeWithTextSimilarity) {
