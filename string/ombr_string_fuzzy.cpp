@@ -642,17 +642,14 @@ extern "C" uint32_t _bigram_compare_tables_sorted(const ombr_bigram_table *table
     const uint32_t *const a = table_a->entries;
     const uint32_t *const b = table_b->entries;
     const uint32_t na = table_a->count, nb = table_b->count;
+    // Steps the lesser side, both on equality, without a branch on the
+    // entries (which side is less is a coin toss between two titles).
     uint32_t i = 0, j = 0, common = 0;
     while (i < na && j < nb) {
-        if (a[i] < b[j]) {
-            ++i;
-        } else if (b[j] < a[i]) {
-            ++j;
-        } else {
-            ++common;
-            ++i;
-            ++j;
-        }
+        const uint32_t x = a[i], y = b[j];
+        common += x == y;
+        i += x <= y;
+        j += y <= x;
     }
     return common;
 }
