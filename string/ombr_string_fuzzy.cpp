@@ -3,14 +3,16 @@
 // is the Dice coefficient of the two multisets of entries, in percent.
 //
 // ombr_string_fuzzycmp_ex compares two texts once. For texts below 200
-// bytes no table is built for the second text: the first text's entries
-// go into bit rows (up to 64 entries) or a small chained hash, and each
-// entry of the second takes an equal one out as it is produced. Tables of
-// longer texts are sorted and merged. Both give the size of the multiset
-// intersection, as the described pairwise search does (kept for the tests
-// as _bigram_compare_tables_unsorted). ombr_string_create_bigram_table and
-// ombr_string_bigram_table_cmp serve many comparisons against one text:
-// tables are sorted once and compared by a merge walk.
+// bytes no table is built: the shorter text goes into bit rows of its
+// characters (up to 64 entries) or, when longer, into a small chained hash
+// of its entries, and each entry of the other text takes an equal one out
+// as it is produced. Tables of longer texts are sorted and merged. All give
+// the size of the multiset intersection, as the pairwise search of
+// _bigram_compare_tables_unsorted does (kept for the tests, as is the
+// chained hash for every short pair: _bigram_fuzzycmp_hashed).
+// ombr_string_create_bigram_table and ombr_string_bigram_table_cmp serve
+// many comparisons against one text: tables are sorted once and compared
+// by a merge walk.
 #include <cstddef>
 #include <utility>
 
@@ -78,7 +80,8 @@ class TableSlot {
 
 // Walks the entries of `text` in table order, at most `room` of them: the
 // steps of _bigram_fill_table. The sink hears of each entry as it is made:
-// first(c) for a word's first character against the border, next(c) for
+// first(c) for a word's first character against the border (first_ascii
+// with the plain_bytes value when it is a plain character), next(c) for
 // the pair of the previous character and c (next_ascii when c is a plain
 // ASCII character, handing on what the sink's plain_bytes table gives for
 // its byte; next_wide when c is 0x80 or more), last() for the
@@ -153,6 +156,17 @@ inline uint32_t walk_entries(const char *text, uint32_t room, uint8_t skip_space
             const unsigned char *const run = p;
             for (uint8_t folded; (folded = plain[*p]) != 0; ++p) sink.next_ascii(folded);
             n += static_cast<uint32_t>(p - run);
+            // In word mode one space between plain characters ends a word
+            // and starts the next.
+            if (skip_space && p[0] == ' ') {
+                if (const uint8_t folded = plain[p[1]]) {
+                    sink.last();
+                    sink.first_ascii(folded);
+                    p += 2;
+                    n += 2;
+                    continue;
+                }
+            }
             // ...and so does a run of characters of two or three bytes that
             // decode to 0x80 or more (neither blank nor end, and unfolded),
             // without a branch on their length. Once a continuation byte
@@ -221,6 +235,7 @@ class PackedEntries {
     }
     void next_ascii(uint32_t c) { next(c); }
     void next_wide(uint32_t c) { next(c); }
+    void first_ascii(uint32_t c) { first(c); }
     void last() { put_(prev_); }
 
    private:
@@ -238,6 +253,7 @@ class Taker {
     void next(uint32_t c) { set_.take_next(c); }
     void next_ascii(uint32_t c) { set_.take_next_ascii(c); }
     void next_wide(uint32_t c) { set_.take_next_wide(c); }
+    void first_ascii(uint32_t c) { set_.take_first_ascii(c); }
     void last() { set_.take_last(); }
 
    private:
@@ -288,6 +304,7 @@ class SmallIntersection {
     }
     void take_next_ascii(uint32_t c) { take_next(c); }
     void take_next_wide(uint32_t c) { take_next(c); }
+    void take_first_ascii(uint32_t c) { take_first(c); }
     void take_last() { take(prev_); }
 
     uint32_t common() const { return common_; }
@@ -417,6 +434,10 @@ class RowIntersection {
         put(ascii ? rows_.ascii[ascii] : rows_.wide_row(c));
     }
     void next_ascii(uint32_t row) { put(rows_.ascii[row]); }
+    void first_ascii(uint32_t row) {
+        starts_ |= bit_;
+        next_ascii(row);
+    }
     void next_wide(uint32_t c) { put(rows_.wide_row(c & kLow16)); }
     void last() {
         ends_ |= bit_;
@@ -432,6 +453,10 @@ class RowIntersection {
     }
     void take_next(uint32_t c) { take_pair(row(c)); }
     void take_next_ascii(uint32_t row) { take_pair(rows_.ascii[row]); }
+    void take_first_ascii(uint32_t row) {
+        prev_ = rows_.ascii[row];
+        take_border();
+    }
     void take_next_wide(uint32_t c) { take_pair(rows_.find_wide_row(c & kLow16)); }
     void take_last() { take_border(); }
     void take_zero() { take_first(0); }
@@ -617,17 +642,14 @@ extern "C" uint32_t _bigram_compare_tables_sorted(const ombr_bigram_table *table
     const uint32_t *const a = table_a->entries;
     const uint32_t *const b = table_b->entries;
     const uint32_t na = table_a->count, nb = table_b->count;
+    // Steps the lesser side, both on equality, without a branch on the
+    // entries (which side is less is a coin toss between two titles).
     uint32_t i = 0, j = 0, common = 0;
     while (i < na && j < nb) {
-        if (a[i] < b[j]) {
-            ++i;
-        } else if (b[j] < a[i]) {
-            ++j;
-        } else {
-            ++common;
-            ++i;
-            ++j;
-        }
+        const uint32_t x = a[i], y = b[j];
+        common += x == y;
+        i += x <= y;
+        j += y <= x;
     }
     return common;
 }

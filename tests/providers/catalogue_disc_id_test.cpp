@@ -109,6 +109,7 @@ TEST(CatalogueDiscId, MigrationOfSchemaOne) {
         ASSERT_TRUE(Catalogue::open(name, cat).ok());
         import(*cat, release(1, "xyJBxyfybLWr1uGvUALDEQEuQwQ-"), kXmcd);
     }
+    catalogue_test::make_schema_6(name);
     sqlite3 *db = nullptr;
     ASSERT_EQ(sqlite3_open(name, &db), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(db, "DELETE FROM disc_ids; UPDATE meta SET value = '1' WHERE key = 'schema';"

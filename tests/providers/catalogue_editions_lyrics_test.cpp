@@ -222,6 +222,7 @@ class CatalogueMigration : public ::testing::Test {
     // came later, so they have the higher ids); schema 3 had no TOC shape
     // index either.
     void make_schema(int schema) {
+        catalogue_test::make_schema_6(path_);
         sql("DROP INDEX lyrics_key;"
             "ALTER TABLE albums DROP COLUMN country; ALTER TABLE albums DROP COLUMN release_date;"
             "ALTER TABLE albums DROP COLUMN catalogue_number; ALTER TABLE albums DROP COLUMN barcode;"

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "providers/catalogue/store/catalogue.h"
+#include "providers/catalogue/store/catalogue_internal.h"
 
 namespace catalogue_test {
 
@@ -35,6 +36,57 @@ inline std::string query_file(const std::string &path, const std::string &statem
     sqlite3_finalize(q);
     sqlite3_close(db);
     return out;
+}
+
+// Lays a catalogue file out as schema 6 did (the tests of migrations start
+// from it): the album and track text indexes keep a copy of their keys,
+// which the albums and tracks tables then do not store.
+inline void make_schema_6(const std::string &path) {
+    std::vector<std::pair<int64_t, catalogue::AlbumKeys>> albums;
+    {
+        std::unique_ptr<catalogue::Catalogue> cat;
+        ASSERT_TRUE(catalogue::Catalogue::open(path, cat).ok());
+        const std::string ids = query_file(path, "SELECT id FROM albums");
+        for (size_t at = 0; at < ids.size(); at = ids.find(';', at) + 1) {
+            albums.emplace_back(std::stoll(ids.substr(at)), catalogue::AlbumKeys{});
+            ASSERT_TRUE(cat->search_keys(albums.back().first, albums.back().second).ok());
+        }
+    }
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    auto run = [&](const std::string &sql) {
+        char *error = nullptr;
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK) << (error ? error : "") << sql;
+        sqlite3_free(error);
+    };
+    run("BEGIN; DROP INDEX tracks_own_artist; DROP TABLE album_fts; DROP TABLE track_fts;"
+        "CREATE VIRTUAL TABLE album_fts USING fts5(title, artist, tokenize='unicode61 remove_diacritics 2', prefix='3');"
+        "CREATE VIRTUAL TABLE track_fts USING fts5(title, artist, composer,"
+        "  tokenize='unicode61 remove_diacritics 2', prefix='3');");
+    sqlite3_stmt *album = nullptr, *track = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", -1, &album, nullptr),
+              SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(db, "INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", -1,
+                                 &track, nullptr),
+              SQLITE_OK);
+    auto insert = [](sqlite3_stmt *q, int64_t id, const catalogue::IndexKeys &keys) {
+        sqlite3_bind_int64(q, 1, id);
+        int i = 1;
+        for (const std::string *k : {&keys.title, &keys.artist, &keys.composer})
+            if (i < sqlite3_bind_parameter_count(q)) sqlite3_bind_text(q, ++i, k->c_str(), -1, SQLITE_TRANSIENT);
+        EXPECT_EQ(sqlite3_step(q), SQLITE_DONE);
+        sqlite3_reset(q);
+    };
+    for (const auto &[id, keys] : albums) {
+        insert(album, id, keys.album);
+        for (const auto &[track_id, track_keys] : keys.tracks) insert(track, track_id, track_keys);
+    }
+    sqlite3_finalize(album);
+    sqlite3_finalize(track);
+    run("ALTER TABLE albums DROP COLUMN keys; ALTER TABLE tracks DROP COLUMN keys;"
+        "ALTER TABLE tracks DROP COLUMN own_artist; UPDATE meta SET value = '6' WHERE key = 'schema';"
+        "PRAGMA user_version = 6; COMMIT;");
+    sqlite3_close(db);
 }
 
 inline std::unique_ptr<catalogue::Catalogue> open_memory() {

@@ -31,7 +31,7 @@ std::string words(std::mt19937 &rng, size_t lo, size_t hi) {
 }
 
 // An album of one or two discs; some tracks carry their own identifier,
-// some their own artist, some a composer.
+// some their own artist, some a composer, some a performer credit.
 Album random_album(std::mt19937 &rng, int index) {
     Album a = make_album(words(rng, 1, 3), kNames[rng() % std::size(kNames)], {});
     a.tui = "rel-" + std::to_string(index);
@@ -47,6 +47,9 @@ Album random_album(std::mt19937 &rng, int index) {
             if (rng() % 4 == 0) t.tag = "tag" + std::to_string(n);
             if (rng() % 5 == 0) t.artist = kNames[rng() % std::size(kNames)];
             if (rng() % 6 == 0) t.contributors.push_back({kNames[rng() % std::size(kNames)], "", "composer", "", false, 0});
+            // An artist credited under two names: the one stored first is
+            // shown, the one credited is indexed.
+            if (rng() % 6 == 0) t.contributors.push_back({rng() % 2 ? "Tenro" : "Tenro S.", "", "", "id-tenro", false, 0});
             disc.tracks.push_back(t);
         }
         disc.tocs.push_back({{150 + 100 * d, 30000 + 977 * static_cast<uint32_t>(index)}, "", ""});
@@ -151,6 +154,7 @@ class CatalogueSchema : public ::testing::Test {
     // stored (the identifiers under a unique constraint), album digests in
     // meta, and prefix indexes of two and three characters.
     void make_schema_5() {
+        catalogue_test::make_schema_6(path_);
         std::string fts;
         for (const char *t : {"album_fts(title, artist", "track_fts(title, artist, composer", "artist_fts(name",
                               "lyric_fts(title, artist, text"}) {
@@ -203,11 +207,50 @@ class CatalogueSchema : public ::testing::Test {
         return cat ? answers(*cat) : st.message;
     }
 
+    // A migration stopped by a failing write at its last step leaves the
+    // file as it was, its text indexes too.
+    void expect_stopped_migration_keeps_file(const std::string &schema) {
+        sql("CREATE TRIGGER stop BEFORE UPDATE ON meta WHEN new.key = 'schema' BEGIN"
+            " SELECT RAISE(ABORT, 'stopped'); END;");
+        const std::string before = contents();
+        {
+            std::unique_ptr<Catalogue> cat;
+            EXPECT_EQ(Catalogue::open(path_, cat).message, "catalogue " + path_ + ": update schema: stopped");
+        }
+        EXPECT_EQ(contents(), before);
+        EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), schema);
+        sql("DROP TRIGGER stop");
+    }
+    // Everything of the file but its pages' layout: its tables and indexes,
+    // each table's rows and the words of each text index with their counts.
+    std::string contents() {
+        std::string out = query("SELECT name, sql FROM sqlite_master WHERE name <> 'stop' ORDER BY name");
+        for (const char *table : {"albums", "tracks", "artists", "sqlite_sequence", "meta", "album_vocab",
+                                  "track_vocab", "artist_vocab", "lyric_vocab"})
+            out += table + std::string(":") + query(std::string("SELECT * FROM ") + table) + "\n";
+        return out;
+    }
+    // The words of the album and track text indexes with their counts, and
+    // the totals that their ranks use.
+    std::string index_words() {
+        return query("SELECT * FROM album_vocab") + query("SELECT * FROM track_vocab") +
+               query("SELECT hex(block) FROM album_fts_data WHERE id = 1") +
+               query("SELECT hex(block) FROM track_fts_data WHERE id = 1");
+    }
+
     std::string dir_, path_;
 };
 
 // Only identifiers that differ from the derived form are stored; every
 // track is found and read back under its own all the same.
+// Tags are 32-bit FNV-1a as eight lower-case hex digits, leading zeros
+// kept: stored catalogues hold them, so the text may never change.
+TEST(CatalogueTags, HashTagIsFnv1aInEightHexDigits) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"", "811c9dc5"}, {"a", "e40c292c"}, {"foobar", "bf9cf968"}, {"t6644", "0000350b"}};
+    for (const auto &[text, tag] : cases) EXPECT_EQ(hash_tag(text), tag) << text;
+}
+
 TEST_F(CatalogueSchema, TrackIdentifiersStoredOnlyWhereTheyDiffer) {
     build();
     EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");
@@ -298,20 +341,7 @@ TEST_F(CatalogueSchema, MigrationFromSchemaFiveAnswersAsBefore) {
     EXPECT_EQ(answers_of(OpenMode::read_only), fresh);
     EXPECT_EQ(query("PRAGMA user_version"), "5;");
 
-    // A migration stopped at its last step leaves the file as it was.
-    const char *stop = "CREATE TRIGGER stop BEFORE UPDATE ON meta WHEN new.key = 'schema' BEGIN"
-                       " SELECT RAISE(ABORT, 'stopped'); END;";
-    sql(stop);
-    const std::string layout = "SELECT name, sql FROM sqlite_master WHERE name <> 'stop' ORDER BY name";
-    const std::string before = query(layout) + query("SELECT * FROM tracks") + query("SELECT * FROM sqlite_sequence");
-    {
-        std::unique_ptr<Catalogue> cat;
-        EXPECT_EQ(Catalogue::open(path_, cat).message, "catalogue " + path_ + ": update schema: stopped");
-    }
-    EXPECT_EQ(query(layout) + query("SELECT * FROM tracks") + query("SELECT * FROM sqlite_sequence"), before);
-    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), "5;");
-    sql("DROP TRIGGER stop");
-
+    expect_stopped_migration_keeps_file("5;");
     EXPECT_EQ(answers_of(), fresh);
     EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), std::to_string(kSchemaVersion) + ";");
     EXPECT_EQ(query("SELECT count(*) FROM tracks WHERE tui IS NOT NULL AND tui NOT LIKE 'trk-%'"), "0;");
@@ -333,6 +363,93 @@ TEST_F(CatalogueSchema, MigrationFromSchemaFiveAnswersAsBefore) {
     Album a = random_album(rng, 41);
     ASSERT_TRUE(cat->add_album(a).ok());
     EXPECT_GT(a.discs[0].tracks[0].id, std::stoll(sequence));
+}
+
+}  // namespace
+
+namespace {
+
+// A catalogue of schema 6 (text indexes with a copy of their keys) answers
+// as it did read-only, and opened for writing is migrated in one
+// transaction to the same keys, marks and index words as a fresh import.
+TEST_F(CatalogueSchema, MigrationFromSchemaSixAnswersAsBefore) {
+    build();
+    const std::string fresh = answers_of();
+    const std::string keys = query("SELECT id, keys FROM albums") + query("SELECT id, keys, own_artist FROM tracks");
+    const std::string words = index_words();
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE keys IS NOT NULL"), "0;");
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE keys IS NULL"), "0;");
+    EXPECT_NE(query("SELECT count(*) FROM tracks WHERE own_artist = 1"), "0;");
+    catalogue_test::make_schema_6(path_);
+    EXPECT_EQ(index_words(), words);
+    EXPECT_EQ(answers_of(OpenMode::read_only), fresh);
+    EXPECT_EQ(query("PRAGMA user_version"), "6;");
+    expect_stopped_migration_keeps_file("6;");
+    EXPECT_EQ(answers_of(), fresh);
+    EXPECT_EQ(query("SELECT value FROM meta WHERE key = 'schema'"), std::to_string(kSchemaVersion) + ";");
+    EXPECT_EQ(query("SELECT id, keys FROM albums") + query("SELECT id, keys, own_artist FROM tracks"), keys);
+    EXPECT_EQ(index_words(), words);
+    EXPECT_EQ(query("SELECT count(*) FROM sqlite_master WHERE name GLOB '*_v6*'"
+                    " OR name IN ('album_fts_content', 'track_fts_content')"), "0;");
+    sql("INSERT INTO album_fts(album_fts, rank) VALUES('integrity-check', 0);"
+        "INSERT INTO track_fts(track_fts, rank) VALUES('integrity-check', 0);");
+    EXPECT_EQ(query("PRAGMA foreign_key_check") + query("PRAGMA integrity_check"), "ok;");
+}
+
+// Replacing and removing albums takes their rows out of the text indexes
+// under the keys they were indexed with (also a credit whose name is not
+// the one stored for its artist): the indexes then hold what a fresh
+// import of the albums left holds, and searches find exactly those.
+TEST_F(CatalogueSchema, TextIndexesFollowReplacementAndRemoval) {
+    auto lantern = [](uint32_t revision, const char *title, const char *guest) {
+        Album a = make_album(title, "Mira Solenne", {"River", "Ember", "Echo"});
+        a.tui = "lantern";
+        a.revision = revision;
+        a.contributors = {{"Mira S.", "", "performer", "id-mira", false, 0}, {"Tenro Sane", "", "composer", "", false, 0}};
+        a.discs[0].tracks[1].artist = guest;
+        a.discs[0].tracks[2].contributors = {{"Élodie Marchetti", "", "lyricist", "", false, 0}};
+        return a;
+    };
+    Album orchard = make_album("Orchard", "Ash", {"Comet", "Knight"});
+    orchard.tui = "orchard";
+    orchard.contributors = {{"Mira Solenne", "", "performer", "id-mira", false, 0}};
+    Album cafe = make_album("Café Night", "Nunu Roan", {"Straße"});
+    cafe.tui = "cafe";
+    {
+        std::unique_ptr<Catalogue> cat;
+        ASSERT_TRUE(Catalogue::open(path_, cat).ok());
+        for (Album a : {lantern(1, "Lantern", "Ismima Fagalzir"), orchard, cafe}) ASSERT_TRUE(cat->add_album(a).ok());
+        EXPECT_EQ(query("SELECT tui, keys FROM albums ORDER BY id"),
+                  "lantern|;orchard|orchard\tash mira solenne;cafe|;");
+        Album replacement = lantern(2, "Window", "");
+        bool replaced = false;
+        ASSERT_TRUE(cat->add_album(replacement, &replaced).ok());
+        EXPECT_TRUE(replaced);
+        AlbumListEntry removed;
+        ASSERT_TRUE(cat->remove_album("orchard", removed).ok());
+    }
+    const std::string words = index_words();
+    std::unique_ptr<Catalogue> cat;
+    ASSERT_TRUE(Catalogue::open(path_, cat).ok());
+    const std::tuple<std::string TextQuery::*, const char *, uint32_t> searches[] = {
+        {&TextQuery::album_title, "lantern", 0}, {&TextQuery::album_title, "window", 1},
+        {&TextQuery::album_title, "orchard", 0}, {&TextQuery::track_title, "comet", 0},
+        {&TextQuery::artist, "fagalzir", 0},     {&TextQuery::artist, "mira", 1},
+        {&TextQuery::artist, "ash", 0},          {&TextQuery::track_title, "strasse", 1}};
+    for (const auto &[field, text, total] : searches) {
+        TextQuery q;
+        q.*field = text;
+        AlbumSearchResult r;
+        ASSERT_TRUE(cat->search_albums(q, {1, 10}, r).ok());
+        EXPECT_EQ(r.total, total) << text;
+    }
+    cat.reset();
+    // A fresh catalogue of the albums left.
+    std::filesystem::remove(path_);
+    ASSERT_TRUE(Catalogue::open(path_, cat).ok());
+    for (Album a : {cafe, lantern(2, "Window", "")}) ASSERT_TRUE(cat->add_album(a).ok());
+    cat.reset();
+    EXPECT_EQ(index_words(), words);
 }
 
 }  // namespace

@@ -215,6 +215,7 @@ TEST(CatalogueSearch, EverydaySpellingsAndTheirMigration) {
     for (const char *query : {"youre mine and yours", "You’re mine & yours", "you're min and"})
         EXPECT_EQ(count(query), 1u) << query;
     // The index as the earlier folding left it.
+    catalogue_test::make_schema_6(name);
     sqlite3 *db = nullptr;
     ASSERT_EQ(sqlite3_open(name, &db), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(db, "UPDATE meta SET value = '2' WHERE key = 'schema'; DELETE FROM album_fts;"

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <tuple>
 #include <unordered_set>
 
 #include <sys/stat.h>
@@ -29,7 +30,8 @@ CREATE TABLE IF NOT EXISTS albums(
   track_count INTEGER NOT NULL, disc_count INTEGER NOT NULL,
   country TEXT NOT NULL DEFAULT '', release_date TEXT NOT NULL DEFAULT '',
   catalogue_number TEXT NOT NULL DEFAULT '', barcode TEXT NOT NULL DEFAULT '',
-  digest TEXT NOT NULL DEFAULT '');  -- see album_digest()
+  digest TEXT NOT NULL DEFAULT '',  -- see album_digest()
+  keys TEXT);                       -- NULL where derived (see IndexKeys)
 CREATE TABLE IF NOT EXISTS discs(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   album_id INTEGER NOT NULL REFERENCES albums(id) ON DELETE CASCADE,
@@ -61,7 +63,9 @@ CREATE TABLE IF NOT EXISTS tracks(
   title TEXT NOT NULL, artist TEXT NOT NULL, duration_ms INTEGER NOT NULL,
   tui TEXT,                      -- NULL where it is the derived one (see derived_track_tui)
   tag TEXT,                      -- NULL where it is the derived one (see derived_track_tag)
-  source_id TEXT NOT NULL);
+  source_id TEXT NOT NULL,
+  keys TEXT,                     -- NULL where derived (see IndexKeys)
+  own_artist INTEGER NOT NULL DEFAULT 0);  -- its artist key is not its album's
 CREATE INDEX IF NOT EXISTS tracks_album ON tracks(album_id, position);
 CREATE INDEX IF NOT EXISTS tracks_disc ON tracks(disc_id);
 CREATE TABLE IF NOT EXISTS album_contributors(
@@ -85,10 +89,11 @@ CREATE INDEX IF NOT EXISTS lyrics_album ON lyrics(album_tui);
 -- Ids are never reused, so an id held elsewhere cannot come to mean another row.
 -- Text indexes hold search keys (see fold()), rowid = the row they index.
 -- Searches ask for prefixes of three or more characters only, so a prefix
--- index of three is the one that serves.
-CREATE VIRTUAL TABLE IF NOT EXISTS album_fts USING fts5(title, artist,
+-- index of three is the one that serves. The album and track indexes keep
+-- no copy of their keys (see IndexKeys): a row is removed by giving them.
+CREATE VIRTUAL TABLE IF NOT EXISTS album_fts USING fts5(title, artist, content='',
   tokenize='unicode61 remove_diacritics 2', prefix='3');
-CREATE VIRTUAL TABLE IF NOT EXISTS track_fts USING fts5(title, artist, composer,
+CREATE VIRTUAL TABLE IF NOT EXISTS track_fts USING fts5(title, artist, composer, content='',
   tokenize='unicode61 remove_diacritics 2', prefix='3');
 CREATE VIRTUAL TABLE IF NOT EXISTS artist_fts USING fts5(name,
   tokenize='unicode61 remove_diacritics 2', prefix='3');
@@ -116,6 +121,7 @@ END;
 constexpr const char *kLateIndexes = R"sql(
 CREATE UNIQUE INDEX IF NOT EXISTS lyrics_key ON lyrics(natural_key);
 CREATE UNIQUE INDEX IF NOT EXISTS tracks_tui ON tracks(tui) WHERE tui IS NOT NULL;
+CREATE INDEX IF NOT EXISTS tracks_own_artist ON tracks(album_id) WHERE own_artist = 1;
 )sql";
 
 // The schema number of a catalogue's 'schema' row when it is one this
@@ -154,9 +160,10 @@ std::string hash_tag(std::string_view text) {
         h ^= static_cast<unsigned char>(c);
         h *= 16777619u;
     }
-    char buffer[16];
-    std::snprintf(buffer, sizeof buffer, "%08x", h);
-    return buffer;
+    // Eight lower-case hex digits, most significant first (as "%08x").
+    std::string tag(8, '0');
+    for (int i = 7; i >= 0; --i, h >>= 4) tag[static_cast<size_t>(i)] = "0123456789abcdef"[h & 15u];
+    return tag;
 }
 
 std::string derived_track_tag(std::string_view tui, std::string_view title) {
@@ -174,6 +181,42 @@ std::string derived_track_tui(std::string_view album_tui, uint32_t disc_number, 
     tui += std::to_string(number);
     return tui;
 }
+
+IndexKeys derived_keys(std::string_view title, std::string_view artist, std::string_view performers,
+                       std::string_view composers) {
+    return {fold(title), fold(std::string(artist).append(performers)), fold(composers)};
+}
+
+std::optional<std::string> stored_keys(const IndexKeys &keys, const IndexKeys &derived, bool track) {
+    if (keys == derived) return std::nullopt;
+    std::string out = keys.title + '\t' + keys.artist;
+    if (track) out += '\t' + keys.composer;
+    return out;
+}
+
+bool own_artist(const std::string &track_artist_key, const std::string &album_artist_key) {
+    return !track_artist_key.empty() &&
+           (" " + album_artist_key + " ").find(" " + track_artist_key + " ") == std::string::npos;
+}
+
+namespace {
+
+// The keys a `keys` column holds, or `derived` where it holds none.
+IndexKeys stored_or_derived(const Stmt &q, int col, IndexKeys derived) {
+    if (q.null(col)) return derived;
+    IndexKeys keys;
+    std::string *parts[] = {&keys.title, &keys.artist, &keys.composer};
+    size_t part = 0;
+    for (char c : q.text(col)) {
+        if (c == '\t' && part + 1 < std::size(parts))
+            ++part;
+        else
+            parts[part]->push_back(c);
+    }
+    return keys;
+}
+
+}  // namespace
 
 namespace {
 
@@ -422,38 +465,26 @@ std::string album_digest(const Album &a) {
 }
 
 // The artist of a credit: found by source identifier, else by the search
-// key of the name; stored and indexed if new.
-Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id) {
+// key of the name; stored and indexed if new. `name`: the name stored.
+Status artist_id(Catalogue::Impl &impl, const Contributor &c, int64_t &id, std::string &name) {
     const std::string ident = c.source_id.empty() ? "name:" + fold(c.name) : "id:" + c.source_id;
     Status st;
     {
-        Stmt q(impl.prepare("SELECT id FROM artists WHERE ident = ?", st));
+        Stmt q(impl.prepare("SELECT id, name FROM artists WHERE ident = ?", st));
         if (!q) return st;
         q.bind(1, ident);
         if (q.step() == SQLITE_ROW) {
             id = q.i64(0);
+            name = q.text(1);
             return {};
         }
     }
+    name = c.name;
     st = impl.write("INSERT INTO artists(ident, name, sort_name, source_id, collaboration) VALUES(?,?,?,?,?)",
                     "insert artist", &id, ident, c.name, c.sort_name, c.source_id, int64_t{c.collaboration ? 1 : 0});
     if (!st.ok()) return st;
     return impl.index_row("INSERT INTO artist_fts(rowid, name) VALUES(?, ?)", "index artist", id,
                            {fold(c.name + " " + c.sort_name)});
-}
-
-// The credits of an album or a track, in order; nameless ones are skipped.
-Status credit(Catalogue::Impl &impl, const char *sql, int64_t owner, const std::vector<Contributor> &list) {
-    for (size_t i = 0; i < list.size(); ++i) {
-        if (fold(list[i].name).empty()) continue;
-        int64_t artist = 0;
-        Status st = artist_id(impl, list[i], artist);
-        if (st.ok())
-            st = impl.write(sql, "insert contributor", nullptr, owner, artist,
-                            list[i].role.empty() ? "performer" : list[i].role.c_str(), static_cast<int64_t>(i));
-        if (!st.ok()) return st;
-    }
-    return {};
 }
 
 // Performer and composer names of a list of credits, each after a blank.
@@ -466,23 +497,69 @@ void add_credit_names(const std::vector<Contributor> &list, std::string &perform
     }
 }
 
-Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, std::string &composers) {
-    Status st = impl.write(
+// The credits of an album or a track as they are stored: nameless ones
+// skipped, the others with their artist, position, stored role and the
+// name stored for the artist (artist_id), and their names for the keys.
+struct Credits {
+    std::vector<Contributor> stored;  // artist_id and the stored name and role
+    std::vector<int64_t> positions;
+    std::string performers, composers;          // as imported (add_credit_names)
+    std::string stored_performers, stored_composers;  // as stored
+
+    Status resolve(Catalogue::Impl &impl, const std::vector<Contributor> &list) {
+        add_credit_names(list, performers, composers);
+        for (size_t i = 0; i < list.size(); ++i) {
+            if (fold(list[i].name).empty()) continue;
+            Contributor c;
+            c.role = list[i].role.empty() ? "performer" : list[i].role;
+            if (Status st = artist_id(impl, list[i], c.artist_id, c.name); !st.ok()) return st;
+            stored.push_back(std::move(c));
+            positions.push_back(static_cast<int64_t>(i));
+        }
+        add_credit_names(stored, stored_performers, stored_composers);
+        return {};
+    }
+    Status link(Catalogue::Impl &impl, const char *sql, int64_t owner) const {
+        for (size_t i = 0; i < stored.size(); ++i)
+            if (Status st = impl.write(sql, "insert contributor", nullptr, owner, stored[i].artist_id, stored[i].role,
+                                       positions[i]);
+                !st.ok())
+                return st;
+        return {};
+    }
+};
+
+// The album row of an album being stored, with its credits, index keys and
+// text index entry. `composers`: its composer credits as imported, then as
+// stored, for its tracks.
+struct AlbumRow {
+    IndexKeys keys;
+    std::string composers, stored_composers;
+};
+
+Status store_album_row(Catalogue::Impl &impl, Album &album, const std::string &digest, AlbumRow &row) {
+    Credits credits;
+    Status st = credits.resolve(impl, album.contributors);
+    if (!st.ok()) return st;
+    row.composers = credits.composers;
+    row.stored_composers = credits.stored_composers;
+    row.keys = derived_keys(album.title, album.artist, credits.performers, "");
+    const std::optional<std::string> stored =
+        stored_keys(row.keys, derived_keys(album.title, album.artist, credits.stored_performers, ""), false);
+    st = impl.write(
         "INSERT INTO albums(tui, tag, revision, title, artist, year, genre, label, language, source,"
-        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode, digest)"
-        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        " source_id, track_count, disc_count, country, release_date, catalogue_number, barcode, digest, keys)"
+        " VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)",
         "insert album", &album.id, album.tui, album.tag, int64_t{album.revision}, album.title, album.artist,
         int64_t{album.year}, album.genre, album.label, album.language, album.source, album.source_id,
         int64_t{album.track_count()}, static_cast<int64_t>(album.discs.size()), album.country, album.release_date,
-        album.catalogue_number, album.barcode, digest);
+        album.catalogue_number, album.barcode, digest, stored ? &*stored : nullptr);
     if (st.ok())
-        st = credit(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
-                    album.id, album.contributors);
+        st = credits.link(impl, "INSERT INTO album_contributors(album_id, artist_id, role, position) VALUES(?,?,?,?)",
+                          album.id);
     if (!st.ok()) return st;
-    std::string performers = album.artist;
-    add_credit_names(album.contributors, performers, composers);
     return impl.index_row("INSERT INTO album_fts(rowid, title, artist) VALUES(?,?,?)", "index album", album.id,
-                           {fold(album.title), fold(performers)});
+                           {row.keys.title, row.keys.artist});
 }
 
 // The shift-invariant shape of a TOC, as the fuzzy lookup's index keeps it:
@@ -570,34 +647,42 @@ struct TrackTuis {
 };
 
 // A track at its album position, its credits and its text index entry
-// (the album's composers count for every track).
+// (the album's composers count for every track), marked where it has its
+// own artist (see own_artist).
 Status store_track(Catalogue::Impl &impl, const Album &album, const Disc &disc, Track &track, uint32_t position,
-                   const std::string &album_composers, TrackTuis &tuis) {
+                   const AlbumRow &album_row, TrackTuis &tuis) {
     const bool is_derived = track.tui == derived_track_tui(album.tui, disc.number, track.number);
     const bool own_tag = track.tag != derived_track_tag(track.tui, track.title);
     Status st = tuis.check(impl, disc, track, is_derived);
-    if (st.ok())
-        st = impl.write(
-            "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
-            " duration_ms, tui, tag, source_id) VALUES(?,?,?,?,?,?,?,?,?,?,?)",
-            "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number},
-            int64_t{position}, track.title, track.artist, int64_t{track.duration_ms},
-            is_derived ? nullptr : &track.tui, own_tag ? &track.tag : nullptr, track.source_id);
-    if (st.ok())
-        st = credit(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
-                    track.id, track.contributors);
+    Credits credits;
+    if (st.ok()) st = credits.resolve(impl, track.contributors);
     if (!st.ok()) return st;
-    std::string artist = track.artist.empty() ? album.artist : track.artist;
-    std::string composers = album_composers;
-    add_credit_names(track.contributors, artist, composers);
+    const std::string &artist = track.artist.empty() ? album.artist : track.artist;
+    const IndexKeys keys = derived_keys(track.title, artist, credits.performers, album_row.composers + credits.composers);
+    const std::optional<std::string> stored = stored_keys(
+        keys,
+        derived_keys(track.title, artist, credits.stored_performers,
+                     album_row.stored_composers + credits.stored_composers),
+        true);
+    st = impl.write(
+        "INSERT INTO tracks(album_id, disc_id, disc_number, number, position, title, artist,"
+        " duration_ms, tui, tag, source_id, keys, own_artist) VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?)",
+        "insert track", &track.id, album.id, disc.id, int64_t{disc.number}, int64_t{track.number}, int64_t{position},
+        track.title, track.artist, int64_t{track.duration_ms}, is_derived ? nullptr : &track.tui,
+        own_tag ? &track.tag : nullptr, track.source_id, stored ? &*stored : nullptr,
+        int64_t{own_artist(keys.artist, album_row.keys.artist)});
+    if (st.ok())
+        st = credits.link(impl, "INSERT INTO track_contributors(track_id, artist_id, role, position) VALUES(?,?,?,?)",
+                          track.id);
+    if (!st.ok()) return st;
     return impl.index_row("INSERT INTO track_fts(rowid, title, artist, composer) VALUES(?,?,?,?)", "index track",
-                           track.id, {fold(track.title), fold(artist), fold(composers)});
+                           track.id, {keys.title, keys.artist, keys.composer});
 }
 
 // Every row of an album: the album, then each disc with its TOCs and tracks.
 Status store_album(Catalogue::Impl &impl, Album &album, const std::string &digest) {
-    std::string composers;
-    Status st = store_album_row(impl, album, digest, composers);
+    AlbumRow row;
+    Status st = store_album_row(impl, album, digest, row);
     TrackTuis tuis;
     if (st.ok()) st = tuis.start(impl);
     uint32_t position = 0;
@@ -608,12 +693,78 @@ Status store_album(Catalogue::Impl &impl, Album &album, const std::string &diges
         for (auto &toc : disc.tocs)
             if (st.ok()) st = store_toc(impl, album, disc, toc);
         for (auto &track : disc.tracks)
-            if (st.ok()) st = store_track(impl, album, disc, track, ++position, composers, tuis);
+            if (st.ok()) st = store_track(impl, album, disc, track, ++position, row, tuis);
     }
     return st;
 }
 
+// Removes the text index rows of an album and its tracks, given their keys
+// as they were indexed.
+Status unindex_album(Catalogue::Impl &impl, int64_t album_id) {
+    AlbumKeys keys;
+    Status st = read_album_keys(impl, album_id, keys);
+    if (st.ok() && keys.found)
+        st = impl.write("INSERT INTO album_fts(album_fts, rowid, title, artist) VALUES('delete',?,?,?)",
+                        "remove album", nullptr, album_id, keys.album.title, keys.album.artist);
+    for (const auto &[id, k] : keys.tracks)
+        if (st.ok())
+            st = impl.write("INSERT INTO track_fts(track_fts, rowid, title, artist, composer) VALUES('delete',?,?,?,?)",
+                            "remove album", nullptr, id, k.title, k.artist, k.composer);
+    return st;
+}
+
 }  // namespace
+
+Status read_album_keys(Catalogue::Impl &impl, int64_t album_id, AlbumKeys &out, int64_t only_track) {
+    out = AlbumKeys{};
+    Status st;
+    // The names stored for the credits of the album (0) or of its tracks.
+    std::map<int64_t, std::pair<std::string, std::string>> names;  // owner: performers, composers
+    {
+        Stmt q(impl.prepare("SELECT 0, c.role, r.name, c.position FROM album_contributors c JOIN artists r"
+                            " ON r.id = c.artist_id WHERE c.album_id = ?1 UNION ALL"
+                            " SELECT c.track_id, c.role, r.name, c.position FROM tracks t JOIN track_contributors c"
+                            " ON c.track_id = t.id JOIN artists r ON r.id = c.artist_id"
+                            " WHERE t.album_id = ?1 AND (?2 = 0 OR t.id = ?2) ORDER BY 1, 4",
+                            st));
+        if (!q) return st;
+        q.bind(1, album_id);
+        q.bind(2, only_track);
+        std::vector<Contributor> one(1);
+        int rc;
+        while ((rc = q.step()) == SQLITE_ROW) {
+            one[0].role = q.text(1);
+            one[0].name = q.text(2);
+            auto &[performers, composers] = names[q.i64(0)];
+            add_credit_names(one, performers, composers);
+        }
+        if (rc != SQLITE_DONE) return impl.db_error("read search keys");
+    }
+    std::string album_artist;
+    {
+        Stmt q(impl.prepare("SELECT title, artist, keys FROM albums WHERE id = ?", st));
+        if (!q) return st;
+        q.bind(1, album_id);
+        if (q.step() != SQLITE_ROW) return {};
+        out.found = true;
+        album_artist = q.text(1);
+        out.album = stored_or_derived(q, 2, derived_keys(q.text(0), album_artist, names[0].first, ""));
+    }
+    Stmt q(impl.prepare("SELECT id, title, artist, keys FROM tracks WHERE album_id = ?1 AND (?2 = 0 OR id = ?2)"
+                        " ORDER BY position",
+                        st));
+    if (!q) return st;
+    q.bind(1, album_id);
+    q.bind(2, only_track);
+    int rc;
+    while ((rc = q.step()) == SQLITE_ROW) {
+        const auto &[performers, composers] = names[q.i64(0)];
+        const std::string artist = q.text(2);
+        out.tracks.emplace_back(q.i64(0), stored_or_derived(q, 3, derived_keys(q.text(1), artist.empty() ? album_artist : artist,
+                                                                                performers, names[0].second + composers)));
+    }
+    return rc == SQLITE_DONE ? Status{} : impl.db_error("read search keys");
+}
 
 Status Catalogue::Impl::add_album(Album &album, bool *replaced, bool *unchanged) {
     if (replaced) *replaced = false;
@@ -659,9 +810,8 @@ Status Catalogue::Impl::remove_album(int64_t album_id) {
         q.bind(1, album_id);
         while (q.step() == SQLITE_ROW) artists.push_back(q.i64(0));
     }
+    if (!(st = unindex_album(*this, album_id)).ok()) return st;
     const char *steps[] = {
-        "DELETE FROM track_fts WHERE rowid IN (SELECT id FROM tracks WHERE album_id = ?)",
-        "DELETE FROM album_fts WHERE rowid = ?",
         "DELETE FROM track_contributors WHERE track_id IN (SELECT id FROM tracks WHERE album_id = ?)",
         "DELETE FROM album_contributors WHERE album_id = ?",
         "DELETE FROM tracks WHERE album_id = ?",
@@ -849,8 +999,9 @@ INSERT OR REPLACE INTO meta(key, value) VALUES('spelling', '0');
 
 // Schema 5 stored every track identifier and tag (a unique index over all
 // the identifiers), kept album digests in meta, and prefix indexes of two
-// characters that no search asks for. The tracks table and the text indexes
-// are made anew from kSchema: rows keep their ids, texts and search keys; a
+// characters that no search asks for. The tracks table and the artist and
+// lyric text indexes are made anew from kSchema (the album and track ones
+// by kKeysMigration): rows keep their ids, texts and search keys; a
 // derived track identifier or tag becomes NULL. Digests move to the albums.
 // Run with foreign keys off and legacy renaming, so that no row cascades
 // and the credits go on naming "tracks".
@@ -858,8 +1009,6 @@ constexpr const char *kSlimMigrationStart = R"sql(
 DROP INDEX IF EXISTS tracks_album;
 DROP INDEX IF EXISTS tracks_disc;
 ALTER TABLE tracks RENAME TO tracks_v5;
-ALTER TABLE album_fts RENAME TO album_fts_v5;
-ALTER TABLE track_fts RENAME TO track_fts_v5;
 ALTER TABLE artist_fts RENAME TO artist_fts_v5;
 ALTER TABLE lyric_fts RENAME TO lyric_fts_v5;
 )sql";
@@ -875,10 +1024,6 @@ INSERT OR IGNORE INTO sqlite_sequence(name, seq) SELECT 'tracks', 0
 UPDATE sqlite_sequence SET seq = max(seq, coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'tracks_v5'), 0))
   WHERE name = 'tracks';
 DROP TABLE tracks_v5;
-INSERT INTO album_fts(rowid, title, artist) SELECT rowid, title, artist FROM album_fts_v5;
-DROP TABLE album_fts_v5;
-INSERT INTO track_fts(rowid, title, artist, composer) SELECT rowid, title, artist, composer FROM track_fts_v5;
-DROP TABLE track_fts_v5;
 INSERT INTO artist_fts(rowid, name) SELECT rowid, name FROM artist_fts_v5;
 DROP TABLE artist_fts_v5;
 INSERT INTO lyric_fts(rowid, title, artist, text) SELECT rowid, title, artist, text FROM lyric_fts_v5;
@@ -887,8 +1032,73 @@ UPDATE albums SET digest = coalesce((SELECT value FROM meta WHERE key = 'digest:
 DELETE FROM meta WHERE key >= 'digest:' AND key < 'digest;';
 )sql";
 
-// Adds a text column (empty by default) to a table that lacks it.
-Status add_text_column(Catalogue::Impl &impl, const char *table, const char *column) {
+// Schema 6 and before kept a copy of every album and track search key in
+// album_fts and track_fts. Those become indexes without a copy: the keys
+// that are not the derived ones move to the albums and tracks tables,
+// exactly as they were indexed, and each track is marked where its artist
+// key can match where its album's cannot (a track whose album has no key is
+// marked, which only costs a search a check). See migrate_keys.
+constexpr const char *kKeysMigrationStart = R"sql(
+ALTER TABLE album_fts RENAME TO album_fts_v6;
+ALTER TABLE track_fts RENAME TO track_fts_v6;
+)sql";
+constexpr const char *kKeysMigrationCopy = R"sql(
+INSERT INTO album_fts(rowid, title, artist) SELECT rowid, title, artist FROM album_fts_v6;
+INSERT INTO track_fts(rowid, title, artist, composer) SELECT rowid, title, artist, composer FROM track_fts_v6;
+)sql";
+constexpr const char *kKeysMigrationEnd = R"sql(
+DROP TABLE album_fts_v6;
+DROP TABLE track_fts_v6;
+)sql";
+constexpr std::tuple<const char *, const char *, const char *> kKeysColumns[] = {
+    {"albums", "keys", "TEXT"}, {"tracks", "keys", "TEXT"}, {"tracks", "own_artist", "INTEGER NOT NULL DEFAULT 0"}};
+
+// The keys column and own_artist mark of every album and track, from the
+// keys the earlier indexes hold (album_fts_v6, track_fts_v6). The columns
+// are empty, so read_album_keys reads the derived keys.
+Status migrate_keys(Catalogue::Impl &impl) {
+    Status st;
+    std::vector<int64_t> albums;
+    {
+        Stmt q(impl.prepare("SELECT id FROM albums ORDER BY id", st));
+        if (!q) return st;
+        while (q.step() == SQLITE_ROW) albums.push_back(q.i64(0));
+    }
+    auto indexed = [&](const char *sql, int64_t id, IndexKeys &keys) -> Status {
+        Stmt q(impl.prepare(sql, st));
+        if (!q) return st;
+        q.bind(1, id);
+        keys = IndexKeys{};
+        if (q.step() != SQLITE_ROW) return Status::error(Code::not_found, "");
+        keys = IndexKeys{q.text(0), q.text(1), q.text(2)};
+        return {};
+    };
+    for (int64_t album : albums) {
+        AlbumKeys derived;
+        if (!(st = read_album_keys(impl, album, derived)).ok()) return st;
+        IndexKeys album_keys;
+        const bool album_indexed =
+            indexed("SELECT title, artist, '' FROM album_fts_v6 WHERE rowid = ?", album, album_keys).ok();
+        if (album_indexed && album_keys != derived.album)
+            st = impl.write("UPDATE albums SET keys = ? WHERE id = ?", "store search keys", nullptr,
+                            *stored_keys(album_keys, derived.album, false), album);
+        for (const auto &[track, derived_track] : derived.tracks) {
+            IndexKeys keys;
+            if (!st.ok()) return st;
+            if (!indexed("SELECT title, artist, composer FROM track_fts_v6 WHERE rowid = ?", track, keys).ok()) continue;
+            const std::optional<std::string> stored = stored_keys(keys, derived_track, true);
+            const bool own = !album_indexed || own_artist(keys.artist, album_keys.artist);
+            if (stored || own)
+                st = impl.write("UPDATE tracks SET keys = ?, own_artist = ? WHERE id = ?", "store search keys", nullptr,
+                                stored ? &*stored : nullptr, int64_t{own}, track);
+        }
+        if (!st.ok()) return st;
+    }
+    return {};
+}
+
+// Adds a column of `type` to a table that lacks it.
+Status add_column(Catalogue::Impl &impl, const char *table, const char *column, const char *type) {
     Status st;
     int64_t present = 0;
     {
@@ -899,8 +1109,13 @@ Status add_text_column(Catalogue::Impl &impl, const char *table, const char *col
         if (q.step() != SQLITE_ROW) return impl.db_error("read columns");
         present = q.i64(0);
     }
-    const std::string add = std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " TEXT NOT NULL DEFAULT ''";
+    const std::string add = std::string("ALTER TABLE ") + table + " ADD COLUMN " + column + " " + type;
     return present ? Status{} : impl.exec(add.c_str());
+}
+
+// Adds a text column (empty by default) to a table that lacks it.
+Status add_text_column(Catalogue::Impl &impl, const char *table, const char *column) {
+    return add_column(impl, table, column, "TEXT NOT NULL DEFAULT ''");
 }
 
 Status editions_and_lyric_keys(Catalogue::Impl &impl) {
@@ -1009,6 +1224,13 @@ Status migrate(Catalogue::Impl &impl) {
     if (st.ok() && remake) st = impl.exec(kSchema);
     if (st.ok() && remake) st = add_text_column(impl, "albums", "digest");
     if (st.ok() && remake) st = impl.exec(kSlimMigrationCopy);
+    for (const auto &[table, column, type] : kKeysColumns)
+        if (st.ok()) st = add_column(impl, table, column, type);
+    if (st.ok()) st = impl.exec(kKeysMigrationStart);
+    if (st.ok()) st = impl.exec(kSchema);
+    if (st.ok()) st = impl.exec(kKeysMigrationCopy);
+    if (st.ok()) st = migrate_keys(impl);
+    if (st.ok()) st = impl.exec(kKeysMigrationEnd);
     if (st.ok())
         st = impl.write("UPDATE meta SET value = ? WHERE key = 'schema'", "update schema", nullptr,
                         std::to_string(kSchemaVersion));
@@ -1513,6 +1735,14 @@ Status Catalogue::get_album(int64_t album_id, std::shared_ptr<const Album> &out,
         impl.last_album = Impl::AlbumCopy{album, credits, version};
         out = std::move(album);
         return {};
+    });
+}
+
+Status Catalogue::search_keys(int64_t album_id, AlbumKeys &out) noexcept {
+    return guarded([&]() -> Status {
+        std::lock_guard lock(impl_->mutex);
+        ReadTransaction transaction(*impl_);
+        return read_album_keys(*impl_, album_id, out);
     });
 }
 

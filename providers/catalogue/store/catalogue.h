@@ -541,7 +541,7 @@ struct FingerprintCounts {
 // `albums` table, or an empty file) is refused with not_catalogue and never
 // written to.
 constexpr int32_t kApplicationId = 0x5A435443;  // "ZCTC"
-constexpr int32_t kSchemaVersion = 6;
+constexpr int32_t kSchemaVersion = 7;
 
 enum class OpenMode {
     read_write,  // created if missing; an unmarked catalogue is marked
@@ -645,6 +645,9 @@ class Catalogue {
     // Candidates of each FTS expression (normally kCandidateCap, 5000):
     // tests of the cap set a small one.
     void set_search_candidate_cap(uint32_t cap) noexcept;
+    // The keys an album and its tracks are indexed under (see IndexKeys in
+    // catalogue_internal.h); tests compare them.
+    Status search_keys(int64_t album_id, struct AlbumKeys &out) noexcept;
 
     // Rebuilds the word list used to correct misspelt query words. Runs by
     // itself before the first search after changes; imports run it at the end.

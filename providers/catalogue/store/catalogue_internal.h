@@ -351,6 +351,40 @@ std::string derived_track_tag(std::string_view tui, std::string_view title);
 // The track whose identifier is `tui`, stored or derived (0 for none).
 Status find_track_by_tui(Catalogue::Impl &impl, std::string_view tui, int64_t &track_id);
 
+// The search keys of an album (title, artist) or a track (title, artist,
+// composer): the texts its row of album_fts or track_fts indexes. Those
+// tables keep no copy of the texts, and removing a row needs them exactly
+// as they were indexed. The keys are derived from the stored rows: fold()
+// of the title, and of the artist (a track without one: its album's)
+// followed by the names stored for its performer credits, and of the names
+// stored for the composer credits (a track's after its album's). The names
+// indexed were those of the imported credits, which differ where an artist
+// was stored earlier under another name; the albums and tracks tables store
+// the keys (column `keys`, joined by tabs, which fold() never writes) only
+// where they differ from the derived ones.
+struct IndexKeys {
+    std::string title, artist, composer;
+    bool operator==(const IndexKeys &) const = default;
+};
+// `performers` and `composers`: the credit names, each after a blank.
+IndexKeys derived_keys(std::string_view title, std::string_view artist, std::string_view performers,
+                       std::string_view composers);
+// The `keys` column for `keys`: none where they are the derived ones.
+std::optional<std::string> stored_keys(const IndexKeys &keys, const IndexKeys &derived, bool track);
+// Whether a track's artist key can match an artist search where its
+// album's does not: unless its words stand together in the album's (and
+// so every search word and phrase matching it matches the album too).
+bool own_artist(const std::string &track_artist_key, const std::string &album_artist_key);
+// The keys of an album and of its tracks (in album order; only the track
+// `only_track` unless 0) as they were indexed. An album that is not stored
+// has none.
+struct AlbumKeys {
+    bool found = false;
+    IndexKeys album;
+    std::vector<std::pair<int64_t, IndexKeys>> tracks;
+};
+Status read_album_keys(Catalogue::Impl &impl, int64_t album_id, AlbumKeys &out, int64_t only_track = 0);
+
 }  // namespace catalogue
 
 #endif

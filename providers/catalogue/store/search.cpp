@@ -290,10 +290,18 @@ class Searcher {
     // Whether a track matching `match` is on an album not in `known`; read
     // without ranks. When none is, the tracks' candidates add nothing to
     // `known`, whichever of them the cap would keep.
+    // A track not marked own_artist has its album's artist key, so it
+    // matches an artist expression only where its album does: when `known`
+    // holds every album that matches (fewer than the cap), only the marked
+    // tracks are looked at, and a catalogue without any looks at none.
     Status tracks_outside(const std::string &match, const Candidates &known, bool &outside) {
         outside = false;
         Status st;
-        Stmt q(impl_.prepare("SELECT t.album_id FROM track_fts f JOIN tracks t ON t.id = f.rowid WHERE track_fts MATCH ?",
+        const bool marked = impl_.schema >= 7 && known.size() < static_cast<size_t>(cap_);
+        Stmt q(impl_.prepare(marked ? "SELECT t.album_id FROM tracks t WHERE t.own_artist = 1"
+                                      " AND +t.id IN (SELECT rowid FROM track_fts WHERE track_fts MATCH ?)"
+                                    : "SELECT t.album_id FROM track_fts f JOIN tracks t ON t.id = f.rowid"
+                                      " WHERE track_fts MATCH ?",
                              st));
         if (!q) return st;
         q.bind(1, match);
@@ -318,21 +326,32 @@ class Searcher {
         if (st.ok() && with_artist) st = field_terms(query.artist, generic);
         if (st.ok()) st = field_terms(query.composer, composer);
         if (!st.ok()) return st;
+        // Catalogues of schema 6 and before (read-only) keep the keys in track_fts.
+        const bool in_index = impl_.schema < 7;
         for (int64_t album : albums) {
-            Stmt q(impl_.prepare("SELECT f.rowid, f.title, f.artist, f.composer FROM tracks t CROSS JOIN track_fts f"
-                                 " ON f.rowid = t.id WHERE t.album_id = ? ORDER BY t.position",
-                                 st));
-            if (!q) return st;
-            q.bind(1, album);
-            int rc;
-            while ((rc = q.step()) == SQLITE_ROW) {
-                if (!key_matches(q.text(1), title) || !key_matches(q.text(2), artist) ||
-                    !key_matches(q.text(2), generic) || !key_matches(q.text(3), composer))
+            std::vector<std::pair<int64_t, IndexKeys>> tracks;
+            if (in_index) {
+                Stmt q(impl_.prepare("SELECT f.rowid, f.title, f.artist, f.composer FROM tracks t CROSS JOIN"
+                                     " track_fts f ON f.rowid = t.id WHERE t.album_id = ? ORDER BY t.position",
+                                     st));
+                if (!q) return st;
+                q.bind(1, album);
+                int rc;
+                while ((rc = q.step()) == SQLITE_ROW)
+                    tracks.emplace_back(q.i64(0), IndexKeys{q.text(1), q.text(2), q.text(3)});
+                if (rc != SQLITE_DONE) return impl_.db_error("track search");
+            } else {
+                AlbumKeys keys;
+                if (!(st = read_album_keys(impl_, album, keys)).ok()) return st;
+                tracks = std::move(keys.tracks);
+            }
+            for (const auto &[track, keys] : tracks) {
+                if (!key_matches(keys.title, title) || !key_matches(keys.artist, artist) ||
+                    !key_matches(keys.artist, generic) || !key_matches(keys.composer, composer))
                     continue;
                 auto &cand = out[album];
-                if (cand.tracks.size() < kMaxMatchedTracks) cand.tracks.push_back(q.i64(0));
+                if (cand.tracks.size() < kMaxMatchedTracks) cand.tracks.push_back(track);
             }
-            if (rc != SQLITE_DONE) return impl_.db_error("track search");
         }
         return {};
     }
@@ -573,6 +592,12 @@ class Searcher {
     }
 
     Status track_composers(int64_t track, std::string &out) {
+        if (impl_.schema >= 7) {  // see track_matches_in
+            AlbumKeys keys;
+            Status st = read_album_keys(impl_, album_of(track), keys, track);
+            if (st.ok() && !keys.tracks.empty()) out = keys.tracks[0].second.composer;
+            return st;
+        }
         Status st;
         Stmt q(impl_.prepare("SELECT composer FROM track_fts WHERE rowid = ?", st));
         if (!q) return st;
