@@ -20,10 +20,11 @@ constexpr uint32_t kMaxBuckets = 0x80000000u;
 constexpr uint32_t kKeptOldArray = 1;
 }  // namespace
 
-// What a lookup reads (the chain link, the hash, the key's length, the key
-// text, the value) lies at the end of the fields, next to the key text, so
-// that a hit on a short key often touches one cache line and seldom more than
-// two; the order list and the chain's back links come first.
+// What a lookup reads (the value, the chain link, the hash, the key's
+// length, the key text) lies at the end of the fields, on 64-bit targets
+// from a multiple of 16 on, and next to the key text, so that a hit on a short key touches one
+// cache line for half of the blocks' possible alignments and two for the
+// others; the order list and the chain's back links come first.
 struct alignas(8) hashtable_item {
     hashtable_item *bucket_prev;
     hashtable_item *bucket_tail;  // valid in a chain's first item only
@@ -43,6 +44,7 @@ struct alignas(8) hashtable_item {
     char *text_area() { return reinterpret_cast<char *>(this + 1); }
     const char *text_area() const { return reinterpret_cast<const char *>(this + 1); }
 };
+static_assert(sizeof(void *) != 8 || offsetof(hashtable_item, value) % 16 == 0);
 
 struct ombr_hashtable {
     uint32_t magic;
@@ -583,7 +585,10 @@ OMBR_API uint32_t ombr_hashtable_value_find_ex(ombr_hashtable_t table, const cha
         const Quick quick =
             table->ignore_case() ? quick_find<true>(table, key, &item) : quick_find<false>(table, key, &item);
         if (quick == Quick::kFound) {
-            item->accessed = 1;
+            // `accessed` is not set: it only decides whether an update
+            // defers the old entry, which only thread-safe tables do, and a
+            // table without a lock is not one. Hits thus read the fields
+            // from `value` on, and write nothing.
             if (out_value) *out_value = item->value;
             if (out_size) *out_size = item->value_size;
             return 0;
