@@ -21,7 +21,12 @@ namespace {
 using nlohmann::json;
 
 constexpr size_t kMaxMessages = 1000;
-constexpr uint64_t kBatch = 10000;       // records per transaction
+// Records per transaction. Index pages that every batch touches go to the
+// WAL once per transaction, so fewer, larger transactions write less: at
+// 100k albums 50,000 wrote 2.2x the database against 3.0x for 10,000, at
+// 1M 7.3x against 12.5x, in the same page cache. An interrupted import
+// loses at most this many records of work; the file stays whole.
+constexpr uint64_t kBatch = 50000;
 // Page cache while an import runs (KiB, as PRAGMA cache_size takes it when
 // negative) and WAL pages between checkpoints: the index pages that a batch
 // touches stay in memory, and a page that many batches change is copied
